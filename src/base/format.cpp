@@ -1,0 +1,199 @@
+#include "base/format.h"
+
+#include "base/hresult_error.h"
+
+namespace tw {
+
+namespace format_detail {
+void FormatDoesNotMatchArguments() { ThrowHResult(hr::kInvalidArg); }
+}  // namespace format_detail
+
+namespace {
+
+using format_detail::Arg;
+using format_detail::ArgKind;
+
+struct Spec {
+  bool left = false;
+  bool plus = false;
+  bool space = false;
+  bool alternate = false;
+  bool zero = false;
+  std::size_t width = 0;
+  bool hasPrecision = false;
+  std::size_t precision = 0;
+  wchar_t type = L'\0';
+};
+
+// The integer as the argument's own type holds it, truncated to its size.
+std::uint64_t UnsignedValue(const Arg& arg) {
+  if (arg.size >= 8) return arg.bits;
+  const std::uint64_t mask = (std::uint64_t{1} << (arg.size * 8u)) - 1u;
+  return arg.bits & mask;
+}
+
+std::int64_t SignedValue(const Arg& arg) {
+  const std::uint64_t value = UnsignedValue(arg);
+  if (arg.size >= 8) return static_cast<std::int64_t>(value);
+  const std::uint64_t signBit = std::uint64_t{1} << (arg.size * 8u - 1u);
+  if ((value & signBit) == 0) return static_cast<std::int64_t>(value);
+  return static_cast<std::int64_t>(value | ~((signBit << 1u) - 1u));
+}
+
+std::wstring Digits(std::uint64_t value, unsigned base, bool upper) {
+  const wchar_t* digits = upper ? L"0123456789ABCDEF" : L"0123456789abcdef";
+  std::wstring out;
+  do {
+    out.insert(out.begin(), digits[value % base]);
+    value /= base;
+  } while (value != 0);
+  return out;
+}
+
+void Pad(std::wstring& out, std::wstring_view body, const Spec& spec) {
+  const std::size_t fill = spec.width > body.size() ? spec.width - body.size() : 0;
+  if (spec.left) {
+    out.append(body);
+    out.append(fill, L' ');
+  } else {
+    out.append(fill, L' ');
+    out.append(body);
+  }
+}
+
+void FormatInteger(std::wstring& out, const Arg& arg, const Spec& spec) {
+  std::wstring prefix;
+  std::wstring digits;
+  switch (spec.type) {
+    case L'd':
+    case L'i': {
+      const std::int64_t value = SignedValue(arg);
+      const std::uint64_t magnitude =
+          value < 0 ? std::uint64_t{0} - static_cast<std::uint64_t>(value)
+                    : static_cast<std::uint64_t>(value);
+      digits = Digits(magnitude, 10, false);
+      if (value < 0) {
+        prefix = L"-";
+      } else if (spec.plus) {
+        prefix = L"+";
+      } else if (spec.space) {
+        prefix = L" ";
+      }
+      break;
+    }
+    case L'u':
+      digits = Digits(UnsignedValue(arg), 10, false);
+      break;
+    case L'o':
+      digits = Digits(UnsignedValue(arg), 8, false);
+      if (spec.alternate && digits != L"0") prefix = L"0";
+      break;
+    case L'x':
+    case L'p':
+      digits = Digits(UnsignedValue(arg), 16, false);
+      if (spec.alternate && UnsignedValue(arg) != 0) prefix = L"0x";
+      break;
+    default:  // 'X', and a conversion without a type letter
+      digits = Digits(UnsignedValue(arg), 16, true);
+      if (spec.alternate && UnsignedValue(arg) != 0) prefix = L"0X";
+      break;
+  }
+  if (spec.hasPrecision) {
+    if (spec.precision == 0 && UnsignedValue(arg) == 0) digits.clear();
+    if (digits.size() < spec.precision) digits.insert(0, spec.precision - digits.size(), L'0');
+  } else if (spec.zero && !spec.left) {
+    const std::size_t used = prefix.size() + digits.size();
+    if (spec.width > used) digits.insert(0, spec.width - used, L'0');
+  }
+  Pad(out, prefix + digits, spec);
+}
+
+void FormatText(std::wstring& out, const Arg& arg, const Spec& spec) {
+  std::wstring_view text = arg.text ? std::wstring_view(arg.text, arg.length) : L"(null)";
+  if (spec.hasPrecision && text.size() > spec.precision) text = text.substr(0, spec.precision);
+  Pad(out, text, spec);
+}
+
+void FormatPointer(std::wstring& out, const Arg& arg, const Spec& spec) {
+  // Windows prints a pointer as upper-case hex digits, as wide as a pointer.
+  std::wstring digits = Digits(UnsignedValue(arg), 16, true);
+  const std::size_t wide = static_cast<std::size_t>(arg.size) * 2u;
+  if (digits.size() < wide) digits.insert(0, wide - digits.size(), L'0');
+  Pad(out, digits, spec);
+}
+
+bool IsIntegerType(wchar_t c) {
+  return c == L'd' || c == L'i' || c == L'u' || c == L'x' || c == L'X' || c == L'o' || c == L'c';
+}
+
+}  // namespace
+
+std::wstring FormatWithArgs(std::wstring_view format, std::span<const Arg> args) {
+  std::wstring out;
+  out.reserve(format.size() + 16 * args.size());
+  std::size_t next = 0;
+  const auto at = [&](std::size_t i) { return i < format.size() ? format[i] : L'\0'; };
+  for (std::size_t i = 0; i < format.size(); ++i) {
+    if (format[i] != L'%') {
+      out.push_back(format[i]);
+      continue;
+    }
+    ++i;
+    if (at(i) == L'%') {
+      out.push_back(L'%');
+      continue;
+    }
+    Spec spec;
+    for (;; ++i) {
+      const wchar_t c = at(i);
+      if (c == L'-') {
+        spec.left = true;
+      } else if (c == L'+') {
+        spec.plus = true;
+      } else if (c == L' ') {
+        spec.space = true;
+      } else if (c == L'#') {
+        spec.alternate = true;
+      } else if (c == L'0') {
+        spec.zero = true;
+      } else {
+        break;
+      }
+    }
+    while (at(i) >= L'0' && at(i) <= L'9') spec.width = spec.width * 10 + (at(i++) - L'0');
+    if (at(i) == L'.') {
+      ++i;
+      spec.hasPrecision = true;
+      while (at(i) >= L'0' && at(i) <= L'9') spec.precision = spec.precision * 10 + (at(i++) - L'0');
+    }
+    while (at(i) == L'h' || at(i) == L'l' || at(i) == L'z' || at(i) == L'j' || at(i) == L't' ||
+           at(i) == L'w')
+      ++i;
+    if (at(i) == L'I' && at(i + 1) == L'6' && at(i + 2) == L'4') i += 3;
+    if (next >= args.size() || at(i) == L'*' || at(i) == L'S') ThrowHResult(hr::kInvalidArg);
+    const Arg& arg = args[next++];
+    spec.type = at(i);
+    if (spec.type == L's') {
+      if (arg.kind != ArgKind::kString) ThrowHResult(hr::kInvalidArg);
+      FormatText(out, arg, spec);
+    } else if (spec.type == L'p') {
+      if (arg.kind == ArgKind::kString) ThrowHResult(hr::kInvalidArg);
+      FormatPointer(out, arg, spec);
+    } else {
+      if (arg.kind != ArgKind::kInteger) ThrowHResult(hr::kInvalidArg);
+      if (spec.type == L'c') {
+        Pad(out, std::wstring(1, static_cast<wchar_t>(UnsignedValue(arg))), spec);
+      } else {
+        if (!IsIntegerType(spec.type)) {
+          spec.type = L'\0';  // no type letter: formatted as "%X" would be
+          --i;                // and the character that ended it is literal text
+        }
+        FormatInteger(out, arg, spec);
+      }
+    }
+  }
+  if (next != args.size()) ThrowHResult(hr::kInvalidArg);
+  return out;
+}
+
+}  // namespace tw

@@ -1,0 +1,76 @@
+// Win32 error codes by name, portable. The ports return these exactly where the Windows call
+// would; the Windows build checks every value against the SDK (platform/win32/sdk_checks.cpp).
+#pragma once
+
+#include <cstdint>
+
+namespace tw::err {
+
+using Win32Error = std::uint32_t;
+
+constexpr Win32Error kSuccess = 0;
+constexpr Win32Error kInvalidFunction = 1;
+constexpr Win32Error kFileNotFound = 2;
+constexpr Win32Error kPathNotFound = 3;
+constexpr Win32Error kTooManyOpenFiles = 4;
+constexpr Win32Error kAccessDenied = 5;
+constexpr Win32Error kInvalidHandle = 6;
+constexpr Win32Error kNotEnoughMemory = 8;
+constexpr Win32Error kInvalidData = 13;
+constexpr Win32Error kOutOfMemory = 14;
+constexpr Win32Error kNoMoreFiles = 18;
+constexpr Win32Error kWriteProtect = 19;
+constexpr Win32Error kNotReady = 21;
+constexpr Win32Error kSharingViolation = 32;
+constexpr Win32Error kLockViolation = 33;
+constexpr Win32Error kHandleEof = 38;
+constexpr Win32Error kHandleDiskFull = 39;
+constexpr Win32Error kNotSupported = 50;
+constexpr Win32Error kBadNetPath = 53;
+constexpr Win32Error kUnexpectedNetError = 59;
+constexpr Win32Error kBadNetName = 67;
+constexpr Win32Error kFileExists = 80;
+constexpr Win32Error kInvalidParameter = 87;
+constexpr Win32Error kBrokenPipe = 109;
+constexpr Win32Error kBufferOverflow = 111;
+constexpr Win32Error kDiskFull = 112;
+constexpr Win32Error kCallNotImplemented = 120;
+constexpr Win32Error kInsufficientBuffer = 122;
+constexpr Win32Error kInvalidName = 123;
+constexpr Win32Error kModNotFound = 126;
+constexpr Win32Error kProcNotFound = 127;
+constexpr Win32Error kDirNotEmpty = 145;
+constexpr Win32Error kBadPathname = 161;
+constexpr Win32Error kAlreadyExists = 183;
+constexpr Win32Error kFilenameExcedRange = 206;
+constexpr Win32Error kFileTooLarge = 223;
+constexpr Win32Error kMoreData = 234;
+constexpr Win32Error kNoMoreItems = 259;
+constexpr Win32Error kDirectory = 267;
+constexpr Win32Error kNotAReparsePoint = 4390;
+constexpr Win32Error kCantResolveFilename = 1921;
+constexpr Win32Error kBadDb = 1009;
+constexpr Win32Error kBadKey = 1010;
+constexpr Win32Error kCantOpen = 1011;
+constexpr Win32Error kCantRead = 1012;
+constexpr Win32Error kCantWrite = 1013;
+constexpr Win32Error kRegistryRecovered = 1014;
+constexpr Win32Error kRegistryCorrupt = 1015;
+constexpr Win32Error kRegistryIoFailed = 1016;
+constexpr Win32Error kNotRegistryFile = 1017;
+constexpr Win32Error kKeyDeleted = 1018;
+constexpr Win32Error kNotFound = 1168;
+constexpr Win32Error kNoNetwork = 1222;
+constexpr Win32Error kNetworkUnreachable = 1231;
+constexpr Win32Error kNotAllAssigned = 1300;
+constexpr Win32Error kInvalidOwner = 1307;
+constexpr Win32Error kNoSuchPrivilege = 1313;
+constexpr Win32Error kPrivilegeNotHeld = 1314;
+constexpr Win32Error kNoneMapped = 1332;
+constexpr Win32Error kInvalidAcl = 1336;
+constexpr Win32Error kInvalidSid = 1337;
+constexpr Win32Error kInvalidSecurityDescr = 1338;
+constexpr Win32Error kNoSecurityOnObject = 1350;
+constexpr Win32Error kCantAccessFile = 1920;
+
+}  // namespace tw::err
