@@ -1,0 +1,7 @@
+#include "log/debug_log.h"
+
+namespace tw {
+
+void CDebugLog::WriteMessage(std::wstring_view) {}
+
+}  // namespace tw
