@@ -20,8 +20,10 @@ constexpr std::size_t kMaxPath = 260;
 // would not fit MAX_PATH, both parts are empty, or a part is itself MAX_PATH long or longer.
 bool PathCombineW(std::wstring& dest, std::wstring_view dir, std::wstring_view file);
 
-// path = path and more joined with one backslash (a "\"-led more does not double it), then
-// canonicalised. A UNC or drive-rooted more fails. Returns false with path unchanged on failure.
+// path = path and more joined with one backslash (the leading backslashes of a "\"-led more are
+// skipped, so it is appended below path), then canonicalised as PathCombineW does; a UNC or
+// drive-rooted more replaces path. Returns false with path unchanged when the result would not
+// fit MAX_PATH.
 bool PathAppendW(std::wstring& path, std::wstring_view more);
 
 // Adds a backslash unless path is empty or already ends in one. Returns false (path unchanged)
