@@ -1,7 +1,150 @@
 #include "log/debug_log.h"
 
-namespace tw {
+#include <algorithm>
+#include <string>
 
-void CDebugLog::WriteMessage(std::wstring_view) {}
+#include "base/hresult_error.h"
+#include "base/shell_path.h"
+#include "base/wide_string.h"
+#include "log/log_timestamp.h"
+
+namespace tw {
+namespace {
+
+// Characters GetModuleFileNameW puts into a buffer of 261.
+constexpr std::size_t kModulePathLength = 260;
+
+// The line's length in UTF-16 code units: on Linux (UTF-32 wchar_t) a character above U+FFFF
+// counts as its two surrogates.
+std::size_t Utf16Length(std::wstring_view text) {
+  std::size_t units = text.size();
+  if constexpr (sizeof(wchar_t) > 2) {
+    for (const wchar_t c : text) {
+      if (static_cast<std::uint32_t>(c) > 0xFFFFu) ++units;
+    }
+  }
+  return units;
+}
+
+// The request of every open of a log file: GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ |
+// FILE_SHARE_WRITE, with the given disposition.
+FileOpenRequest LogOpenRequest(CreationDisposition disposition) {
+  FileOpenRequest request;
+  request.read = true;
+  request.write = true;
+  request.shareRead = true;
+  request.shareWrite = true;
+  request.disposition = disposition;
+  return request;
+}
+
+}  // namespace
+
+std::uint32_t LogPathHash::operator()(std::wstring_view path) const {
+  std::uint32_t hash = 0;
+  for (const wchar_t c : path) {
+    hash = hash * 33u + static_cast<std::uint32_t>(ToUpperCrt(c));
+  }
+  return hash;
+}
+
+bool LogPathEqual::operator()(std::wstring_view a, std::wstring_view b) const {
+  return CompareNoCaseCrt(a, b) == 0;
+}
+
+CDebugLog::CDebugLog()
+    : CDebugLog(ProcessFileSystem(), ProcessSystemServices(),
+                ProcessFileSystem().ModuleFileName()) {}
+
+// The map starts with the 17 buckets of the platform map; its growth policy is the standard
+// library's, which only affects speed.
+CDebugLog::CDebugLog(FileSystem& fileSystem, SystemServices& system, std::wstring_view modulePath)
+    : fileSystem_(fileSystem), system_(system), openFiles(17) {
+  const std::wstring module(modulePath.substr(0, std::min(modulePath.size(), kModulePathLength)));
+  logDirectory = module;
+  PathRemoveFileSpecW(logDirectory);
+  PathAddBackslashW(logDirectory);
+  logName = module;
+  PathStripPathW(logName);
+  PathRemoveExtensionW(logName);
+}
+
+CDebugLog::~CDebugLog() {
+  const std::lock_guard<std::mutex> guard(lock);
+  for (const auto& [path, handle] : openFiles) {
+    if (handle != kInvalidFileHandle) fileSystem_.Close(handle);
+  }
+}
+
+void CDebugLog::WriteMessage(std::wstring_view message) {
+  static_cast<void>(WriteEntry(logName, message));
+}
+
+HResult CDebugLog::WriteEntry(std::wstring_view name, std::wstring_view message) {
+  const std::wstring timestamp = LogTimestamp(system_);
+  const std::uint32_t threadId = system_.CurrentThreadId();
+  const std::wstring line = Format(L"[%s][0x%08lx] %s\r\n", timestamp, threadId, message);
+  std::wstring path = Format(L"%s%s.log", logDirectory, name);
+  std::replace(path.begin(), path.end(), L'/', L'-');  // for names that carry a date
+
+  const std::lock_guard<std::mutex> guard(lock);
+  HResult result = hr::kOk;
+  FileHandle handle = kInvalidFileHandle;
+  const auto found = openFiles.find(path);
+  if (found == openFiles.end()) {
+    const err::Win32Error error =
+        fileSystem_.Open(path, LogOpenRequest(CreationDisposition::kOpenAlways), handle);
+    if (error != err::kSuccess) return HResultFromWin32(error);
+    std::uint64_t position = 0;
+    fileSystem_.Seek(handle, 0, SeekOrigin::kEnd, position);
+    openFiles[path] = handle;
+  } else {
+    handle = found->second;
+    if (handle == kInvalidFileHandle) return hr::kOk;
+  }
+
+  // Rotation: the size is tested before the line is written, so a file may pass the limit by
+  // its last line and is rotated by the next write.
+  std::uint64_t size = 0;
+  if (fileSystem_.QuerySize(handle, size) == err::kSuccess && size > kLogRotationSize) {
+    fileSystem_.Close(handle);
+    std::wstring withoutExtension = path;
+    PathRemoveExtensionW(withoutExtension);
+    const std::wstring rotatedPath = Format(L"%s (previous).log", withoutExtension);
+    fileSystem_.CopyFileTo(path, rotatedPath, false);  // the result does not matter
+    FileHandle reopened = kInvalidFileHandle;
+    const err::Win32Error error =
+        fileSystem_.Open(path, LogOpenRequest(CreationDisposition::kCreateAlways), reopened);
+    if (error == err::kSuccess) {
+      openFiles[path] = reopened;
+      handle = reopened;
+    } else {
+      // Deliberate: the map keeps the old, now closed handle, so this write and every later
+      // write to this path fail instead of opening the file again.
+      result = HResultFromWin32(error);
+      handle = kInvalidFileHandle;
+    }
+  }
+
+  std::string bytes;
+  const err::Win32Error encodeError = system_.EncodeToThreadAnsi(line, bytes);
+  if (encodeError != err::kSuccess) ThrowHResult(HResultFromWin32(encodeError));
+
+  // Exactly as many bytes as the line has UTF-16 code units. With a single-byte code page that
+  // is the encoded text; where the encoding came out shorter, the rest are the zero bytes that
+  // follow the converted text in the conversion buffer.
+  const std::size_t byteCount = Utf16Length(line);
+  bytes.resize(byteCount, '\0');
+  std::uint32_t written = 0;
+  const err::Win32Error writeError =
+      fileSystem_.Write(handle, bytes.data(), static_cast<std::uint32_t>(byteCount), written);
+  if (writeError == err::kSuccess) {
+    fileSystem_.Flush(handle);
+    result = hr::kOk;
+  } else {
+    result = HResultFromWin32(writeError);
+  }
+  return result;
+}
 
 }  // namespace tw

@@ -1,0 +1,31 @@
+// The mapping between the Windows-form paths the core uses and the Linux paths behind them. The
+// Linux root is shown as drive Z: (as Wine does): "/tmp/x/tarnwick" is "Z:\tmp\x\tarnwick".
+// UNC paths ("\\server\share\rest") are handed to MapUncPathToNative (unc_path.h), where the
+// share map lives.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "base/win32_error.h"
+
+namespace tw::posix {
+
+// The Linux path (UTF-8) for path. Accepted forms:
+//   "Z:\tmp\x", "z:/tmp/x"  -> "/tmp/x" (either separator; "Z:" and "Z:\" are "/"; a drive-relative
+//                              "Z:x" is the relative "x");
+//   "\tmp\x"                -> "/tmp/x" (rooted on the current drive, which is always Z:);
+//   "\\?\Z:\tmp\x"          -> "/tmp/x"; "\\?\UNC\server\share\x" is the UNC path below;
+//   "\\server\share\x"      -> whatever the share map says (unc_path.h);
+//   anything else, such as "/tmp/x" or "conf/x.xml", is a POSIX path and stays as it stands.
+// Returns false with error set where Windows would fail to find the path: another drive letter
+// or an empty path gives kPathNotFound, an embedded NUL kInvalidName, and an unmapped UNC path
+// the share map's error (kBadNetPath, kBadNetName).
+bool ToNativePath(std::wstring_view path, std::string& native, err::Win32Error& error);
+
+// The Windows form of a Linux path: "/tmp/x" -> "Z:\tmp\x", "/" -> "Z:\". A relative path keeps
+// being relative with backslash separators ("a/b" -> "a\b"). The UTF-8 bytes are decoded with
+// Utf8ToWide.
+std::wstring ToWindowsPath(std::string_view native);
+
+}  // namespace tw::posix
