@@ -62,6 +62,7 @@ constexpr Win32Error kRegistryCorrupt = 1015;
 constexpr Win32Error kRegistryIoFailed = 1016;
 constexpr Win32Error kNotRegistryFile = 1017;
 constexpr Win32Error kKeyDeleted = 1018;
+constexpr Win32Error kKeyHasChildren = 1020;
 constexpr Win32Error kNotFound = 1168;
 constexpr Win32Error kNoNetwork = 1222;
 constexpr Win32Error kNetworkUnreachable = 1231;

@@ -1,0 +1,90 @@
+#include "hive/hive_file.h"
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+
+namespace tw::hive {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::uintmax_t kMaxHiveFile = 0xFFFFFFFFull;
+
+err::Win32Error FromErrorCode(const std::error_code& ec, err::Win32Error fallback) {
+  if (ec == std::errc::no_such_file_or_directory) return err::kFileNotFound;
+  if (ec == std::errc::not_a_directory) return err::kPathNotFound;
+  if (ec == std::errc::permission_denied || ec == std::errc::operation_not_permitted ||
+      ec == std::errc::read_only_file_system) {
+    return err::kAccessDenied;
+  }
+  if (ec == std::errc::file_exists) return err::kAlreadyExists;
+  if (ec == std::errc::no_space_on_device) return err::kDiskFull;
+  return fallback;
+}
+
+}  // namespace
+
+err::Win32Error ReadWholeFile(const std::wstring& path, std::vector<std::uint8_t>* bytes) {
+  const fs::path p(path);
+  std::error_code ec;
+  const fs::file_status status = fs::status(p, ec);
+  if (ec || !fs::exists(status)) {
+    // A missing folder on the way is ERROR_PATH_NOT_FOUND, a missing file ERROR_FILE_NOT_FOUND.
+    std::error_code parentEc;
+    if (p.has_parent_path() && !fs::is_directory(p.parent_path(), parentEc)) {
+      return err::kPathNotFound;
+    }
+    return ec ? FromErrorCode(ec, err::kFileNotFound) : err::kFileNotFound;
+  }
+  if (fs::is_directory(status)) return err::kAccessDenied;
+  const std::uintmax_t size = fs::file_size(p, ec);
+  if (ec) return FromErrorCode(ec, err::kCantRead);
+  if (size > kMaxHiveFile) return err::kBadDb;
+  std::ifstream in(p, std::ios::binary);
+  if (!in) return err::kAccessDenied;
+  bytes->resize(static_cast<std::size_t>(size));
+  if (size != 0 && !in.read(reinterpret_cast<char*>(bytes->data()),
+                            static_cast<std::streamsize>(size))) {
+    return err::kCantRead;
+  }
+  return err::kSuccess;
+}
+
+err::Win32Error WriteNewFile(const std::wstring& path, const std::vector<std::uint8_t>& bytes) {
+  static std::atomic<unsigned> counter{0};
+  const fs::path target(path);
+  std::error_code ec;
+  if (fs::exists(fs::symlink_status(target, ec))) return err::kAlreadyExists;
+  const fs::path parent = target.has_parent_path() ? target.parent_path() : fs::path(L".");
+  if (!fs::is_directory(parent, ec)) return err::kPathNotFound;
+  fs::path temp = target;
+  temp += L"." + std::to_wstring(++counter) + L".tmp";
+  {
+    std::ofstream out(temp, std::ios::binary | std::ios::trunc);
+    if (!out) return err::kAccessDenied;
+    out.write(reinterpret_cast<const char*>(bytes.data()),
+              static_cast<std::streamsize>(bytes.size()));
+    out.flush();
+    if (!out) {
+      out.close();
+      fs::remove(temp, ec);
+      return err::kCantWrite;
+    }
+  }
+  if (fs::exists(fs::symlink_status(target, ec))) {
+    fs::remove(temp, ec);
+    return err::kAlreadyExists;
+  }
+  fs::rename(temp, target, ec);
+  if (ec) {
+    std::error_code ignored;
+    fs::remove(temp, ignored);
+    return FromErrorCode(ec, err::kCantWrite);
+  }
+  return err::kSuccess;
+}
+
+}  // namespace tw::hive

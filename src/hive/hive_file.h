@@ -1,0 +1,27 @@
+// The engine's only file access: read a whole hive file, and write a new one. Paths are the
+// platform's own (a Windows path on Windows; on Linux the path as the tool maps it), given as
+// wide strings; std::filesystem converts them (UTF-8 on Linux).
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "base/win32_error.h"
+
+namespace tw::hive {
+
+// Reads the whole file. ERROR_FILE_NOT_FOUND / ERROR_PATH_NOT_FOUND when it is missing,
+// ERROR_ACCESS_DENIED when it cannot be opened or is a directory, ERROR_BADDB when it is larger
+// than 4 GB (it is not read then).
+err::Win32Error ReadWholeFile(const std::wstring& path, std::vector<std::uint8_t>* bytes);
+
+// Writes a new file. ERROR_ALREADY_EXISTS when something exists under the path (it is never
+// overwritten). The bytes go to a temporary file beside the target ("<name>.<n>.tmp"), which is
+// then renamed, so that a crash never leaves a half-written file under the target name; the
+// existence check is repeated just before the rename. Other failures: ERROR_PATH_NOT_FOUND (no
+// such folder), ERROR_ACCESS_DENIED (the folder cannot be written), ERROR_DISK_FULL, and
+// ERROR_CANTWRITE for any other write failure.
+err::Win32Error WriteNewFile(const std::wstring& path, const std::vector<std::uint8_t>& bytes);
+
+}  // namespace tw::hive
