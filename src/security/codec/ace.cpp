@@ -1,0 +1,94 @@
+#include "security/codec/ace.h"
+
+#include <utility>
+
+#include "base/hresult.h"
+#include "base/hresult_error.h"
+#include "security/codec/byte_io.h"
+
+namespace tw::security {
+
+namespace {
+
+Ace MakeSidAce(std::uint8_t type, std::uint32_t mask, Sid sid, std::uint8_t flags) {
+  Ace ace;
+  ace.type = type;
+  ace.flags = flags;
+  ace.mask = mask;
+  ace.sid = std::move(sid);
+  return ace;
+}
+
+}  // namespace
+
+Ace Ace::Allowed(std::uint32_t mask, Sid sid, std::uint8_t flags) {
+  return MakeSidAce(kAccessAllowedAceType, mask, std::move(sid), flags);
+}
+
+Ace Ace::Denied(std::uint32_t mask, Sid sid, std::uint8_t flags) {
+  return MakeSidAce(kAccessDeniedAceType, mask, std::move(sid), flags);
+}
+
+Ace Ace::Opaque(std::uint8_t type, std::uint8_t flags, std::vector<std::uint8_t> body) {
+  Ace ace;
+  ace.type = type;
+  ace.flags = flags;
+  ace.body = std::move(body);
+  return ace;
+}
+
+bool Ace::IsDenyType() const {
+  return type == kAccessDeniedAceType || type == kAccessDeniedObjectAceType ||
+         type == kAccessDeniedCallbackAceType || type == kAccessDeniedCallbackObjectAceType;
+}
+
+std::size_t Ace::Size() const {
+  if (HasSid()) return kAceHeaderSize + 4 + sid.BinarySize() + body.size();
+  return kAceHeaderSize + body.size();
+}
+
+bool Ace::IsWritable() const {
+  const std::size_t size = Size();
+  return size <= 0xFFFF && size % 4 == 0;
+}
+
+err::Win32Error Ace::Parse(std::span<const std::uint8_t> bytes, Ace* ace, std::size_t* used) {
+  if (bytes.size() < kAceHeaderSize) return err::kInvalidAcl;
+  const std::size_t size = codec_detail::ReadLe16(bytes, 2);
+  if (size < kAceHeaderSize || size % 4 != 0 || size > bytes.size()) return err::kInvalidAcl;
+  const std::span<const std::uint8_t> entry = bytes.first(size);
+
+  Ace result;
+  result.type = entry[0];
+  result.flags = entry[1];
+  if (result.HasSid()) {
+    if (size < kAceHeaderSize + 4) return err::kInvalidAcl;
+    result.mask = codec_detail::ReadLe32(entry, kAceHeaderSize);
+    std::size_t sidSize = 0;
+    if (Sid::Parse(entry.subspan(kAceHeaderSize + 4), &result.sid, &sidSize) != err::kSuccess) {
+      return err::kInvalidAcl;
+    }
+    const auto rest = entry.subspan(kAceHeaderSize + 4 + sidSize);
+    result.body.assign(rest.begin(), rest.end());
+  } else {
+    const auto rest = entry.subspan(kAceHeaderSize);
+    result.body.assign(rest.begin(), rest.end());
+  }
+  *ace = std::move(result);
+  if (used != nullptr) *used = size;
+  return err::kSuccess;
+}
+
+void Ace::AppendTo(std::vector<std::uint8_t>& out) const {
+  if (!IsWritable()) ThrowHResult(hr::kInvalidArg);
+  out.push_back(type);
+  out.push_back(flags);
+  codec_detail::AppendLe16(out, static_cast<std::uint16_t>(Size()));
+  if (HasSid()) {
+    codec_detail::AppendLe32(out, mask);
+    sid.AppendTo(out);
+  }
+  out.insert(out.end(), body.begin(), body.end());
+}
+
+}  // namespace tw::security

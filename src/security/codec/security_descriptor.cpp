@@ -1,0 +1,151 @@
+#include "security/codec/security_descriptor.h"
+
+#include <utility>
+
+#include "security/codec/byte_io.h"
+
+namespace tw::security {
+
+namespace {
+
+constexpr std::size_t kOwnerOffsetField = 4;
+constexpr std::size_t kGroupOffsetField = 8;
+constexpr std::size_t kSaclOffsetField = 12;
+constexpr std::size_t kDaclOffsetField = 16;
+
+// Reads the SID at `offset` (non-zero). A SID that does not fit in the block is a broken
+// descriptor; one that fits but is malformed is a broken SID.
+err::Win32Error ReadSidPart(std::span<const std::uint8_t> bytes, std::uint32_t offset,
+                            std::optional<Sid>* sid) {
+  if (offset >= bytes.size() || bytes.size() - offset < Sid::kHeaderSize) {
+    return err::kInvalidSecurityDescr;
+  }
+  const auto part = bytes.subspan(offset);
+  if (part[0] != Sid::kRevision || part[1] > Sid::kMaxSubAuthorities) return err::kInvalidSid;
+  if (part.size() < Sid::kHeaderSize + 4 * static_cast<std::size_t>(part[1])) {
+    return err::kInvalidSecurityDescr;
+  }
+  Sid value;
+  const err::Win32Error error = Sid::Parse(part, &value);
+  if (error != err::kSuccess) return error;
+  *sid = std::move(value);
+  return err::kSuccess;
+}
+
+// Reads the ACL at `offset` (non-zero), with the same split between the block's error and the
+// list's own.
+err::Win32Error ReadAclPart(std::span<const std::uint8_t> bytes, std::uint32_t offset,
+                            std::optional<Acl>* acl) {
+  if (offset >= bytes.size() || bytes.size() - offset < kAclHeaderSize) {
+    return err::kInvalidSecurityDescr;
+  }
+  const auto part = bytes.subspan(offset);
+  if (codec_detail::ReadLe16(part, 2) > part.size()) return err::kInvalidSecurityDescr;
+  Acl value;
+  const err::Win32Error error = Acl::Parse(part, &value);
+  if (error != err::kSuccess) return error;
+  *acl = std::move(value);
+  return err::kSuccess;
+}
+
+void PlacePart(std::vector<std::uint8_t>& out, std::size_t field) {
+  codec_detail::StoreLe32(out, field, static_cast<std::uint32_t>(out.size()));
+}
+
+}  // namespace
+
+void SecurityDescriptor::SetDacl(Acl list) {
+  control |= kSeDaclPresent;
+  dacl = std::move(list);
+}
+
+void SecurityDescriptor::SetNullDacl() {
+  control |= kSeDaclPresent;
+  dacl.reset();
+}
+
+void SecurityDescriptor::RemoveDacl() {
+  control &= static_cast<std::uint16_t>(~kSeDaclPresent);
+  dacl.reset();
+}
+
+void SecurityDescriptor::SetSacl(Acl list) {
+  control |= kSeSaclPresent;
+  sacl = std::move(list);
+}
+
+void SecurityDescriptor::SetNullSacl() {
+  control |= kSeSaclPresent;
+  sacl.reset();
+}
+
+void SecurityDescriptor::RemoveSacl() {
+  control &= static_cast<std::uint16_t>(~kSeSaclPresent);
+  sacl.reset();
+}
+
+err::Win32Error ParseSelfRelative(std::span<const std::uint8_t> bytes, SecurityDescriptor* sd) {
+  if (bytes.size() < kSelfRelativeHeaderSize) return err::kInvalidSecurityDescr;
+  if (bytes[0] != kSecurityDescriptorRevision) return err::kInvalidSecurityDescr;
+  const std::uint16_t control = codec_detail::ReadLe16(bytes, 2);
+  if ((control & kSeSelfRelative) == 0) return err::kInvalidSecurityDescr;
+
+  SecurityDescriptor result;
+  result.control = static_cast<std::uint16_t>(control & ~kSeSelfRelative);
+  err::Win32Error error = err::kSuccess;
+  if (const std::uint32_t at = codec_detail::ReadLe32(bytes, kOwnerOffsetField); at != 0) {
+    if ((error = ReadSidPart(bytes, at, &result.owner)) != err::kSuccess) return error;
+  }
+  if (const std::uint32_t at = codec_detail::ReadLe32(bytes, kGroupOffsetField); at != 0) {
+    if ((error = ReadSidPart(bytes, at, &result.group)) != err::kSuccess) return error;
+  }
+  if (result.HasSacl()) {
+    if (const std::uint32_t at = codec_detail::ReadLe32(bytes, kSaclOffsetField); at != 0) {
+      if ((error = ReadAclPart(bytes, at, &result.sacl)) != err::kSuccess) return error;
+    }
+  }
+  if (result.HasDacl()) {
+    if (const std::uint32_t at = codec_detail::ReadLe32(bytes, kDaclOffsetField); at != 0) {
+      if ((error = ReadAclPart(bytes, at, &result.dacl)) != err::kSuccess) return error;
+    }
+  }
+  *sd = std::move(result);
+  return err::kSuccess;
+}
+
+err::Win32Error ValidateSelfRelative(std::span<const std::uint8_t> bytes) {
+  SecurityDescriptor ignored;
+  return ParseSelfRelative(bytes, &ignored);
+}
+
+std::vector<std::uint8_t> MakeSelfRelative(const SecurityDescriptor& sd) {
+  std::vector<std::uint8_t> out;
+  out.push_back(kSecurityDescriptorRevision);
+  out.push_back(0);
+  codec_detail::AppendLe16(out, static_cast<std::uint16_t>(sd.control | kSeSelfRelative));
+  out.resize(kSelfRelativeHeaderSize, 0);
+  if (sd.HasSacl() && sd.sacl) {
+    PlacePart(out, kSaclOffsetField);
+    sd.sacl->AppendTo(out);
+  }
+  if (sd.HasDacl() && sd.dacl) {
+    PlacePart(out, kDaclOffsetField);
+    sd.dacl->AppendTo(out);
+  }
+  if (sd.owner) {
+    PlacePart(out, kOwnerOffsetField);
+    sd.owner->AppendTo(out);
+  }
+  if (sd.group) {
+    PlacePart(out, kGroupOffsetField);
+    sd.group->AppendTo(out);
+  }
+  return out;
+}
+
+std::optional<std::uint16_t> SelfRelativeControl(std::span<const std::uint8_t> bytes) {
+  if (bytes.size() < kSelfRelativeHeaderSize) return std::nullopt;
+  return codec_detail::ReadLe16(bytes, 2);
+}
+
+}  // namespace tw::security
