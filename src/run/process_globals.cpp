@@ -5,10 +5,14 @@
 //   3. g_offreg      the offline-registry binding, whose constructor already logs.
 // Destruction runs in the reverse order, so the log outlives every object that writes to it.
 // Add the later objects below g_log, in that order.
+#include <string>
+
 #include "log/debug_log.h"
+#include "run/command_line.h"
 
 namespace tw {
 
 CDebugLog g_log;
+std::wstring g_profilePath;
 
 }  // namespace tw

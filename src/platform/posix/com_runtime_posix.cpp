@@ -1,0 +1,20 @@
+#include "platform/com_runtime.h"
+
+namespace tw {
+namespace {
+
+// There is no COM on POSIX: the XML adapter needs no runtime, so both steps do nothing.
+class NoComRuntime final : public ComRuntime {
+ public:
+  void Initialize() override {}
+  void Uninitialize() override {}
+};
+
+}  // namespace
+
+ComRuntime& ProcessComRuntime() {
+  static NoComRuntime runtime;
+  return runtime;
+}
+
+}  // namespace tw

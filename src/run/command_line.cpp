@@ -1,0 +1,125 @@
+// Every argument is copied and lower-cased (_wcslwr_s: only A-Z change); the tests below are
+// begins-with tests on that copy, so "/S:", "/T:" and "/TakeOwnership" are accepted and anything
+// after a flag word is ignored ("/f-x" is "/f-", "/helpme" a help request). Values are applied
+// only after every argument was read: first the configuration file (its mode wins over a mode
+// option, deliberately), then the command line's own values over the file's.
+//
+// The usage text offers the version code as a bare word ("V2toV5"), but only the forms with a
+// leading "/" are recognised: a bare "V2toV5" is reported as unknown unless a file of that name
+// exists. This mismatch is deliberate and kept.
+#include "run/command_line.h"
+
+#include <string_view>
+
+#include "base/format.h"
+#include "base/wide_string.h"
+#include "config/configuration_loader.h"
+#include "log/log.h"
+
+namespace tw {
+
+std::int32_t g_sourceVersion = 0;
+std::int32_t g_targetVersion = 0;
+
+namespace {
+
+struct ModeOption {
+  const wchar_t* option;
+  std::int32_t source;
+  std::int32_t target;
+};
+
+constexpr ModeOption kModeOptions[] = {
+    {L"/V2TOV5", 2, 5}, {L"/V2TOV6", 2, 6}, {L"/V5TOV6", 5, 6}, {L"/V6TOV6", 6, 6}};
+
+bool IsConfigurationMode(std::int32_t source, std::int32_t target) {
+  return (source == 2 && target == 5) || (source == 2 && target == 6) ||
+         (source == 5 && target == 6) || (source == 6 && target == 6);
+}
+
+// Values collected while the arguments are read.
+struct Collected {
+  std::wstring sourcePath;
+  std::wstring targetPath;
+  std::wstring configurationPath;
+  bool filesOff = false;
+  bool registryOff = false;
+  bool takeOwnership = false;
+  bool help = false;
+};
+
+// Reads one argument; false when it is unknown.
+bool ReadArgument(const std::wstring& argument, Collected& collected,
+                  CommandLineServices& services) {
+  std::wstring lower = argument;
+  LowerCaseCrt(lower);
+  if (StartsWith(lower, L"/s:")) {
+    collected.sourcePath = lower.substr(3);
+  } else if (StartsWith(lower, L"/t:")) {
+    collected.targetPath = lower.substr(3);
+  } else if (StartsWith(lower, L"/p:")) {
+    g_profilePath = lower.substr(3);  // not in the usage text, deliberately
+  } else if (StartsWith(lower, L"/f-")) {
+    collected.filesOff = true;
+  } else if (StartsWith(lower, L"/r-")) {
+    collected.registryOff = true;
+  } else if (StartsWith(lower, L"/takeownership")) {
+    collected.takeOwnership = true;
+  } else if (StartsWith(lower, L"/help") || StartsWith(lower, L"-help") ||
+             StartsWith(lower, L"/?") || StartsWith(lower, L"-?")) {
+    collected.help = true;
+  } else if (services.files.PathExists(lower)) {
+    collected.configurationPath = lower;  // a later one replaces an earlier one
+  } else {
+    std::wstring upper = lower;
+    UpperCaseCrt(upper);
+    for (const ModeOption& mode : kModeOptions) {
+      if (StartsWith(upper, mode.option)) {
+        g_sourceVersion = mode.source;
+        g_targetVersion = mode.target;
+        return true;
+      }
+    }
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool ParseCommandLine(std::span<const std::wstring> args, MigrationSettings& settings,
+                      CommandLineServices& services) {
+  Collected collected;
+  for (const std::wstring& argument : args) {
+    if (!ReadArgument(argument, collected, services)) {
+      // Reported as typed, not case-converted; an unknown argument is no failure.
+      Log(L"Unknown command line arg: %s", argument);
+      services.console.Write(Format(L"Unknown command line arg: %s\r\n", argument));
+    }
+  }
+
+  if (!collected.configurationPath.empty()) {
+    const HResult loaded =
+        LoadConfiguration(settings, collected.configurationPath, services.configDocument);
+    if (Failed(loaded)) {
+      Log(L"Failed loading migration configuration file: %s (0x%08X)",
+          collected.configurationPath, loaded);
+    }
+  }
+
+  if (IsConfigurationMode(settings.sourceVersion, settings.targetVersion)) {
+    g_sourceVersion = settings.sourceVersion;
+    g_targetVersion = settings.targetVersion;
+  }
+
+  if (!collected.sourcePath.empty()) settings.sourcePath = collected.sourcePath;
+  if (!collected.targetPath.empty()) settings.targetPath = collected.targetPath;
+  if (collected.filesOff) settings.folderMask = kMaskOff;
+  if (collected.registryOff) settings.registryMask = kMaskOff;
+  if (collected.takeOwnership) settings.takeOwnership = true;
+  if (collected.help) settings.showHelp = true;
+
+  return !settings.sourcePath.empty() || settings.showHelp;
+}
+
+}  // namespace tw

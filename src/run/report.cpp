@@ -1,0 +1,16 @@
+#include "run/report.h"
+
+#include <string>
+
+#include "log/log.h"
+
+namespace tw {
+
+void Report(Console& console, std::wstring_view finished) {
+  LogText(finished);
+  std::wstring line(finished);
+  line += L"\r\n";
+  console.Write(line);
+}
+
+}  // namespace tw

@@ -1,0 +1,115 @@
+#include "run/run_flow.h"
+
+#include <string_view>
+
+#include "base/format.h"
+#include "base/wide_string.h"
+#include "config/migration_settings.h"
+#include "run/command_line.h"
+#include "run/report.h"
+#include "run/usage_text.h"
+
+namespace tw {
+namespace {
+
+constexpr int kExitFailure = -1;
+
+bool IsVersionMode(std::int32_t source, std::int32_t target) {
+  return (source == 2 && target == 5) || (source == 2 && target == 6) ||
+         (source == 5 && target == 6);
+}
+
+// A source path whose last two characters (the whole path when shorter) name a profile version
+// is refused in the V1 to V2 mode and in the 6/6 selection, deliberately even when "/V6TOV6" was
+// given for a V6 source. Returns false after reporting the refusal.
+bool AcceptSourceForV1Mode(const std::wstring& sourcePath, Console& console) {
+  struct Suffix {
+    const wchar_t* suffix;
+    const wchar_t* advice;
+  };
+  static constexpr Suffix kSuffixes[] = {
+      {L"V2", L"/V2toV5 or /V2toV6"}, {L"V5", L"/V5toV6"}, {L"V6", L"/V6toV6"}};
+  const std::wstring_view tail = std::wstring_view(sourcePath).substr(
+      sourcePath.size() < 2 ? 0 : sourcePath.size() - 2);
+  for (const Suffix& s : kSuffixes) {
+    if (CompareNoCaseCrt(tail, s.suffix) == 0) {
+      Report(console,
+             Format(L"Source profile is %s. %s option must be specified for V2 to V5 or V2 to V6 "
+                    L"or V5 to V6\r\n---------- Exiting tarnwick.exe (return -1) ----------",
+                    s.suffix, s.advice));
+      return false;
+    }
+  }
+  return true;
+}
+
+// The mode and binding checks. Returns false after reporting why the run cannot go on.
+bool CheckModeAndBinding(const MigrationSettings& settings, const RunServices& services) {
+  Console& console = services.console;
+  if (IsVersionMode(g_sourceVersion, g_targetVersion)) {
+    if (!services.userenvBound) {
+      // This wording is deliberate: the userenv functions choose it, not offreg.
+      Report(console,
+             L"Windows offline registry APIs are not available\r\n---------- Exiting tarnwick.exe "
+             L"(return -1) ----------");
+      return false;
+    }
+  } else if (!AcceptSourceForV1Mode(settings.sourcePath, console)) {
+    return false;
+  }
+  if (!services.userenvBound) {
+    Report(console,
+           L"Windows 7 APIs are not available\r\n---------- Exiting tarnwick.exe (return -1) "
+           L"----------");
+    return false;
+  }
+  if (!services.offregComplete) {
+    Report(console,
+           L"Offline registry APIs are not available\r\n---------- Exiting tarnwick.exe (return "
+           L"-1) ----------");
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+int RunTarnwick(std::span<const std::wstring> args, RunServices& services) {
+  Console& console = services.console;
+  Report(console, L"---------- Starting tarnwick.exe ----------");
+  if (args.size() < 2) {
+    Report(console,
+           L"No command line args, exiting.\r\n---------- Exiting tarnwick.exe (return -1) "
+           L"----------");
+    return kExitFailure;  // COM was not initialised yet
+  }
+
+  services.com.Initialize();
+  MigrationSettings settings;
+  InitSettings(settings);
+  CommandLineServices parseServices{console, services.files, services.configDocument};
+  if (!ParseCommandLine(args.subspan(1), settings, parseServices)) {
+    Report(console,
+           L"Failed parsing command line args, exiting\r\n---------- Exiting tarnwick.exe "
+           L"(return -1) ----------");
+    services.com.Uninitialize();
+    return kExitFailure;
+  }
+
+  if (settings.showHelp) {
+    console.Write(kUsageText);  // console only; no exit banner, COM stays initialised
+    return 0;
+  }
+
+  if (!CheckModeAndBinding(settings, services)) {
+    services.com.Uninitialize();
+    return kExitFailure;
+  }
+
+  // The privilege step, the profile loop and the summary are not part of this build yet; with
+  // every function bound the run ends here.
+  services.com.Uninitialize();
+  return kExitFailure;
+}
+
+}  // namespace tw

@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that building and testing tarnwick need, when they are missing.
+# Runs as root (CI, containers) or through sudo.
+set -euo pipefail
+
+packages=(
+  g++ cmake ninja-build pkg-config git
+  libgtest-dev libgmock-dev libpugixml-dev libbenchmark-dev
+  g++-mingw-w64-x86-64-posix
+  reglookup python3-hivex libhivex-bin libregf-utils python3-libregf
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && { echo "install-deps: all packages present"; exit 0; }
+
+as_root=()
+[ "$(id -u)" -eq 0 ] || as_root=(sudo)
+echo "install-deps: installing ${missing[*]}"
+"${as_root[@]}" apt-get update -qq
+DEBIAN_FRONTEND=noninteractive "${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
