@@ -4,6 +4,7 @@
 // works with both.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -36,5 +37,9 @@ std::string WideToWindows1252(std::wstring_view text, bool* usedDefault = nullpt
 
 // Wide text of Windows-1252 bytes.
 std::wstring Windows1252ToWide(std::string_view bytes);
+
+// Length of text in UTF-16 code units (what Windows' wcslen gives): a character above U+FFFF
+// counts two, every other character one.
+std::size_t Utf16Length(std::wstring_view text);
 
 }  // namespace tw

@@ -37,8 +37,12 @@ void LowerCaseCrt(std::wstring& text);  // _wcslwr_s
 // _wcsicmp: compares the lower-case forms (so '_' sorts after letters): < 0, 0 or > 0.
 int CompareNoCaseCrt(std::wstring_view a, std::wstring_view b);
 
-// text without the white space (as iswspace tells in the "C" locale: tab, line feed, vertical tab,
-// form feed, carriage return, space) at its end, then at its start.
+// White space as the Windows C runtime's iswspace tells in every locale: tab, line feed, vertical
+// tab, form feed, carriage return, space, U+0085, and the Unicode space and line/paragraph
+// separators (U+00A0, U+1680, U+2000-U+200A, U+2028, U+2029, U+202F, U+205F, U+3000).
+bool IsSpaceWindows(wchar_t c);
+
+// text without white space (IsSpaceWindows) at its end, then at its start.
 std::wstring TrimWhitespace(std::wstring_view text);
 
 }  // namespace tw
