@@ -101,7 +101,8 @@ bool IsRoot(std::wstring_view path) {
   if (path.starts_with(L"\\\\")) {
     const std::wstring_view rest = path.substr(2);
     const std::size_t first = rest.find(kSep);
-    return first == std::wstring_view::npos || rest.find(kSep, first + 1) == std::wstring_view::npos;
+    return first == std::wstring_view::npos ||
+           rest.find(kSep, first + 1) == std::wstring_view::npos;
   }
   return false;
 }

@@ -36,7 +36,8 @@ void ForEachCodePoint(std::wstring_view text, Visit visit) {
   for (std::size_t i = 0; i < text.size(); ++i) {
     auto c = static_cast<char32_t>(static_cast<std::make_unsigned_t<wchar_t>>(text[i]));
     if (IsHighSurrogate(c) && i + 1 < text.size()) {
-      const auto next = static_cast<char32_t>(static_cast<std::make_unsigned_t<wchar_t>>(text[i + 1]));
+      const auto next =
+          static_cast<char32_t>(static_cast<std::make_unsigned_t<wchar_t>>(text[i + 1]));
       if (IsLowSurrogate(next)) {
         c = Combine(c, next);
         ++i;
@@ -222,7 +223,8 @@ std::wstring Windows1252ToWide(std::string_view bytes) {
 
 std::size_t Utf16Length(std::wstring_view text) {
   std::size_t length = 0;
-  ForEachCodePoint(text, [&length](char32_t c) { length += (c >= 0x10000 && c <= kMaxCodePoint) ? 2 : 1; });
+  ForEachCodePoint(
+      text, [&length](char32_t c) { length += (c >= 0x10000 && c <= kMaxCodePoint) ? 2 : 1; });
   return length;
 }
 

@@ -15,10 +15,9 @@ wchar_t MapCase(wchar_t c, std::span<const CaseRange> ranges) {
   const auto code = static_cast<std::uint32_t>(c);
   if (code > 0xFFFF) return c;
   // The last range that starts at or before c.
-  const auto it = std::upper_bound(ranges.begin(), ranges.end(), code,
-                                   [](std::uint32_t value, const CaseRange& range) {
-                                     return value < range.first;
-                                   });
+  const auto it = std::upper_bound(
+      ranges.begin(), ranges.end(), code,
+      [](std::uint32_t value, const CaseRange& range) { return value < range.first; });
   if (it == ranges.begin()) return c;
   const CaseRange& range = *(it - 1);
   if (code > range.last || (code - range.first) % range.stride != 0) return c;
@@ -89,9 +88,20 @@ int CompareNoCaseCrt(std::wstring_view a, std::wstring_view b) {
 
 bool IsSpaceWindows(wchar_t c) {
   switch (static_cast<std::uint32_t>(c)) {
-    case 0x0009: case 0x000A: case 0x000B: case 0x000C: case 0x000D: case 0x0020:
-    case 0x0085: case 0x00A0: case 0x1680: case 0x2028: case 0x2029: case 0x202F:
-    case 0x205F: case 0x3000:
+    case 0x0009:
+    case 0x000A:
+    case 0x000B:
+    case 0x000C:
+    case 0x000D:
+    case 0x0020:
+    case 0x0085:
+    case 0x00A0:
+    case 0x1680:
+    case 0x2028:
+    case 0x2029:
+    case 0x202F:
+    case 0x205F:
+    case 0x3000:
       return true;
     default:
       return c >= 0x2000 && c <= 0x200A;

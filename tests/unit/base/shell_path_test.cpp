@@ -344,7 +344,9 @@ TEST(PathFindExtension, SpaceEndsExtension) {
   EXPECT_EQ(PathFindExtensionW(path), path.size());
 }
 
-TEST(PathFindExtension, TrailingDotIsAnEmptyExtension) { EXPECT_EQ(PathFindExtensionW(L"file."), 4u); }
+TEST(PathFindExtension, TrailingDotIsAnEmptyExtension) {
+  EXPECT_EQ(PathFindExtensionW(L"file."), 4u);
+}
 
 TEST(PathFindExtension, LeadingDotNameIsAllExtension) {
   EXPECT_EQ(PathFindExtensionW(L"C:\\.hidden"), 3u);

@@ -53,14 +53,18 @@ TEST(Utf8ToWide, EmbeddedNulIsKept) {
 }
 
 TEST(Utf8ToWide, InvalidLeadBytesBecomeReplacementEach) {
-  EXPECT_EQ(Utf8ToWide(Str({0x80, 0x41})), L"\uFFFD" L"A");
+  EXPECT_EQ(Utf8ToWide(Str({0x80, 0x41})),
+            L"\uFFFD"
+            L"A");
   EXPECT_EQ(Utf8ToWide(Str({0xC0, 0xAF})), L"\uFFFD\uFFFD");  // overlong "/"
   EXPECT_EQ(Utf8ToWide(Str({0xF5, 0x80})), L"\uFFFD\uFFFD");
   EXPECT_EQ(Utf8ToWide(Str({0xFF})), L"\uFFFD");
 }
 
 TEST(Utf8ToWide, TruncatedSequenceIsOneReplacement) {
-  EXPECT_EQ(Utf8ToWide(Str({0xE2, 0x82, 0x41})), L"\uFFFD" L"A");
+  EXPECT_EQ(Utf8ToWide(Str({0xE2, 0x82, 0x41})),
+            L"\uFFFD"
+            L"A");
   EXPECT_EQ(Utf8ToWide(Str({0xE2, 0x82})), L"\uFFFD");
   EXPECT_EQ(Utf8ToWide(Str({0xF0, 0x9F, 0x98})), L"\uFFFD");
 }
@@ -129,7 +133,8 @@ TEST(Utf16Le, EveryUnitSequenceSurvivesRoundTrip) {
 
 TEST(Utf16Le, AllSingleUnitsSurviveRoundTrip) {
   for (std::uint32_t unit = 0; unit <= 0xFFFF; ++unit) {
-    const Bytes bytes = {static_cast<std::uint8_t>(unit & 0xFF), static_cast<std::uint8_t>(unit >> 8)};
+    const Bytes bytes = {static_cast<std::uint8_t>(unit & 0xFF),
+                         static_cast<std::uint8_t>(unit >> 8)};
     ASSERT_EQ(WideToUtf16Le(Utf16LeToWide(bytes)), bytes) << unit;
   }
 }
@@ -144,7 +149,8 @@ TEST(Utf16Length, CountsSupplementaryCharactersTwice) {
 
 TEST(WideToWindows1252, AsciiAndLatin1AreOneByteEach) {
   bool usedDefault = true;
-  EXPECT_EQ(WideToWindows1252(L"Az\u00A0\u00E9\u00FF", &usedDefault), Str({0x41, 0x7A, 0xA0, 0xE9, 0xFF}));
+  EXPECT_EQ(WideToWindows1252(L"Az\u00A0\u00E9\u00FF", &usedDefault),
+            Str({0x41, 0x7A, 0xA0, 0xE9, 0xFF}));
   EXPECT_FALSE(usedDefault);
 }
 
@@ -175,7 +181,8 @@ TEST(WideToWindows1252, SurrogatePairIsOneQuestionMark) {
 TEST(WideToWindows1252, UsedDefaultMayBeOmitted) { EXPECT_EQ(WideToWindows1252(L"\u0100"), "?"); }
 
 TEST(Windows1252ToWide, HighControlRowMapsAsWindows) {
-  const std::wstring text = Windows1252ToWide(Str({0x80, 0x81, 0x8C, 0x8D, 0x9C, 0x9F, 0xA0, 0xFF}));
+  const std::wstring text =
+      Windows1252ToWide(Str({0x80, 0x81, 0x8C, 0x8D, 0x9C, 0x9F, 0xA0, 0xFF}));
   EXPECT_EQ(text, L"\u20AC\u0081\u0152\u008D\u0153\u0178\u00A0\u00FF");
 }
 
