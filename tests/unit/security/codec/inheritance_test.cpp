@@ -1,0 +1,145 @@
+#include "security/codec/inheritance.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <vector>
+
+#include "base/win32_error.h"
+#include "security/codec/well_known_sids.h"
+
+namespace tw::security {
+namespace {
+
+const Sid kOwner(5, {21, 1, 2, 3, 1001});
+const Sid kGroup(5, {21, 1, 2, 3, 513});
+
+Acl ListOf(std::vector<Ace> aces) {
+  Acl acl;
+  EXPECT_EQ(Acl::FromAces(kAclRevision, std::move(aces), &acl), err::kSuccess);
+  return acl;
+}
+
+std::vector<Ace> ForContainer(std::vector<Ace> parent) {
+  return InheritedAcl(ListOf(std::move(parent)), true, kOwner, kGroup, kRegistryKeyMapping).aces();
+}
+
+std::vector<Ace> ForObject(std::vector<Ace> parent) {
+  return InheritedAcl(ListOf(std::move(parent)), false, kOwner, kGroup, kFileMapping).aces();
+}
+
+TEST(MapGenericMask, ReplacesGenericRightsOnly) {
+  EXPECT_EQ(MapGenericMask(kGenericAll, kRegistryKeyMapping), 0x000F003Fu);
+  EXPECT_EQ(MapGenericMask(kGenericRead | 0x00010000u, kRegistryKeyMapping), 0x00030019u);
+  EXPECT_EQ(MapGenericMask(kGenericWrite | kGenericExecute, kRegistryKeyMapping), 0x0002001Fu);
+  EXPECT_EQ(MapGenericMask(kGenericAll, kFileMapping), 0x001F01FFu);
+  EXPECT_EQ(MapGenericMask(0x00020019u, kRegistryKeyMapping), 0x00020019u);
+}
+
+TEST(InheritedAcl, ExplicitOnlyEntriesAreNotInherited) {
+  EXPECT_TRUE(ForContainer({Ace::Allowed(0x00020019, EveryoneSid())}).empty());
+  EXPECT_TRUE(ForObject({Ace::Allowed(0x00020019, EveryoneSid(), kContainerInheritAce)}).empty());
+}
+
+TEST(InheritedAcl, ContainerInheritPlainEntryBecomesOneEffectiveAndInheritableEntry) {
+  const auto aces = ForContainer(
+      {Ace::Allowed(0x00020019, EveryoneSid(), kContainerInheritAce | kInheritOnlyAce)});
+  ASSERT_EQ(aces.size(), 1u);
+  EXPECT_EQ(aces[0], Ace::Allowed(0x00020019, EveryoneSid(), kContainerInheritAce | kInheritedAce));
+}
+
+TEST(InheritedAcl, GenericMaskIsSplitIntoEffectiveAndInheritOnlyEntries) {
+  const auto aces = ForContainer({Ace::Denied(kGenericRead, EveryoneSid(), kContainerInheritAce)});
+  ASSERT_EQ(aces.size(), 2u);
+  EXPECT_EQ(aces[0], Ace::Denied(0x00020019, EveryoneSid(), kInheritedAce));
+  EXPECT_EQ(aces[1], Ace::Denied(kGenericRead, EveryoneSid(),
+                                 kContainerInheritAce | kInheritOnlyAce | kInheritedAce));
+}
+
+TEST(InheritedAcl, CreatorOwnerAndGroupAreReplacedInTheEffectiveEntry) {
+  const auto aces =
+      ForContainer({Ace::Allowed(0x00020019, CreatorOwnerSid(), kContainerInheritAce),
+                    Ace::Allowed(0x00000001, CreatorGroupSid(), kContainerInheritAce)});
+  ASSERT_EQ(aces.size(), 4u);
+  EXPECT_EQ(aces[0], Ace::Allowed(0x00020019, kOwner, kInheritedAce));
+  EXPECT_EQ(aces[1], Ace::Allowed(0x00020019, CreatorOwnerSid(),
+                                  kContainerInheritAce | kInheritOnlyAce | kInheritedAce));
+  EXPECT_EQ(aces[2], Ace::Allowed(0x00000001, kGroup, kInheritedAce));
+  EXPECT_EQ(aces[3].sid, CreatorGroupSid());
+}
+
+TEST(InheritedAcl, NoPropagateGivesOnlyTheEffectiveEntry) {
+  const auto aces = ForContainer(
+      {Ace::Allowed(
+           kGenericAll, CreatorOwnerSid(),
+           kContainerInheritAce | kObjectInheritAce | kNoPropagateInheritAce | kInheritOnlyAce),
+       Ace::Allowed(0x00020019, EveryoneSid(), kObjectInheritAce | kNoPropagateInheritAce)});
+  ASSERT_EQ(aces.size(), 1u);
+  EXPECT_EQ(aces[0], Ace::Allowed(0x000F003F, kOwner, kInheritedAce));
+}
+
+TEST(InheritedAcl, ObjectInheritOnlyEntryPassesThroughAContainerAsInheritOnly) {
+  const auto aces = ForContainer({Ace::Allowed(kGenericRead, EveryoneSid(), kObjectInheritAce)});
+  ASSERT_EQ(aces.size(), 1u);
+  EXPECT_EQ(aces[0], Ace::Allowed(kGenericRead, EveryoneSid(),
+                                  kObjectInheritAce | kInheritOnlyAce | kInheritedAce));
+}
+
+TEST(InheritedAcl, ObjectChildGetsEffectiveEntriesOnly) {
+  const auto aces = ForObject(
+      {Ace::Allowed(kGenericAll, CreatorOwnerSid(),
+                    kObjectInheritAce | kContainerInheritAce | kInheritOnlyAce),
+       Ace::Denied(0x00010000, EveryoneSid(), kObjectInheritAce | kNoPropagateInheritAce)});
+  ASSERT_EQ(aces.size(), 2u);
+  EXPECT_EQ(aces[0], Ace::Allowed(0x001F01FF, kOwner, kInheritedAce));
+  EXPECT_EQ(aces[1], Ace::Denied(0x00010000, EveryoneSid(), kInheritedAce));
+}
+
+TEST(InheritedAcl, OpaqueEntriesKeepTheirBody) {
+  const std::vector<std::uint8_t> body = {1, 2, 3, 4};
+  const auto aces = ForContainer({Ace::Opaque(0x11, kContainerInheritAce | 0x40, body)});
+  ASSERT_EQ(aces.size(), 1u);
+  EXPECT_EQ(aces[0], Ace::Opaque(0x11, kContainerInheritAce | kInheritedAce | 0x40, body));
+}
+
+TEST(InheritFromParent, SetsOwnerGroupAndControl) {
+  SecurityDescriptor parent;
+  parent.control = kSeDaclProtected | kSeDaclAutoInherited;
+  parent.SetDacl(ListOf({Ace::Allowed(0x00020019, EveryoneSid(), kContainerInheritAce)}));
+  const SecurityDescriptor child =
+      InheritFromParent(parent, true, kOwner, kGroup, kRegistryKeyMapping);
+  EXPECT_EQ(child.control, kSeDaclPresent | kSeDaclAutoInherited);
+  EXPECT_EQ(child.owner, kOwner);
+  EXPECT_EQ(child.group, kGroup);
+  ASSERT_TRUE(child.dacl.has_value());
+  EXPECT_EQ(child.dacl->aces().size(), 1u);
+  EXPECT_FALSE(child.HasSacl());
+
+  parent.control = kSeDaclPresent;
+  EXPECT_EQ(InheritFromParent(parent, true, kOwner, kGroup, kRegistryKeyMapping).control,
+            kSeDaclPresent);
+}
+
+TEST(InheritFromParent, NullOrMissingParentDaclGivesAnEmptyDacl) {
+  SecurityDescriptor parent;
+  parent.SetNullDacl();
+  SecurityDescriptor child = InheritFromParent(parent, true, kOwner, kGroup, kRegistryKeyMapping);
+  ASSERT_TRUE(child.dacl.has_value());
+  EXPECT_TRUE(child.dacl->aces().empty());
+  parent.RemoveDacl();
+  child = InheritFromParent(parent, true, kOwner, kGroup, kRegistryKeyMapping);
+  ASSERT_TRUE(child.dacl.has_value());
+  EXPECT_TRUE(child.dacl->aces().empty());
+}
+
+TEST(InheritedAcl, KeepsAHigherParentRevision) {
+  Acl parent;
+  ASSERT_EQ(Acl::FromAces(kAclRevisionDs, {Ace::Allowed(1, EveryoneSid(), kContainerInheritAce)},
+                          &parent),
+            err::kSuccess);
+  EXPECT_EQ(InheritedAcl(parent, true, kOwner, kGroup, kRegistryKeyMapping).revision(),
+            kAclRevisionDs);
+}
+
+}  // namespace
+}  // namespace tw::security
