@@ -50,7 +50,9 @@ std::size_t PathFindExtensionW(std::wstring_view path);
 // slashes do not count.
 bool PathIsUNCW(std::wstring_view path);
 
-// Cuts path down to its root ("C:\", "\", "\\srv\share"). Returns true when path is now a root.
+// Cuts path down to its root ("C:\", "\", "\\srv\share"). Returns true when path is now a root;
+// false for a path without one ("a\b" becomes empty, "C:" stays). As the classic shell function,
+// it does not know the "\\?\" prefix: "\\?\UNC\srv\share\x" gives "\\?\UNC".
 bool PathStripToRootW(std::wstring& path);
 
 }  // namespace tw

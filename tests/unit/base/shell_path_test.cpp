@@ -59,6 +59,16 @@ TEST(PathCombine, UnresolvableDotDotInRelativePathLeavesBackslash) {
 
 TEST(PathCombine, EverythingResolvedAwayGivesBackslash) { EXPECT_EQ(Combine(L"a", L".."), L"\\"); }
 
+TEST(PathCombine, BareDriveGetsItsBackslash) { EXPECT_EQ(Combine(L"C:", L""), L"C:\\"); }
+
+TEST(PathCombine, LongUncRootIsKept) {
+  EXPECT_EQ(Combine(L"\\\\?\\UNC\\srv\\share", L"..\\x"), L"\\\\?\\UNC\\srv\\share\\x");
+}
+
+TEST(PathCombine, EmptyElementsAreKept) {
+  EXPECT_EQ(Combine(L"C:\\a\\\\b", L"c"), L"C:\\a\\\\b\\c");
+}
+
 TEST(PathCombine, TripleDotIsAnOrdinaryName) {
   EXPECT_EQ(Combine(L"C:\\a", L"...\\b"), L"C:\\a\\...\\b");
 }
@@ -254,6 +264,13 @@ TEST(PathRemoveFileSpec, UncShareLeavesServer) {
   EXPECT_EQ(path, L"\\\\srv");
 }
 
+TEST(PathRemoveFileSpec, UncServerLeavesDoubleBackslash) {
+  std::wstring path = L"\\\\srv";
+  EXPECT_TRUE(PathRemoveFileSpecW(path));
+  EXPECT_EQ(path, L"\\\\");
+  EXPECT_FALSE(PathRemoveFileSpecW(path));
+}
+
 TEST(PathRemoveFileSpec, TrailingBackslashIsRemoved) {
   std::wstring path = L"C:\\a\\";
   EXPECT_TRUE(PathRemoveFileSpecW(path));
@@ -416,6 +433,14 @@ TEST(PathStripToRoot, RelativePathFails) {
   std::wstring path = L"a\\b";
   EXPECT_FALSE(PathStripToRootW(path));
   EXPECT_TRUE(path.empty());
+}
+
+TEST(PathStripToRoot, LongPrefixIsNotUnderstood) {
+  // Only the newer path functions know "\\?\"; the classic one stops at the first element that
+  // looks like a server.
+  std::wstring path = L"\\\\?\\UNC\\srv\\share\\x";
+  EXPECT_TRUE(PathStripToRootW(path));
+  EXPECT_EQ(path, L"\\\\?\\UNC");
 }
 
 TEST(PathStripToRoot, BareDriveFails) {
