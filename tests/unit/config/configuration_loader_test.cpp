@@ -1,0 +1,319 @@
+// The configuration loader through real XML files in a temporary folder and the real POSIX XML
+// adapter.
+#include "config/configuration_loader.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "fakes/log_capture.h"
+#include "fakes/xml_test_folder.h"
+
+namespace tw {
+namespace {
+
+using ::tw::testing::LogCapture;
+using ::tw::testing::XmlTestFolder;
+using Lines = std::vector<std::wstring>;
+
+std::wstring InvalidRegistry(const std::wstring& item) {
+  return L"Invalid registry filter found in the configuration file: " + item;
+}
+std::wstring InvalidFolder(const std::wstring& item) {
+  return L"Invalid folder filter found in the configuration file: " + item;
+}
+
+class ConfigurationLoaderTest : public ::testing::Test {
+ protected:
+  ConfigurationLoaderTest() { InitSettings(settings_); }
+
+  // Writes the configuration text and loads it through its Windows-form path.
+  HResult Load(std::string_view xml) {
+    const std::string file = folder_.Write("cfg.xml", xml);
+    return LoadConfiguration(settings_, XmlTestFolder::WindowsForm(file));
+  }
+
+  // Loads a document whose root holds `body`.
+  HResult LoadBody(std::string_view body) {
+    return Load("<configuration>" + std::string(body) + "</configuration>");
+  }
+
+  void ExpectDefaults() const {
+    EXPECT_EQ(settings_.sourcePath, L"");
+    EXPECT_EQ(settings_.targetPath, L"");
+    EXPECT_EQ(settings_.sourceVersion, 0);
+    EXPECT_EQ(settings_.targetVersion, 0);
+    EXPECT_EQ(settings_.folderMask, 0x7FFFFFFFu);
+    EXPECT_EQ(settings_.registryMask, 0x7FFFFFFFu);
+    EXPECT_EQ(settings_.conflictPolicy, 8);
+    EXPECT_FALSE(settings_.takeOwnership);
+    EXPECT_FALSE(settings_.showHelp);
+  }
+
+  XmlTestFolder folder_;
+  MigrationSettings settings_;
+  LogCapture log_;
+};
+
+TEST_F(ConfigurationLoaderTest, ReadsEveryElementAndAttribute) {
+  EXPECT_EQ(Load(R"(<?xml version="1.0" encoding="utf-8"?>
+<anyname takeownership="1">
+  <source>
+    <profilepath> \\fileserver\profiles\* </profilepath>
+    <migv2tov5>false</migv2tov5>
+    <migv2tov6>true</migv2tov6>
+  </source>
+  <target><profilepath>\\fileserver\newprofiles</profilepath></target>
+  <migration>
+    <profile>
+      <includefolders>Desktop</includefolders>
+      <excludefolders>Favorites</excludefolders>
+    </profile>
+    <registry disabled="0">
+      <includekeys>Console, Software,Environment</includekeys>
+      <excludekeys>Console</excludekeys>
+    </registry>
+  </migration>
+  <merging><conflict>MostRecent</conflict></merging>
+</anyname>
+)"),
+            hr::kOk);
+  EXPECT_TRUE(settings_.takeOwnership);
+  EXPECT_EQ(settings_.sourcePath, L"\\\\fileserver\\profiles\\*");
+  EXPECT_EQ(settings_.sourceVersion, 2);
+  EXPECT_EQ(settings_.targetVersion, 6);
+  EXPECT_EQ(settings_.targetPath, L"\\\\fileserver\\newprofiles");
+  EXPECT_EQ(settings_.folderMask, 0u);
+  EXPECT_EQ(settings_.registryMask, 0x20u | 0x100u);
+  EXPECT_EQ(settings_.conflictPolicy, 4);
+  EXPECT_FALSE(settings_.showHelp);
+  EXPECT_EQ(log_.messages(), (Lines{InvalidFolder(L"Desktop"), InvalidFolder(L"Favorites")}));
+}
+
+TEST_F(ConfigurationLoaderTest, PosixPathWorksToo) {
+  const std::string file =
+      folder_.Write("plain.xml", "<c><target><profilepath>t</profilepath></target></c>");
+  EXPECT_EQ(LoadConfiguration(settings_, XmlTestFolder::Wide(file)), hr::kOk);
+  EXPECT_EQ(settings_.targetPath, L"t");
+}
+
+TEST_F(ConfigurationLoaderTest, MalformedFileLeavesRecordUntouchedAndLogsNothing) {
+  settings_.sourcePath = L"from the command line";
+  settings_.registryMask = 0x5u;
+  EXPECT_EQ(Load("<configuration takeownership=\"1\"><source><profilepath>x</profilepath>"
+                 "</source><migration><registry><includekeys>Bogus</includekeys>"),
+            hr::kFalse);
+  EXPECT_EQ(settings_.sourcePath, L"from the command line");
+  EXPECT_EQ(settings_.registryMask, 0x5u);
+  EXPECT_FALSE(settings_.takeOwnership);
+  EXPECT_EQ(log_.messages(), Lines{});
+}
+
+TEST_F(ConfigurationLoaderTest, FileThatCannotBeOpenedFails) {
+  const std::string missing = (folder_.path() / "missing.xml").string();
+  const HResult result = LoadConfiguration(settings_, XmlTestFolder::WindowsForm(missing));
+  EXPECT_LT(result, 0);
+  EXPECT_EQ(result, static_cast<HResult>(0x80070002u));
+  ExpectDefaults();
+  EXPECT_EQ(log_.messages(), Lines{});
+}
+
+TEST_F(ConfigurationLoaderTest, EmptyRootChangesNothing) {
+  EXPECT_EQ(Load("<configuration/>"), hr::kOk);
+  ExpectDefaults();
+  EXPECT_EQ(log_.messages(), Lines{});
+}
+
+TEST_F(ConfigurationLoaderTest, MissingElementsLeaveFieldsAlone) {
+  settings_.sourcePath = L"s";
+  settings_.targetPath = L"t";
+  settings_.conflictPolicy = 2;
+  settings_.folderMask = 0x3u;
+  settings_.registryMask = 0x4u;
+  EXPECT_EQ(LoadBody("<source/><target/><migration><profile/><registry/></migration>"
+                     "<merging/><unknown>x</unknown>"),
+            hr::kOk);
+  EXPECT_EQ(settings_.sourcePath, L"s");
+  EXPECT_EQ(settings_.targetPath, L"t");
+  EXPECT_EQ(settings_.conflictPolicy, 2);
+  EXPECT_EQ(settings_.folderMask, 0x3u);
+  EXPECT_EQ(settings_.registryMask, 0x4u);
+}
+
+TEST_F(ConfigurationLoaderTest, ElementsAreLookedUpByExactName) {
+  EXPECT_EQ(LoadBody("<Source><profilepath>x</profilepath></Source>"
+                     "<deep><target><profilepath>y</profilepath></target></deep>"),
+            hr::kOk);
+  ExpectDefaults();
+}
+
+TEST_F(ConfigurationLoaderTest, UppercaseTrueInMigv5tov6SelectsModeFiveToSix) {
+  EXPECT_EQ(LoadBody("<source><migv5tov6>TRUE</migv5tov6></source>"), hr::kOk);
+  EXPECT_EQ(settings_.sourceVersion, 5);
+  EXPECT_EQ(settings_.targetVersion, 6);
+}
+
+TEST_F(ConfigurationLoaderTest, EachModeElementSelectsItsMode) {
+  const struct {
+    const char* element;
+    std::int32_t source;
+    std::int32_t target;
+  } modes[] = {{"migv2tov5", 2, 5}, {"migv2tov6", 2, 6}, {"migv5tov6", 5, 6}, {"migv6tov6", 6, 6}};
+  for (const auto& mode : modes) {
+    InitSettings(settings_);
+    const std::string element = mode.element;
+    EXPECT_EQ(LoadBody("<source><" + element + "> True </" + element + "></source>"), hr::kOk);
+    EXPECT_EQ(settings_.sourceVersion, mode.source) << element;
+    EXPECT_EQ(settings_.targetVersion, mode.target) << element;
+  }
+}
+
+TEST_F(ConfigurationLoaderTest, LaterTrueModeWinsInFixedOrder) {
+  // Document order does not matter; the loader reads v2v5, v2v6, v5v6, v6v6 in turn.
+  EXPECT_EQ(LoadBody("<source><migv5tov6>true</migv5tov6><migv2tov5>true</migv2tov5>"
+                     "<migv6tov6>no</migv6tov6></source>"),
+            hr::kOk);
+  EXPECT_EQ(settings_.sourceVersion, 5);
+  EXPECT_EQ(settings_.targetVersion, 6);
+}
+
+TEST_F(ConfigurationLoaderTest, NonTrueModeTextsSelectNothing) {
+  settings_.sourceVersion = 2;
+  settings_.targetVersion = 5;
+  EXPECT_EQ(LoadBody("<source><migv2tov6>1</migv2tov6><migv5tov6>yes</migv5tov6>"
+                     "<migv6tov6>truee</migv6tov6></source>"),
+            hr::kOk);
+  EXPECT_EQ(settings_.sourceVersion, 2);
+  EXPECT_EQ(settings_.targetVersion, 5);
+}
+
+TEST_F(ConfigurationLoaderTest, ConflictNamesWithoutRegardToCase) {
+  const struct {
+    const char* text;
+    std::int32_t policy;
+  } cases[] = {{"V1Profile", 1},    {"v1profile", 1},  {"V2PROFILE", 2},
+               {" mostrecent ", 4}, {"MostRecent", 4}, {"savecopy", 8},
+               {"SaveCopy", 8},     {"", 8},           {"Other", 8}};
+  for (const auto& c : cases) {
+    settings_.conflictPolicy = 0;
+    EXPECT_EQ(LoadBody(std::string("<merging><conflict>") + c.text + "</conflict></merging>"),
+              hr::kOk);
+    EXPECT_EQ(settings_.conflictPolicy, c.policy) << c.text;
+  }
+}
+
+TEST_F(ConfigurationLoaderTest, TakeOwnershipAttributeIsAnIntegerAboveZero) {
+  const struct {
+    const char* attribute;
+    bool expected;
+  } cases[] = {{" takeownership=\"1\"", true},     {" takeownership=\" 2 \"", true},
+               {" takeownership=\"0\"", false},    {" takeownership=\"-1\"", false},
+               {" takeownership=\"true\"", false}, {" takeownership=\"0x10\"", false},
+               {" takeownership=\"\"", false},     {"", false}};
+  for (const auto& c : cases) {
+    settings_.takeOwnership = !c.expected;
+    EXPECT_EQ(Load(std::string("<configuration") + c.attribute + "/>"), hr::kOk);
+    EXPECT_EQ(settings_.takeOwnership, c.expected) << c.attribute;
+  }
+}
+
+TEST_F(ConfigurationLoaderTest, IncludeKeysWithBlanksAndOneBogus) {
+  EXPECT_EQ(LoadBody("<migration><registry><includekeys>Software, Console ,Bogus</includekeys>"
+                     "</registry></migration>"),
+            hr::kOk);
+  EXPECT_EQ(settings_.registryMask, 0x21u);
+  EXPECT_EQ(log_.messages(), Lines{InvalidRegistry(L"Bogus")});
+}
+
+TEST_F(ConfigurationLoaderTest, ExcludeKeysWithoutIncludeClearsFromDefault) {
+  EXPECT_EQ(LoadBody("<migration><registry><excludekeys>Console,Network</excludekeys>"
+                     "</registry></migration>"),
+            hr::kOk);
+  EXPECT_EQ(settings_.registryMask, 0x7FFFFBFEu);
+  EXPECT_EQ(log_.messages(), Lines{});
+}
+
+TEST_F(ConfigurationLoaderTest, ExcludeListWinsOverIncludeList) {
+  EXPECT_EQ(LoadBody("<migration><registry><excludekeys>software</excludekeys>"
+                     "<includekeys>Software,System</includekeys></registry></migration>"),
+            hr::kOk);
+  EXPECT_EQ(settings_.registryMask, 0x40u);
+}
+
+TEST_F(ConfigurationLoaderTest, ExcludingEveryKeyLeavesPositiveMaskWithoutTableBits) {
+  EXPECT_EQ(LoadBody("<migration><registry><excludekeys>Console,Control Panel,Identities,"
+                     "Keyboard Layout,Printers,Software,System,AppEvents,Environment,EUDC,"
+                     "Network</excludekeys></registry></migration>"),
+            hr::kOk);
+  EXPECT_EQ(settings_.registryMask, 0x7FFFF800u);
+}
+
+TEST_F(ConfigurationLoaderTest, EmptyIncludeKeysSelectsNothing) {
+  EXPECT_EQ(LoadBody("<migration><registry><includekeys/></registry></migration>"), hr::kOk);
+  EXPECT_EQ(settings_.registryMask, 0u);
+  EXPECT_EQ(log_.messages(), Lines{});
+}
+
+TEST_F(ConfigurationLoaderTest, DisabledAttributeTurnsRegistryOffAfterTheLists) {
+  EXPECT_EQ(LoadBody("<migration><registry disabled=\"1\"><includekeys>Console</includekeys>"
+                     "<excludekeys>Bogus</excludekeys></registry></migration>"),
+            hr::kOk);
+  EXPECT_EQ(settings_.registryMask, 0x80000000u);
+  EXPECT_EQ(log_.messages(), Lines{InvalidRegistry(L"Bogus")});
+}
+
+TEST_F(ConfigurationLoaderTest, DisabledValuesThatDoNotTurnRegistryOff) {
+  for (const char* value : {"0", "true", "", "0x1", "no"}) {
+    settings_.registryMask = 0x7FFFFFFFu;
+    EXPECT_EQ(
+        LoadBody(std::string("<migration><registry disabled=\"") + value + "\"/></migration>"),
+        hr::kOk);
+    EXPECT_EQ(settings_.registryMask, 0x7FFFFFFFu) << value;
+  }
+  for (const char* value : {"-1", " 7 "}) {
+    settings_.registryMask = 0x7FFFFFFFu;
+    EXPECT_EQ(
+        LoadBody(std::string("<migration><registry disabled=\"") + value + "\"/></migration>"),
+        hr::kOk);
+    EXPECT_EQ(settings_.registryMask, 0x80000000u) << value;
+  }
+}
+
+TEST_F(ConfigurationLoaderTest, DesktopInIncludeFoldersGivesZeroMask) {
+  EXPECT_EQ(LoadBody("<migration><profile><includefolders>Desktop</includefolders></profile>"
+                     "</migration>"),
+            hr::kOk);
+  EXPECT_EQ(settings_.folderMask, 0u);
+  EXPECT_EQ(log_.messages(), Lines{InvalidFolder(L"Desktop")});
+}
+
+TEST_F(ConfigurationLoaderTest, DesktopInExcludeFoldersLeavesMask) {
+  EXPECT_EQ(LoadBody("<migration><profile><excludefolders>Desktop</excludefolders></profile>"
+                     "</migration>"),
+            hr::kOk);
+  EXPECT_EQ(settings_.folderMask, 0x7FFFFFFFu);
+  EXPECT_EQ(log_.messages(), Lines{InvalidFolder(L"Desktop")});
+}
+
+TEST_F(ConfigurationLoaderTest, PercentSequencesStayVerbatim) {
+  EXPECT_EQ(LoadBody("<source><profilepath>\\\\s\\%s%n%%\\*</profilepath></source>"
+                     "<target><profilepath>%d%%</profilepath></target>"
+                     "<migration><registry><includekeys>%s%n%%</includekeys></registry>"
+                     "<profile><excludefolders>%x</excludefolders></profile></migration>"),
+            hr::kOk);
+  EXPECT_EQ(settings_.sourcePath, L"\\\\s\\%s%n%%\\*");
+  EXPECT_EQ(settings_.targetPath, L"%d%%");
+  EXPECT_EQ(log_.messages(), (Lines{InvalidFolder(L"%x"), InvalidRegistry(L"%s%n%%")}));
+}
+
+TEST_F(ConfigurationLoaderTest, ProfilePathTextIsTrimmedAndKeepsNonAscii) {
+  EXPECT_EQ(LoadBody("<source><profilepath>\n\t \\\\srv\\pr\xC3\xB6"
+                     "files\\a b \n"
+                     "</profilepath></source>"),
+            hr::kOk);
+  EXPECT_EQ(settings_.sourcePath, L"\\\\srv\\pr\u00F6files\\a b");
+}
+
+}  // namespace
+}  // namespace tw
