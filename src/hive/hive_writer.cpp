@@ -1,0 +1,358 @@
+#include "hive/hive_writer.h"
+
+#include <algorithm>
+#include <map>
+#include <unordered_map>
+
+#include "hive/name_compare.h"
+#include "hive/regf_layout.h"
+#include "hive/regf_text.h"
+#include "hive/security_parts.h"
+
+namespace tw::hive {
+
+namespace {
+
+using regf::Put16;
+using regf::Put32;
+using regf::Put64;
+
+std::size_t Align8(std::size_t n) { return (n + 7) & ~static_cast<std::size_t>(7); }
+
+// Hands out cells in hive bins, growing one byte buffer (the hive bins data).
+class CellAllocator {
+ public:
+  explicit CellAllocator(std::uint64_t timestamp) : timestamp_(timestamp) {}
+
+  // A new allocated cell with room for `payload` bytes; returns its offset.
+  std::uint32_t Allocate(std::size_t payload) {
+    const std::size_t size = Align8(payload + 4);
+    if (pos_ + size > binEnd_) {
+      CloseBin();
+      OpenBin(size);
+    }
+    const auto offset = static_cast<std::uint32_t>(pos_);
+    Put32(data_.data() + pos_, static_cast<std::uint32_t>(-static_cast<std::int64_t>(size)));
+    pos_ += size;
+    return offset;
+  }
+
+  // The data of the cell at `offset` (valid until the next allocation).
+  std::uint8_t* At(std::uint32_t offset) { return data_.data() + offset + 4; }
+
+  std::vector<std::uint8_t> Finish() {
+    CloseBin();
+    return std::move(data_);
+  }
+
+ private:
+  void CloseBin() {
+    if (pos_ < binEnd_) Put32(data_.data() + pos_, static_cast<std::uint32_t>(binEnd_ - pos_));
+    pos_ = binEnd_;
+  }
+
+  void OpenBin(std::size_t cellSize) {
+    const std::size_t needed = regf::kBinHeaderSize + cellSize;
+    const std::size_t binSize =
+        (needed + regf::kBinAlignment - 1) / regf::kBinAlignment * regf::kBinAlignment;
+    const std::size_t start = data_.size();
+    data_.resize(start + binSize, 0);
+    std::uint8_t* bin = data_.data() + start;
+    bin[0] = 'h';
+    bin[1] = 'b';
+    bin[2] = 'i';
+    bin[3] = 'n';
+    Put32(bin + regf::kBinOffset, static_cast<std::uint32_t>(start));
+    Put32(bin + regf::kBinSize, static_cast<std::uint32_t>(binSize));
+    if (start == 0) Put64(bin + regf::kBinTimestamp, timestamp_);
+    pos_ = start + regf::kBinHeaderSize;
+    binEnd_ = start + binSize;
+  }
+
+  std::vector<std::uint8_t> data_;
+  std::size_t pos_ = 0;
+  std::size_t binEnd_ = 0;
+  std::uint64_t timestamp_;
+};
+
+struct SecurityCell {
+  std::uint32_t offset;
+  std::uint32_t references;
+};
+
+class Writer {
+ public:
+  explicit Writer(std::uint64_t now) : cells_(now) {}
+
+  std::vector<std::uint8_t> Run(const Key& root, std::uint32_t* rootOffset) {
+    *rootOffset = WriteKey(root, regf::kNoCell, true);
+    LinkSecurityCells();
+    return cells_.Finish();
+  }
+
+ private:
+  std::uint32_t WriteKey(const Key& key, std::uint32_t parent, bool isRoot) {
+    const bool compressed = FitsLatin1(key.name);
+    std::vector<std::uint8_t> name;
+    if (compressed) {
+      for (const wchar_t c : key.name) name.push_back(static_cast<std::uint8_t>(c));
+    } else {
+      AppendUtf16Le(key.name, name);
+    }
+    const std::uint32_t offset = cells_.Allocate(regf::kNkName + name.size());
+    {
+      std::uint8_t* nk = cells_.At(offset);
+      std::fill(nk, nk + regf::kNkName, std::uint8_t{0});
+      nk[0] = 'n';
+      nk[1] = 'k';
+      std::uint16_t flags = key.flags;
+      if (compressed) flags |= regf::kNkCompressedName;
+      if (isRoot) flags |= regf::kNkHiveEntry | regf::kNkNoDelete;
+      Put16(nk + regf::kNkFlags, flags);
+      Put64(nk + regf::kNkLastWrite, key.lastWriteTime);
+      Put32(nk + regf::kNkParent, parent);
+      Put32(nk + regf::kNkVolatileSubKeyList, regf::kNoCell);
+      Put16(nk + regf::kNkNameLength, static_cast<std::uint16_t>(name.size()));
+      std::copy(name.begin(), name.end(), nk + regf::kNkName);
+    }
+    const std::uint32_t security = WriteSecurity(key.security);
+    std::uint32_t classOffset = regf::kNoCell;
+    std::vector<std::uint8_t> classBytes;
+    if (!key.className.empty()) {
+      AppendUtf16Le(key.className, classBytes);
+      classOffset = cells_.Allocate(classBytes.size());
+      std::copy(classBytes.begin(), classBytes.end(), cells_.At(classOffset));
+    }
+    std::uint32_t maxValueName = 0;
+    std::uint32_t maxValueData = 0;
+    const std::uint32_t valueList = WriteValues(key, &maxValueName, &maxValueData);
+
+    std::vector<std::uint32_t> children;
+    children.reserve(key.children.size());
+    std::uint32_t maxChildName = 0;
+    std::uint32_t maxChildClass = 0;
+    for (const auto& child : key.children) {
+      children.push_back(WriteKey(*child, offset, false));
+      maxChildName = std::max(maxChildName, static_cast<std::uint32_t>(Utf16Length(child->name)));
+      maxChildClass =
+          std::max(maxChildClass, static_cast<std::uint32_t>(Utf16Length(child->className)));
+    }
+    const std::uint32_t subKeyList = WriteSubKeyList(key, children);
+
+    std::uint8_t* nk = cells_.At(offset);
+    Put32(nk + regf::kNkSubKeyCount, static_cast<std::uint32_t>(children.size()));
+    Put32(nk + regf::kNkSubKeyList, subKeyList);
+    Put32(nk + regf::kNkValueCount, static_cast<std::uint32_t>(key.values.size()));
+    Put32(nk + regf::kNkValueList, valueList);
+    Put32(nk + regf::kNkSecurity, security);
+    Put32(nk + regf::kNkClass, classOffset);
+    Put32(nk + regf::kNkMaxSubKeyName,
+          (std::min<std::uint32_t>(maxChildName * 2, 0xFFFF)) |
+              (static_cast<std::uint32_t>(key.extraFlags) << 16));
+    Put32(nk + regf::kNkMaxSubKeyClass, maxChildClass * 2);
+    Put32(nk + regf::kNkMaxValueName, maxValueName * 2);
+    Put32(nk + regf::kNkMaxValueData, maxValueData);
+    Put16(nk + regf::kNkClassLength, static_cast<std::uint16_t>(classBytes.size()));
+    return offset;
+  }
+
+  std::uint32_t WriteValues(const Key& key, std::uint32_t* maxName, std::uint32_t* maxData) {
+    if (key.values.empty()) return regf::kNoCell;
+    std::vector<std::uint32_t> offsets;
+    offsets.reserve(key.values.size());
+    for (const Value& value : key.values) {
+      offsets.push_back(WriteValue(value));
+      *maxName = std::max(*maxName, static_cast<std::uint32_t>(Utf16Length(value.name)));
+      *maxData = std::max(*maxData, static_cast<std::uint32_t>(value.data.size()));
+    }
+    const std::uint32_t list = cells_.Allocate(4 * offsets.size());
+    std::uint8_t* p = cells_.At(list);
+    for (std::size_t i = 0; i < offsets.size(); ++i) Put32(p + 4 * i, offsets[i]);
+    return list;
+  }
+
+  std::uint32_t WriteValue(const Value& value) {
+    const bool compressed = FitsLatin1(value.name);
+    std::vector<std::uint8_t> name;
+    if (compressed) {
+      for (const wchar_t c : value.name) name.push_back(static_cast<std::uint8_t>(c));
+    } else {
+      AppendUtf16Le(value.name, name);
+    }
+    const auto size = static_cast<std::uint32_t>(value.data.size());
+    std::uint32_t sizeField = size;
+    std::uint32_t dataField = 0;
+    if (size <= 4) {
+      sizeField |= regf::kVkDataInline;
+      for (std::uint32_t i = 0; i < size; ++i) dataField |= static_cast<std::uint32_t>(value.data[i]) << (8 * i);
+    } else {
+      dataField = WriteData(value.data);
+    }
+    const std::uint32_t offset = cells_.Allocate(regf::kVkName + name.size());
+    std::uint8_t* vk = cells_.At(offset);
+    std::fill(vk, vk + regf::kVkName, std::uint8_t{0});
+    vk[0] = 'v';
+    vk[1] = 'k';
+    Put16(vk + regf::kVkNameLength, static_cast<std::uint16_t>(name.size()));
+    Put32(vk + regf::kVkDataSize, sizeField);
+    Put32(vk + regf::kVkDataOffset, dataField);
+    Put32(vk + regf::kVkType, value.type);
+    Put16(vk + regf::kVkFlags, compressed ? regf::kVkCompressedName : std::uint16_t{0});
+    std::copy(name.begin(), name.end(), vk + regf::kVkName);
+    return offset;
+  }
+
+  std::uint32_t WriteData(const std::vector<std::uint8_t>& data) {
+    if (data.size() <= regf::kBigDataSegment) {
+      const std::uint32_t cell = cells_.Allocate(data.size());
+      std::copy(data.begin(), data.end(), cells_.At(cell));
+      return cell;
+    }
+    const std::size_t count = (data.size() + regf::kBigDataSegment - 1) / regf::kBigDataSegment;
+    std::vector<std::uint32_t> segments;
+    segments.reserve(count);
+    for (std::size_t i = 0; i < count; ++i) {
+      const std::size_t from = i * regf::kBigDataSegment;
+      const std::size_t n = std::min(regf::kBigDataSegment, data.size() - from);
+      const std::uint32_t cell = cells_.Allocate(n);
+      std::copy(data.begin() + static_cast<std::ptrdiff_t>(from),
+                data.begin() + static_cast<std::ptrdiff_t>(from + n), cells_.At(cell));
+      segments.push_back(cell);
+    }
+    const std::uint32_t list = cells_.Allocate(4 * count);
+    for (std::size_t i = 0; i < count; ++i) Put32(cells_.At(list) + 4 * i, segments[i]);
+    const std::uint32_t db = cells_.Allocate(regf::kDbHeaderSize);
+    std::uint8_t* p = cells_.At(db);
+    p[0] = 'd';
+    p[1] = 'b';
+    Put16(p + regf::kDbSegmentCount, static_cast<std::uint16_t>(count));
+    Put32(p + regf::kDbSegmentList, list);
+    return db;
+  }
+
+  std::uint32_t WriteLeaf(const Key& key, const std::vector<std::uint32_t>& offsets,
+                          std::size_t from, std::size_t count) {
+    const std::uint32_t leaf = cells_.Allocate(4 + 8 * count);
+    std::uint8_t* p = cells_.At(leaf);
+    p[0] = 'l';
+    p[1] = 'h';
+    Put16(p + 2, static_cast<std::uint16_t>(count));
+    for (std::size_t i = 0; i < count; ++i) {
+      std::u16string upper = ToUtf16(key.children[from + i]->name);
+      for (char16_t& c : upper) c = static_cast<char16_t>(UpcaseChar(static_cast<wchar_t>(c)));
+      Put32(p + 4 + 8 * i, offsets[from + i]);
+      Put32(p + 8 + 8 * i, regf::NameHash(upper));
+    }
+    return leaf;
+  }
+
+  std::uint32_t WriteSubKeyList(const Key& key, const std::vector<std::uint32_t>& offsets) {
+    if (offsets.empty()) return regf::kNoCell;
+    if (offsets.size() <= regf::kMaxLeafEntries) return WriteLeaf(key, offsets, 0, offsets.size());
+    std::vector<std::uint32_t> leaves;
+    for (std::size_t from = 0; from < offsets.size(); from += regf::kMaxLeafEntries) {
+      const std::size_t n = std::min(regf::kMaxLeafEntries, offsets.size() - from);
+      leaves.push_back(WriteLeaf(key, offsets, from, n));
+    }
+    const std::uint32_t root = cells_.Allocate(4 + 4 * leaves.size());
+    std::uint8_t* p = cells_.At(root);
+    p[0] = 'r';
+    p[1] = 'i';
+    Put16(p + 2, static_cast<std::uint16_t>(leaves.size()));
+    for (std::size_t i = 0; i < leaves.size(); ++i) Put32(p + 4 + 4 * i, leaves[i]);
+    return root;
+  }
+
+  std::uint32_t WriteSecurity(const SharedSecurity& security) {
+    const SecurityBytes& bytes = security ? *security : DefaultSecurityDescriptor();
+    const auto known = byPointer_.find(&bytes);
+    std::size_t index = 0;
+    if (known != byPointer_.end()) {
+      index = known->second;
+    } else {
+      const auto same = byContent_.find(bytes);
+      if (same != byContent_.end()) {
+        index = same->second;
+      } else {
+        const std::uint32_t offset = cells_.Allocate(regf::kSkDescriptor + bytes.size());
+        std::uint8_t* sk = cells_.At(offset);
+        std::fill(sk, sk + regf::kSkDescriptor, std::uint8_t{0});
+        sk[0] = 's';
+        sk[1] = 'k';
+        Put32(sk + regf::kSkDescriptorSize, static_cast<std::uint32_t>(bytes.size()));
+        std::copy(bytes.begin(), bytes.end(), sk + regf::kSkDescriptor);
+        index = security_.size();
+        security_.push_back({offset, 0});
+        byContent_.emplace(bytes, index);
+      }
+      byPointer_.emplace(&bytes, index);
+      if (security) held_.push_back(security);  // keeps the pointer key valid
+    }
+    ++security_[index].references;
+    return security_[index].offset;
+  }
+
+  void LinkSecurityCells() {
+    const std::size_t n = security_.size();
+    for (std::size_t i = 0; i < n; ++i) {
+      std::uint8_t* sk = cells_.At(security_[i].offset);
+      Put32(sk + regf::kSkFlink, security_[(i + 1) % n].offset);
+      Put32(sk + regf::kSkBlink, security_[(i + n - 1) % n].offset);
+      Put32(sk + regf::kSkReferenceCount, security_[i].references);
+    }
+  }
+
+  CellAllocator cells_;
+  std::vector<SecurityCell> security_;
+  std::unordered_map<const SecurityBytes*, std::size_t> byPointer_;
+  std::map<SecurityBytes, std::size_t> byContent_;
+  std::vector<SharedSecurity> held_;
+};
+
+}  // namespace
+
+std::uint32_t FormatMinorForOsVersion(std::uint32_t major, std::uint32_t minor) {
+  if (major == 5 && (minor == 1 || minor == 2)) return 5;
+  if (major == 6 && minor <= 3) return 5;
+  if (major == 10 && minor == 0) return 5;
+  return 0;
+}
+
+std::vector<std::uint8_t> SerializeHive(const Key& root, std::uint32_t formatMinor,
+                                        std::wstring_view fileName, std::uint64_t now) {
+  std::uint32_t rootOffset = 0;
+  std::vector<std::uint8_t> bins = Writer(now).Run(root, &rootOffset);
+  std::vector<std::uint8_t> file(regf::kBaseBlockSize + bins.size(), 0);
+  std::uint8_t* base = file.data();
+  base[0] = 'r';
+  base[1] = 'e';
+  base[2] = 'g';
+  base[3] = 'f';
+  Put32(base + regf::kBasePrimarySequence, 1);
+  Put32(base + regf::kBaseSecondarySequence, 1);
+  Put64(base + regf::kBaseTimestamp, now);
+  Put32(base + regf::kBaseMajor, 1);
+  Put32(base + regf::kBaseMinor, formatMinor);
+  Put32(base + regf::kBaseFileType, 0);
+  Put32(base + regf::kBaseFileFormat, 1);
+  Put32(base + regf::kBaseRootCell, rootOffset);
+  Put32(base + regf::kBaseDataSize, static_cast<std::uint32_t>(bins.size()));
+  Put32(base + regf::kBaseClustering, 1);
+  std::u16string name = ToUtf16(fileName);
+  constexpr std::size_t kMaxNameUnits = regf::kBaseFileNameBytes / 2 - 1;
+  if (name.size() > kMaxNameUnits) name = name.substr(name.size() - kMaxNameUnits);
+  for (std::size_t i = 0; i < name.size(); ++i) {
+    Put16(base + regf::kBaseFileName + 2 * i, static_cast<std::uint16_t>(name[i]));
+  }
+  base[regf::kBaseOfflineSignature + 0] = 'O';
+  base[regf::kBaseOfflineSignature + 1] = 'f';
+  base[regf::kBaseOfflineSignature + 2] = 'R';
+  base[regf::kBaseOfflineSignature + 3] = 'g';
+  Put32(base + regf::kBaseOfflineFlags, 1);
+  Put64(base + regf::kBaseSerializationTime, now);
+  Put32(base + regf::kBaseChecksum, regf::BaseBlockChecksum(base));
+  std::copy(bins.begin(), bins.end(), file.begin() + regf::kBaseBlockSize);
+  return file;
+}
+
+}  // namespace tw::hive
