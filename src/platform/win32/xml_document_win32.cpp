@@ -5,17 +5,20 @@
 // Load returns what IXMLDOMDocument::load returns. MSXML may report a file it cannot open as
 // S_FALSE rather than as a failure; the document then has no document element, and the
 // configuration loader returns S_FALSE as it does for a file that does not parse.
-#include <msxml.h>
-#include <objbase.h>
-#include <oleauto.h>
-
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 
-#include "platform/win32/windows_headers.h"
 #include "platform/xml_document.h"
+
+// The SDK's COM and MSXML headers come after the one header that sets up <windows.h>.
+// clang-format off
+#include "platform/win32/windows_headers.h"
+#include <objbase.h>
+#include <oleauto.h>
+#include <msxml.h>
+// clang-format on
 
 namespace tw {
 namespace {
