@@ -7,14 +7,22 @@
 #include <string>
 #include <vector>
 
+#include "base/text_encoding.h"
 #include "fakes/log_capture.h"
-#include "fakes/xml_test_folder.h"
+#include "fakes/temp_folder.h"
+#include "platform/posix/native_path.h"
+#include "registry/registry_key_table.h"
 
 namespace tw {
 namespace {
 
 using ::tw::testing::LogCapture;
-using ::tw::testing::XmlTestFolder;
+using ::tw::testing::TempFolder;
+
+// The Windows form ("Z:\\tmp\\...") of a POSIX path, as the core sees it.
+std::wstring WindowsForm(const std::string& posixPath) { return posix::ToWindowsPath(posixPath); }
+// The POSIX path as wide text, as it stands.
+std::wstring Wide(const std::string& posixPath) { return Utf8ToWide(posixPath); }
 using Lines = std::vector<std::wstring>;
 
 std::wstring InvalidRegistry(const std::wstring& item) {
@@ -30,8 +38,8 @@ class ConfigurationLoaderTest : public ::testing::Test {
 
   // Writes the configuration text and loads it through its Windows-form path.
   HResult Load(std::string_view xml) {
-    const std::string file = folder_.Write("cfg.xml", xml);
-    return LoadConfiguration(settings_, XmlTestFolder::WindowsForm(file));
+    const std::string file = folder_.WriteFile("cfg.xml", std::string(xml));
+    return LoadConfiguration(settings_, WindowsForm(file));
   }
 
   // Loads a document whose root holds `body`.
@@ -51,7 +59,7 @@ class ConfigurationLoaderTest : public ::testing::Test {
     EXPECT_FALSE(settings_.showHelp);
   }
 
-  XmlTestFolder folder_;
+  TempFolder folder_;
   MigrationSettings settings_;
   LogCapture log_;
 };
@@ -93,8 +101,8 @@ TEST_F(ConfigurationLoaderTest, ReadsEveryElementAndAttribute) {
 
 TEST_F(ConfigurationLoaderTest, PosixPathWorksToo) {
   const std::string file =
-      folder_.Write("plain.xml", "<c><target><profilepath>t</profilepath></target></c>");
-  EXPECT_EQ(LoadConfiguration(settings_, XmlTestFolder::Wide(file)), hr::kOk);
+      folder_.WriteFile("plain.xml", "<c><target><profilepath>t</profilepath></target></c>");
+  EXPECT_EQ(LoadConfiguration(settings_, Wide(file)), hr::kOk);
   EXPECT_EQ(settings_.targetPath, L"t");
 }
 
@@ -112,7 +120,7 @@ TEST_F(ConfigurationLoaderTest, MalformedFileLeavesRecordUntouchedAndLogsNothing
 
 TEST_F(ConfigurationLoaderTest, FileThatCannotBeOpenedFails) {
   const std::string missing = (folder_.path() / "missing.xml").string();
-  const HResult result = LoadConfiguration(settings_, XmlTestFolder::WindowsForm(missing));
+  const HResult result = LoadConfiguration(settings_, WindowsForm(missing));
   EXPECT_LT(result, 0);
   EXPECT_EQ(result, static_cast<HResult>(0x80070002u));
   ExpectDefaults();
@@ -247,6 +255,21 @@ TEST_F(ConfigurationLoaderTest, ExcludingEveryKeyLeavesPositiveMaskWithoutTableB
                      "Network</excludekeys></registry></migration>"),
             hr::kOk);
   EXPECT_EQ(settings_.registryMask, 0x7FFFF800u);
+  EXPECT_TRUE(SelectedRegistryKeys(settings_.registryMask).empty());
+  // Registry migration switched off on top copies "Software" alone.
+  settings_.registryMask = kMaskOff;
+  ASSERT_EQ(SelectedRegistryKeys(settings_.registryMask).size(), 1u);
+  EXPECT_EQ(SelectedRegistryKeys(settings_.registryMask)[0].name, L"Software");
+}
+
+TEST_F(ConfigurationLoaderTest, IncludedKeysAreCopiedInTableOrder) {
+  EXPECT_EQ(LoadBody("<migration><registry><includekeys>Environment,Software</includekeys>"
+                     "</registry></migration>"),
+            hr::kOk);
+  const std::vector<RegistryKeyRow> rows = SelectedRegistryKeys(settings_.registryMask);
+  ASSERT_EQ(rows.size(), 2u);
+  EXPECT_EQ(rows[0].name, L"Software");
+  EXPECT_EQ(rows[1].name, L"Environment");
 }
 
 TEST_F(ConfigurationLoaderTest, EmptyIncludeKeysSelectsNothing) {

@@ -4,13 +4,20 @@
 #include <optional>
 #include <string>
 
-#include "fakes/xml_test_folder.h"
+#include "base/text_encoding.h"
+#include "fakes/temp_folder.h"
+#include "platform/posix/native_path.h"
 #include "platform/xml_document.h"
 
 namespace tw {
 namespace {
 
-using ::tw::testing::XmlTestFolder;
+using ::tw::testing::TempFolder;
+
+// The Windows form ("Z:\\tmp\\...") of a POSIX path, as the core sees it.
+std::wstring WindowsForm(const std::string& posixPath) { return posix::ToWindowsPath(posixPath); }
+// The POSIX path as wide text, as it stands.
+std::wstring Wide(const std::string& posixPath) { return Utf8ToWide(posixPath); }
 
 class PosixXmlDocumentTest : public ::testing::Test {
  protected:
@@ -18,8 +25,8 @@ class PosixXmlDocumentTest : public ::testing::Test {
   std::unique_ptr<XmlElement> LoadRoot(std::string_view bytes) {
     document_ = NewXmlDocument();
     EXPECT_EQ(document_->Create(), hr::kOk);
-    const std::string file = folder_.Write("doc.xml", bytes);
-    EXPECT_EQ(document_->Load(XmlTestFolder::WindowsForm(file)), hr::kOk);
+    const std::string file = folder_.WriteFile("doc.xml", std::string(bytes));
+    EXPECT_EQ(document_->Load(WindowsForm(file)), hr::kOk);
     std::unique_ptr<XmlElement> root;
     EXPECT_EQ(document_->GetDocumentElement(root), hr::kOk);
     return root;
@@ -37,13 +44,13 @@ class PosixXmlDocumentTest : public ::testing::Test {
     return child;
   }
 
-  XmlTestFolder folder_;
+  TempFolder folder_;
   std::unique_ptr<XmlDocument> document_;
 };
 
 TEST_F(PosixXmlDocumentTest, LoadsWindowsFormAndPosixPaths) {
-  const std::string file = folder_.Write("a.xml", "<r><x>1</x></r>");
-  for (const std::wstring& path : {XmlTestFolder::WindowsForm(file), XmlTestFolder::Wide(file)}) {
+  const std::string file = folder_.WriteFile("a.xml", "<r><x>1</x></r>");
+  for (const std::wstring& path : {WindowsForm(file), Wide(file)}) {
     auto document = NewXmlDocument();
     ASSERT_EQ(document->Create(), hr::kOk);
     ASSERT_EQ(document->Load(path), hr::kOk) << path;
@@ -57,7 +64,7 @@ TEST_F(PosixXmlDocumentTest, MissingFileFailsWithFileNotFound) {
   auto document = NewXmlDocument();
   ASSERT_EQ(document->Create(), hr::kOk);
   const std::string missing = (folder_.path() / "none.xml").string();
-  EXPECT_EQ(document->Load(XmlTestFolder::WindowsForm(missing)), static_cast<HResult>(0x80070002u));
+  EXPECT_EQ(document->Load(WindowsForm(missing)), static_cast<HResult>(0x80070002u));
   std::unique_ptr<XmlElement> root;
   EXPECT_EQ(document->GetDocumentElement(root), hr::kFalse);
   EXPECT_EQ(root, nullptr);
@@ -66,7 +73,7 @@ TEST_F(PosixXmlDocumentTest, MissingFileFailsWithFileNotFound) {
 TEST_F(PosixXmlDocumentTest, FolderFailsWithAccessDenied) {
   auto document = NewXmlDocument();
   ASSERT_EQ(document->Create(), hr::kOk);
-  EXPECT_EQ(document->Load(XmlTestFolder::WindowsForm(folder_.path().string())),
+  EXPECT_EQ(document->Load(WindowsForm(folder_.path().string())),
             static_cast<HResult>(0x80070005u));
 }
 
@@ -80,8 +87,8 @@ TEST_F(PosixXmlDocumentTest, MalformedFileLoadsButHasNoDocumentElement) {
   for (const char* bytes : {"<r><x>1</r>", "", "just text", "<a/><b/>", "<a/>trailing"}) {
     auto document = NewXmlDocument();
     ASSERT_EQ(document->Create(), hr::kOk);
-    const std::string file = folder_.Write("bad.xml", bytes);
-    EXPECT_EQ(document->Load(XmlTestFolder::WindowsForm(file)), hr::kOk) << bytes;
+    const std::string file = folder_.WriteFile("bad.xml", bytes);
+    EXPECT_EQ(document->Load(WindowsForm(file)), hr::kOk) << bytes;
     std::unique_ptr<XmlElement> root;
     EXPECT_EQ(document->GetDocumentElement(root), hr::kFalse) << bytes;
     EXPECT_EQ(root, nullptr);
