@@ -15,15 +15,18 @@ namespace {
 constexpr std::size_t kModulePathLength = 260;
 
 // The line's length in UTF-16 code units: on Linux (UTF-32 wchar_t) a character above U+FFFF
-// counts as its two surrogates.
+// counts as its two surrogates. A template, so that the Windows build never compiles the count.
+template <std::size_t kWideSize = sizeof(wchar_t)>
 std::size_t Utf16Length(std::wstring_view text) {
-  std::size_t units = text.size();
-  if constexpr (sizeof(wchar_t) > 2) {
+  if constexpr (kWideSize == 2) {
+    return text.size();
+  } else {
+    std::size_t units = text.size();
     for (const wchar_t c : text) {
       if (static_cast<std::uint32_t>(c) > 0xFFFFu) ++units;
     }
+    return units;
   }
-  return units;
 }
 
 // The request of every open of a log file: GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ |

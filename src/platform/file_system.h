@@ -34,11 +34,11 @@ enum class CreationDisposition : std::uint32_t {
 // What CreateFileW is asked for. Sharing is honoured on Windows; POSIX has no share modes and
 // ignores it.
 struct FileOpenRequest {
-  bool read = true;         // GENERIC_READ
-  bool write = false;       // GENERIC_WRITE
-  bool shareRead = true;    // FILE_SHARE_READ
-  bool shareWrite = false;  // FILE_SHARE_WRITE
-  bool shareDelete = false; // FILE_SHARE_DELETE
+  bool read = true;          // GENERIC_READ
+  bool write = false;        // GENERIC_WRITE
+  bool shareRead = true;     // FILE_SHARE_READ
+  bool shareWrite = false;   // FILE_SHARE_WRITE
+  bool shareDelete = false;  // FILE_SHARE_DELETE
   CreationDisposition disposition = CreationDisposition::kOpenExisting;
 };
 

@@ -65,7 +65,8 @@ class PosixFileSystem final : public FileSystem {
       const ssize_t length = ::readlink("/proc/self/exe", buffer.data(), buffer.size());
       if (length < 0) return std::wstring();
       if (static_cast<std::size_t>(length) < buffer.size()) {
-        return posix::ToWindowsPath(std::string_view(buffer.data(), static_cast<std::size_t>(length)));
+        return posix::ToWindowsPath(
+            std::string_view(buffer.data(), static_cast<std::size_t>(length)));
       }
       buffer.resize(buffer.size() * 2);
     }
@@ -222,7 +223,8 @@ class PosixFileSystem final : public FileSystem {
       if (count == 0) break;
       ssize_t done = 0;
       while (done < count) {
-        const ssize_t put = ::write(out.fd, buffer.data() + done, static_cast<std::size_t>(count - done));
+        const ssize_t put =
+            ::write(out.fd, buffer.data() + done, static_cast<std::size_t>(count - done));
         if (put < 0) {
           if (errno == EINTR) continue;
           return posix::Win32ErrorFromErrno(errno);

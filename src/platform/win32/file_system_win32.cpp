@@ -1,0 +1,106 @@
+// The file-system port over the Win32 calls it is named after. Handles are the HANDLE values.
+#include <string>
+#include <vector>
+
+#include "platform/file_system.h"
+#include "platform/win32/windows_headers.h"
+
+namespace tw {
+namespace {
+
+HANDLE ToHandle(FileHandle handle) { return reinterpret_cast<HANDLE>(handle); }
+
+err::Win32Error LastError() { return static_cast<err::Win32Error>(::GetLastError()); }
+
+class Win32FileSystem final : public FileSystem {
+ public:
+  std::wstring ModuleFileName() override {
+    std::vector<wchar_t> buffer(MAX_PATH + 1);
+    for (;;) {
+      const DWORD length =
+          ::GetModuleFileNameW(nullptr, buffer.data(), static_cast<DWORD>(buffer.size()));
+      if (length == 0) return std::wstring();
+      if (length < buffer.size()) return std::wstring(buffer.data(), length);
+      buffer.resize(buffer.size() * 2);
+    }
+  }
+
+  bool PathExists(std::wstring_view path) override {
+    const std::wstring text(path);
+    return ::PathFileExistsW(text.c_str()) != FALSE;
+  }
+
+  err::Win32Error Open(std::wstring_view path, const FileOpenRequest& request,
+                       FileHandle& handle) override {
+    const std::wstring text(path);
+    DWORD access = 0;
+    if (request.read) access |= GENERIC_READ;
+    if (request.write) access |= GENERIC_WRITE;
+    DWORD share = 0;
+    if (request.shareRead) share |= FILE_SHARE_READ;
+    if (request.shareWrite) share |= FILE_SHARE_WRITE;
+    if (request.shareDelete) share |= FILE_SHARE_DELETE;
+    const HANDLE opened =
+        ::CreateFileW(text.c_str(), access, share, nullptr, static_cast<DWORD>(request.disposition),
+                      FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (opened == INVALID_HANDLE_VALUE) {
+      handle = kInvalidFileHandle;
+      return LastError();
+    }
+    handle = reinterpret_cast<FileHandle>(opened);
+    return err::kSuccess;
+  }
+
+  err::Win32Error Seek(FileHandle handle, std::int64_t distance, SeekOrigin origin,
+                       std::uint64_t& position) override {
+    LARGE_INTEGER move;
+    move.QuadPart = distance;
+    LARGE_INTEGER result;
+    result.QuadPart = 0;
+    if (!::SetFilePointerEx(ToHandle(handle), move, &result, static_cast<DWORD>(origin)))
+      return LastError();
+    position = static_cast<std::uint64_t>(result.QuadPart);
+    return err::kSuccess;
+  }
+
+  err::Win32Error QuerySize(FileHandle handle, std::uint64_t& size) override {
+    LARGE_INTEGER result;
+    result.QuadPart = 0;
+    if (!::GetFileSizeEx(ToHandle(handle), &result)) return LastError();
+    size = static_cast<std::uint64_t>(result.QuadPart);
+    return err::kSuccess;
+  }
+
+  err::Win32Error Write(FileHandle handle, const void* data, std::uint32_t byteCount,
+                        std::uint32_t& written) override {
+    DWORD done = 0;
+    const BOOL ok = ::WriteFile(ToHandle(handle), data, byteCount, &done, nullptr);
+    written = done;
+    return ok ? err::kSuccess : LastError();
+  }
+
+  err::Win32Error Flush(FileHandle handle) override {
+    return ::FlushFileBuffers(ToHandle(handle)) ? err::kSuccess : LastError();
+  }
+
+  err::Win32Error Close(FileHandle handle) override {
+    return ::CloseHandle(ToHandle(handle)) ? err::kSuccess : LastError();
+  }
+
+  err::Win32Error CopyFileTo(std::wstring_view from, std::wstring_view to,
+                             bool failIfExists) override {
+    const std::wstring source(from);
+    const std::wstring target(to);
+    return ::CopyFileW(source.c_str(), target.c_str(), failIfExists ? TRUE : FALSE) ? err::kSuccess
+                                                                                    : LastError();
+  }
+};
+
+}  // namespace
+
+FileSystem& ProcessFileSystem() {
+  static Win32FileSystem fileSystem;
+  return fileSystem;
+}
+
+}  // namespace tw

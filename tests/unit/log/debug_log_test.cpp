@@ -1,0 +1,260 @@
+// CDebugLog over the fake ports: names, line format, the handle cache, rotation and the
+// failure rules.
+#include "log/debug_log.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "base/hresult.h"
+#include "base/hresult_error.h"
+#include "fakes/fake_file_system.h"
+#include "fakes/fake_system_services.h"
+#include "fakes/log_capture.h"
+
+namespace tw {
+namespace {
+
+using testing::FakeFileSystem;
+using testing::FakeSystemServices;
+using testing::FileOp;
+
+constexpr wchar_t kModule[] = L"C:\\Tools\\tarnwick.exe";
+constexpr wchar_t kLogFile[] = L"C:\\Tools\\tarnwick.log";
+constexpr wchar_t kRotatedFile[] = L"C:\\Tools\\tarnwick (previous).log";
+constexpr char kPrefix[] = "[11/16/26 02:21:38][0x00001a2c] ";
+
+class DebugLogTest : public ::testing::Test {
+ protected:
+  FakeFileSystem files{kModule};
+  FakeSystemServices system;
+};
+
+TEST_F(DebugLogTest, DerivesFolderAndNameFromTheModulePath) {
+  CDebugLog log(files, system, kModule);
+  EXPECT_EQ(log.LogDirectory(), L"C:\\Tools\\");
+  EXPECT_EQ(log.LogName(), L"tarnwick");
+  EXPECT_EQ(files.Calls(FileOp::kOpen), 0);  // nothing is opened before the first write
+}
+
+TEST_F(DebugLogTest, WritesTheLineFormatWithCarriageReturnLineFeed) {
+  CDebugLog log(files, system, kModule);
+  log.Log(L"Failed getting %s function pointers (0x%08X)", L"offreg.dll", 0x80070002u);
+  EXPECT_EQ(files.FileContent(kLogFile),
+            std::string(kPrefix) + "Failed getting offreg.dll function pointers (0x80070002)\r\n");
+  EXPECT_FALSE(files.HasFile(kRotatedFile));
+}
+
+TEST_F(DebugLogTest, ThreadIdIsEightLowercaseHexDigits) {
+  system.threadId = 0xABCDEF;
+  CDebugLog log(files, system, kModule);
+  log.WriteMessage(L"x");
+  EXPECT_EQ(files.FileContent(kLogFile), "[11/16/26 02:21:38][0x00abcdef] x\r\n");
+}
+
+TEST_F(DebugLogTest, InvalidTimeIsWrittenAsInvalidDateTime) {
+  system.time.day = 31;  // November has 30 days
+  CDebugLog log(files, system, kModule);
+  log.WriteMessage(L"x");
+  EXPECT_EQ(files.FileContent(kLogFile), "[Invalid DateTime][0x00001a2c] x\r\n");
+}
+
+TEST_F(DebugLogTest, FinishedMessageIsWrittenVerbatim) {
+  CDebugLog log(files, system, kModule);
+  LogWriter& writer = log;
+  writer.WriteMessage(L"100% done in \\\\srv\\%s");
+  EXPECT_EQ(files.FileContent(kLogFile), std::string(kPrefix) + "100% done in \\\\srv\\%s\r\n");
+}
+
+TEST_F(DebugLogTest, AppendsToAnExistingFile) {
+  files.SetFile(kLogFile, "earlier run\r\n");
+  CDebugLog log(files, system, kModule);
+  log.WriteMessage(L"next");
+  EXPECT_EQ(files.FileContent(kLogFile), "earlier run\r\n" + std::string(kPrefix) + "next\r\n");
+  EXPECT_EQ(files.Opens(CreationDisposition::kOpenAlways), 1);
+}
+
+TEST_F(DebugLogTest, HandleIsOpenedOnceForManyWritesAndClosedAtDestruction) {
+  {
+    CDebugLog log(files, system, kModule);
+    for (int i = 0; i < 5; ++i) log.Log(L"line %d", i);
+    EXPECT_EQ(files.Calls(FileOp::kOpen), 1);
+    EXPECT_EQ(files.Calls(FileOp::kWrite), 5);
+    EXPECT_EQ(files.Calls(FileOp::kFlush), 5);  // every line is flushed
+    EXPECT_EQ(files.OpenHandles(), 1);
+  }
+  EXPECT_EQ(files.OpenHandles(), 0);
+  EXPECT_EQ(files.Calls(FileOp::kClose), 1);
+}
+
+TEST_F(DebugLogTest, PathsDifferingOnlyInCaseShareOneHandle) {
+  CDebugLog log(files, system, kModule);
+  EXPECT_EQ(log.WriteEntry(L"tarnwick", L"a"), hr::kOk);
+  EXPECT_EQ(log.WriteEntry(L"TARNWICK", L"b"), hr::kOk);
+  EXPECT_EQ(files.Calls(FileOp::kOpen), 1);
+  EXPECT_EQ(files.FileContent(kLogFile),
+            std::string(kPrefix) + "a\r\n" + std::string(kPrefix) + "b\r\n");
+}
+
+TEST_F(DebugLogTest, SlashInTheLogPathBecomesDash) {
+  CDebugLog log(files, system, kModule);
+  EXPECT_EQ(log.WriteEntry(L"run 11/16/26", L"dated"), hr::kOk);
+  EXPECT_EQ(files.FileContent(L"C:\\Tools\\run 11-16-26.log"), std::string(kPrefix) + "dated\r\n");
+}
+
+TEST_F(DebugLogTest, CharacterOutsideTheCodePageIsWrittenAsQuestionMark) {
+  CDebugLog log(files, system, kModule);
+  log.WriteMessage(L"caf\u00e9 \u20ac \u0416");  // é and € are in Windows-1252, Ж is not
+  EXPECT_EQ(files.FileContent(kLogFile), std::string(kPrefix) + "caf\xe9 \x80 ?\r\n");
+}
+
+TEST_F(DebugLogTest, ByteCountIsTheLinesUtf16Length) {
+  CDebugLog log(files, system, kModule);
+  // U+1F600 is two UTF-16 code units but one default character: the count keeps two bytes, the
+  // second being the zero that follows the converted text.
+  log.WriteMessage(L"\U0001F600!");
+  const std::string expected = std::string(kPrefix) + "?!\r\n" + std::string(1, '\0');
+  EXPECT_EQ(files.FileContent(kLogFile), expected);
+}
+
+TEST_F(DebugLogTest, OpenFailureIsReturnedAndSwallowedByLogAndRetriedLater) {
+  files.FailOperation(FileOp::kOpen, err::kAccessDenied);
+  CDebugLog log(files, system, kModule);
+  EXPECT_EQ(log.WriteEntry(L"tarnwick", L"x"), HResultFromWin32(err::kAccessDenied));
+  log.WriteMessage(L"swallowed");
+  EXPECT_FALSE(files.HasFile(kLogFile));
+  EXPECT_EQ(files.Calls(FileOp::kOpen), 2);  // not in the map: a later write opens afresh
+  files.ClearFailures();
+  log.WriteMessage(L"now");
+  EXPECT_EQ(files.FileContent(kLogFile), std::string(kPrefix) + "now\r\n");
+}
+
+TEST_F(DebugLogTest, WriteFailureIsReturnedWithoutFlush) {
+  files.FailOperation(FileOp::kWrite, err::kDiskFull);
+  CDebugLog log(files, system, kModule);
+  EXPECT_EQ(log.WriteEntry(L"tarnwick", L"x"), HResultFromWin32(err::kDiskFull));
+  EXPECT_EQ(files.Calls(FileOp::kFlush), 0);
+}
+
+TEST_F(DebugLogTest, MissingFolderFailsWithPathNotFound) {
+  CDebugLog log(files, system, L"D:\\Nowhere\\tarnwick.exe");
+  EXPECT_EQ(log.WriteEntry(L"tarnwick", L"x"), HResultFromWin32(err::kPathNotFound));
+}
+
+TEST_F(DebugLogTest, EncodingFailureThrowsTheErrorAsHResult) {
+  system.encodeError = err::kInvalidParameter;
+  CDebugLog log(files, system, kModule);
+  try {
+    log.WriteMessage(L"x");
+    FAIL() << "no exception";
+  } catch (const HResultError& error) {
+    EXPECT_EQ(error.code(), HResultFromWin32(err::kInvalidParameter));
+  }
+}
+
+TEST_F(DebugLogTest, FileOfExactlyTheLimitIsNotRotated) {
+  files.SetFile(kLogFile, std::string(kLogRotationSize, 'a'));
+  CDebugLog log(files, system, kModule);
+  EXPECT_EQ(log.WriteEntry(L"tarnwick", L"next"), hr::kOk);
+  EXPECT_FALSE(files.HasFile(kRotatedFile));
+  EXPECT_EQ(files.FileContent(kLogFile).size(), kLogRotationSize + std::strlen(kPrefix) + 6);
+}
+
+TEST_F(DebugLogTest, FileOneByteOverTheLimitIsRotatedBeforeTheLine) {
+  const std::string old = "old first line\r\n" + std::string(kLogRotationSize - 15, 'a');
+  ASSERT_EQ(old.size(), kLogRotationSize + 1);
+  files.SetFile(kLogFile, old);
+  CDebugLog log(files, system, kModule);
+  EXPECT_EQ(log.WriteEntry(L"tarnwick", L"first of the new file"), hr::kOk);
+  EXPECT_TRUE(files.FileContent(kRotatedFile) == old);
+  EXPECT_EQ(files.FileContent(kLogFile), std::string(kPrefix) + "first of the new file\r\n");
+  EXPECT_EQ(files.Opens(CreationDisposition::kCreateAlways), 1);
+  EXPECT_EQ(files.OpenHandles(), 1);  // the old handle was closed
+  log.WriteMessage(L"second");
+  EXPECT_EQ(files.Calls(FileOp::kOpen), 2);  // the new handle is cached
+  EXPECT_EQ(files.FileContent(kLogFile), std::string(kPrefix) + "first of the new file\r\n" +
+                                             std::string(kPrefix) + "second\r\n");
+}
+
+TEST_F(DebugLogTest, RotationOverwritesTheOlderGeneration) {
+  files.SetFile(kRotatedFile, "generation before");
+  files.SetFile(kLogFile, std::string(kLogRotationSize + 1, 'b'));
+  CDebugLog log(files, system, kModule);
+  log.WriteMessage(L"x");
+  EXPECT_TRUE(files.FileContent(kRotatedFile) == std::string(kLogRotationSize + 1, 'b'));
+}
+
+TEST_F(DebugLogTest, FailedCopyStillEmptiesTheFile) {
+  files.FailOperation(FileOp::kCopy, err::kAccessDenied);
+  files.SetFile(kLogFile, std::string(kLogRotationSize + 1, 'c'));
+  CDebugLog log(files, system, kModule);
+  EXPECT_EQ(log.WriteEntry(L"tarnwick", L"x"), hr::kOk);  // the copy's result is ignored
+  EXPECT_EQ(files.FileContent(kLogFile), std::string(kPrefix) + "x\r\n");
+}
+
+TEST_F(DebugLogTest, FailedReopenKeepsTheStaleHandleAndLaterWritesFail) {
+  files.SetFile(kLogFile, std::string(kLogRotationSize + 1, 'd'));
+  files.FailOperation(FileOp::kOpen, err::kSharingViolation, /*succeedFirst=*/1);
+  CDebugLog log(files, system, kModule);
+  // This write goes to INVALID_HANDLE_VALUE and fails.
+  EXPECT_EQ(log.WriteEntry(L"tarnwick", L"lost"), HResultFromWin32(err::kInvalidHandle));
+  EXPECT_TRUE(files.FileContent(kRotatedFile) == std::string(kLogRotationSize + 1, 'd'));
+  EXPECT_EQ(files.Calls(FileOp::kOpen), 2);
+  files.ClearFailures();
+  // The map still holds the closed handle: no new open, and the write fails.
+  EXPECT_EQ(log.WriteEntry(L"tarnwick", L"also lost"), HResultFromWin32(err::kInvalidHandle));
+  log.WriteMessage(L"swallowed");
+  EXPECT_EQ(files.Calls(FileOp::kOpen), 2);
+  EXPECT_EQ(files.OpenHandles(), 0);
+  EXPECT_EQ(files.FileContent(kLogFile).size(), kLogRotationSize + 1);  // nothing was added
+}
+
+TEST_F(DebugLogTest, SizeFailureSkipsRotation) {
+  files.SetFile(kLogFile, std::string(kLogRotationSize + 1, 'e'));
+  files.FailOperation(FileOp::kQuerySize, err::kInvalidFunction);
+  CDebugLog log(files, system, kModule);
+  EXPECT_EQ(log.WriteEntry(L"tarnwick", L"x"), hr::kOk);
+  EXPECT_FALSE(files.HasFile(kRotatedFile));
+  EXPECT_EQ(files.FileContent(kLogFile).size(), kLogRotationSize + 1 + std::strlen(kPrefix) + 3);
+}
+
+TEST(LogPathHash, IsTimes33PlusUpperCaseOn32Bits) {
+  const LogPathHash hash;
+  EXPECT_EQ(hash(L""), 0u);
+  EXPECT_EQ(hash(L"a"), static_cast<std::uint32_t>(L'A'));
+  EXPECT_EQ(hash(L"ab"), static_cast<std::uint32_t>(L'A') * 33u + static_cast<std::uint32_t>(L'B'));
+  EXPECT_EQ(hash(L"C:\\Tools\\tarnwick.log"), hash(L"c:\\TOOLS\\TARNWICK.LOG"));
+  std::uint32_t expected = 0;
+  for (const wchar_t c : std::wstring(L"c:\\a very long path\\that overflows 32 bits.log")) {
+    const wchar_t upper = (c >= L'a' && c <= L'z') ? static_cast<wchar_t>(c - 32) : c;
+    expected = expected * 33u + static_cast<std::uint32_t>(upper);
+  }
+  EXPECT_EQ(hash(L"c:\\a very long path\\that overflows 32 bits.log"), expected);
+  EXPECT_TRUE(LogPathEqual()(L"C:\\X.log", L"c:\\x.LOG"));
+  EXPECT_FALSE(LogPathEqual()(L"C:\\X.log", L"C:\\Y.log"));
+}
+
+TEST_F(DebugLogTest, ModulePathCountsOnlyItsFirst260Characters) {
+  // 264 characters: a buffer of 261 holds "C:\ddd...\abc.def", so the name is "abc", not
+  // "abc.def".
+  const std::wstring longPath = L"C:\\" + std::wstring(249, L'd') + L"\\abc.def.exe";
+  ASSERT_EQ(longPath.size(), 264u);
+  CDebugLog log(files, system, longPath);
+  EXPECT_EQ(log.LogName(), L"abc");
+}
+
+TEST(ActiveLog, IsTheProcessLogUnlessRedirected) {
+  EXPECT_EQ(&ActiveLog(), static_cast<LogWriter*>(&g_log));
+  {
+    testing::LogCapture capture;
+    Log(L"to the capture %d", 7);
+    EXPECT_EQ(&ActiveLog(), static_cast<LogWriter*>(&capture));
+    ASSERT_EQ(capture.messages().size(), 1u);
+    EXPECT_EQ(capture.messages()[0], L"to the capture 7");
+  }
+  EXPECT_EQ(&ActiveLog(), static_cast<LogWriter*>(&g_log));
+}
+
+}  // namespace
+}  // namespace tw
