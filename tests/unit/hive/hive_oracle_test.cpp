@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "base/win32_error.h"
+#include "hive/hive_lint.h"
 #include "hive/hive_reader.h"
 #include "hive/offreg_api.h"
 #include "hive_dump.h"
@@ -77,6 +78,7 @@ TEST_P(HivexScenario, ReadCorrectlyAndSavedHivesReadIdentically) {
   auto again = ReadOurs(saved);
   ASSERT_TRUE(again);
   EXPECT_EQ(testing::Dump(*again->root), expected);
+  EXPECT_TRUE(LintHive(testing::ReadBytes(saved)).problems.empty());
 
   if (testing::HaveCommand("command -v reglookup")) {
     const std::size_t rows = ReglookupRows(saved, &status);
