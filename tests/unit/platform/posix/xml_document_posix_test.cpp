@@ -123,6 +123,12 @@ TEST_F(PosixXmlDocumentTest, ReadsUtf16FileWithByteOrderMark) {
   EXPECT_EQ(TextOf(*Child(*root, L"a")), L"\u00FCber");
 }
 
+TEST_F(PosixXmlDocumentTest, ReadsLatin1FileByItsDeclaration) {
+  auto root = LoadRoot("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><r><a>caf\xE9</a></r>");
+  ASSERT_NE(root, nullptr);
+  EXPECT_EQ(TextOf(*Child(*root, L"a")), L"caf\u00E9");
+}
+
 TEST_F(PosixXmlDocumentTest, ChildIsFirstElementOfExactName) {
   auto root = LoadRoot("<r><!--a--><A>upper</A><a>first</a><a>second</a><x:a>ns</x:a></r>");
   ASSERT_NE(root, nullptr);
