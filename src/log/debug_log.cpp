@@ -1,6 +1,7 @@
 #include "log/debug_log.h"
 
 #include <algorithm>
+#include <new>
 #include <string>
 
 #include "base/hresult_error.h"
@@ -84,6 +85,14 @@ void CDebugLog::WriteMessage(std::wstring_view message) {
 }
 
 HResult CDebugLog::WriteEntry(std::wstring_view name, std::wstring_view message) {
+  try {
+    return WriteLine(name, message);
+  } catch (const std::bad_alloc&) {
+    ThrowHResult(hr::kOutOfMemory);  // the tool's out-of-memory exception, E_OUTOFMEMORY
+  }
+}
+
+HResult CDebugLog::WriteLine(std::wstring_view name, std::wstring_view message) {
   const std::wstring timestamp = LogTimestamp(system_);
   const std::uint32_t threadId = system_.CurrentThreadId();
   const std::wstring line = Format(L"[%s][0x%08lx] %s\r\n", timestamp, threadId, message);

@@ -56,7 +56,8 @@ class CDebugLog : public CReferenceCount, public LogWriter {
   void WriteMessage(std::wstring_view message) override;
 
   // Writes one line with message into "<logDirectory><name>.log" ("/" in that path becomes
-  // "-"). Returns S_OK or the HRESULT of the Win32 error of the failing call.
+  // "-"). Returns S_OK or the HRESULT of the Win32 error of the failing call. Running out of
+  // memory throws HResultError(E_OUTOFMEMORY).
   HResult WriteEntry(std::wstring_view name, std::wstring_view message);
 
   // The folder of the program with a trailing backslash, and its file name without extension.
@@ -64,6 +65,9 @@ class CDebugLog : public CReferenceCount, public LogWriter {
   const std::wstring& LogName() const { return logName; }
 
  private:
+  // WriteEntry's steps; an allocation failure leaves it as std::bad_alloc.
+  HResult WriteLine(std::wstring_view name, std::wstring_view message);
+
   FileSystem& fileSystem_;
   SystemServices& system_;
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <new>
 #include <string>
 #include <string_view>
 
@@ -17,6 +18,7 @@ class FakeSystemServices : public SystemServices {
   bool clockWorks = true;
   std::uint32_t threadId = 0x1a2c;
   err::Win32Error encodeError = err::kSuccess;
+  bool encodeRunsOutOfMemory = false;  // the encoding throws std::bad_alloc
 
   bool CurrentLocalTime(CalendarTime& out) override {
     if (!clockWorks) return false;
@@ -26,6 +28,7 @@ class FakeSystemServices : public SystemServices {
   std::uint32_t CurrentThreadId() override { return threadId; }
   err::Win32Error EncodeToThreadAnsi(std::wstring_view text, std::string& bytes) override {
     bytes.clear();
+    if (encodeRunsOutOfMemory) throw std::bad_alloc();
     if (encodeError != err::kSuccess) return encodeError;
     bytes = WideToWindows1252(text);
     return err::kSuccess;

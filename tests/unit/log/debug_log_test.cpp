@@ -153,6 +153,19 @@ TEST_F(DebugLogTest, EncodingFailureThrowsTheErrorAsHResult) {
   }
 }
 
+TEST_F(DebugLogTest, OutOfMemoryThrowsEOutOfMemoryAndReleasesTheLock) {
+  system.encodeRunsOutOfMemory = true;
+  CDebugLog log(files, system, kModule);
+  try {
+    log.WriteMessage(L"x");
+    FAIL() << "no exception";
+  } catch (const HResultError& error) {
+    EXPECT_EQ(error.code(), hr::kOutOfMemory);
+  }
+  system.encodeRunsOutOfMemory = false;
+  EXPECT_EQ(log.WriteEntry(L"tarnwick", L"after"), hr::kOk);  // the lock was released
+}
+
 TEST_F(DebugLogTest, FileOfExactlyTheLimitIsNotRotated) {
   files.SetFile(kLogFile, std::string(kLogRotationSize, 'a'));
   CDebugLog log(files, system, kModule);
