@@ -88,8 +88,8 @@ TEST_F(RunFlowTest, ParseFailureReportsAndReleasesCom) {
 TEST_F(RunFlowTest, UnknownArgumentIsReportedAsTyped) {
   Run({L"/s:\\\\server\\share\\x", L"/bogus"}, false, false);
   EXPECT_EQ(log_.messages().at(1), L"Unknown command line arg: /bogus");
-  EXPECT_EQ(console_.text().substr(Line(kStart).size(), 36),
-            L"Unknown command line arg: /bogus\r\n");
+  const std::wstring expected = L"Unknown command line arg: /bogus\r\n";
+  EXPECT_EQ(console_.text().substr(Line(kStart).size(), expected.size()), expected);
 }
 
 TEST_F(RunFlowTest, V2WildcardWithoutModeIsRefused) {
