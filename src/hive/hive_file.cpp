@@ -46,8 +46,8 @@ err::Win32Error ReadWholeFile(const std::wstring& path, std::vector<std::uint8_t
   std::ifstream in(p, std::ios::binary);
   if (!in) return err::kAccessDenied;
   bytes->resize(static_cast<std::size_t>(size));
-  if (size != 0 && !in.read(reinterpret_cast<char*>(bytes->data()),
-                            static_cast<std::streamsize>(size))) {
+  if (size != 0 &&
+      !in.read(reinterpret_cast<char*>(bytes->data()), static_cast<std::streamsize>(size))) {
     return err::kCantRead;
   }
   return err::kSuccess;

@@ -42,8 +42,9 @@ class Linter {
  private:
   const std::uint8_t* Cell(std::uint32_t offset) const { return data_ + offset + 4; }
   std::size_t CellSize(std::uint32_t offset) const {
-    return static_cast<std::size_t>(-static_cast<std::int64_t>(
-               static_cast<std::int32_t>(Get32(data_ + offset)))) - 4;
+    return static_cast<std::size_t>(
+               -static_cast<std::int64_t>(static_cast<std::int32_t>(Get32(data_ + offset)))) -
+           4;
   }
 
   void Problem(const wchar_t* what, std::uint32_t offset) {
@@ -74,7 +75,8 @@ class Linter {
     const std::size_t bytes = Get16(p + regf::kNkNameLength);
     const bool compressed = (Get16(p + regf::kNkFlags) & regf::kNkCompressedName) != 0;
     *units = compressed ? bytes : bytes / 2;
-    return compressed ? FromLatin1(p + regf::kNkName, bytes) : FromUtf16Le(p + regf::kNkName, bytes);
+    return compressed ? FromLatin1(p + regf::kNkName, bytes)
+                      : FromUtf16Le(p + regf::kNkName, bytes);
   }
 
   void CollectList(std::uint32_t list, std::vector<std::uint32_t>* children) {
@@ -121,7 +123,8 @@ class Linter {
       if (sk != regf::kNoCell) ++references_[sk];
 
       std::vector<std::uint32_t> children;
-      if (Get32(p + regf::kNkSubKeyCount) != 0) CollectList(Get32(p + regf::kNkSubKeyList), &children);
+      if (Get32(p + regf::kNkSubKeyCount) != 0)
+        CollectList(Get32(p + regf::kNkSubKeyList), &children);
       std::uint32_t maxName = 0;
       std::uint32_t maxClass = 0;
       std::wstring previous;
@@ -131,7 +134,8 @@ class Linter {
         if (i > 0 && CompareNoCase(previous, name) >= 0) Problem(L"sub keys out of order", nk);
         previous = std::move(name);
         maxName = std::max(maxName, static_cast<std::uint32_t>(units * 2));
-        maxClass = std::max<std::uint32_t>(maxClass, Get16(Cell(children[i]) + regf::kNkClassLength));
+        maxClass =
+            std::max<std::uint32_t>(maxClass, Get16(Cell(children[i]) + regf::kNkClassLength));
         stack.emplace_back(children[i], nk);
       }
       std::uint32_t maxValueName = 0;
@@ -142,8 +146,7 @@ class Linter {
         const std::uint32_t bytes = Get16(vk + regf::kVkNameLength);
         const bool compressed = (Get16(vk + regf::kVkFlags) & regf::kVkCompressedName) != 0;
         maxValueName = std::max(maxValueName, compressed ? bytes * 2 : bytes);
-        maxValueData =
-            std::max(maxValueData, Get32(vk + regf::kVkDataSize) & ~regf::kVkDataInline);
+        maxValueData = std::max(maxValueData, Get32(vk + regf::kVkDataSize) & ~regf::kVkDataInline);
       }
       if ((Get32(p + regf::kNkMaxSubKeyName) & 0xFFFF) != maxName) {
         Problem(L"wrong largest sub key name length", nk);

@@ -9,11 +9,10 @@
 namespace tw::hive {
 
 std::size_t LowerBoundChild(const Key& key, std::wstring_view name, bool* found) {
-  const auto it = std::lower_bound(
-      key.children.begin(), key.children.end(), name,
-      [](const std::unique_ptr<Key>& child, std::wstring_view n) {
-        return CompareNoCase(child->name, n) < 0;
-      });
+  const auto it = std::lower_bound(key.children.begin(), key.children.end(), name,
+                                   [](const std::unique_ptr<Key>& child, std::wstring_view n) {
+                                     return CompareNoCase(child->name, n) < 0;
+                                   });
   if (found != nullptr) *found = it != key.children.end() && EqualsNoCase((*it)->name, name);
   return static_cast<std::size_t>(std::distance(key.children.begin(), it));
 }

@@ -85,8 +85,8 @@ class Reader {
       return Fail(Format(L"invalid hive bins data size 0x%08X", dataSize));
     }
     if (file_.size() - regf::kBaseBlockSize < dataSize) {
-      return Fail(Format(L"the file is truncated: hive bins data of 0x%08X bytes announced",
-                         dataSize));
+      return Fail(
+          Format(L"the file is truncated: hive bins data of 0x%08X bytes announced", dataSize));
     }
     data_ = file_.subspan(regf::kBaseBlockSize, dataSize);
     rootOffset_ = Get32(base + regf::kBaseRootCell);
@@ -100,15 +100,15 @@ class Reader {
     std::size_t pos = 0;
     while (pos < size) {
       const std::uint8_t* bin = data_.data() + pos;
-      if (size - pos < regf::kBinHeaderSize || bin[0] != 'h' || bin[1] != 'b' ||
-          bin[2] != 'i' || bin[3] != 'n') {
+      if (size - pos < regf::kBinHeaderSize || bin[0] != 'h' || bin[1] != 'b' || bin[2] != 'i' ||
+          bin[3] != 'n') {
         return Fail(Format(L"no hive bin at offset 0x%08X", static_cast<std::uint32_t>(pos)));
       }
       const std::uint32_t binSize = Get32(bin + regf::kBinSize);
       if (Get32(bin + regf::kBinOffset) != pos || binSize == 0 ||
           binSize % regf::kBinAlignment != 0 || binSize > size - pos) {
-        return Fail(Format(L"malformed hive bin at offset 0x%08X",
-                           static_cast<std::uint32_t>(pos)));
+        return Fail(
+            Format(L"malformed hive bin at offset 0x%08X", static_cast<std::uint32_t>(pos)));
       }
       const std::size_t end = pos + binSize;
       std::size_t cell = pos + regf::kBinHeaderSize;
@@ -116,7 +116,8 @@ class Reader {
         if (end - cell < 8) return Fail(CellError(L"truncated cell", cell));
         const auto raw = static_cast<std::int32_t>(Get32(data_.data() + cell));
         const std::int64_t cellSize = raw < 0 ? -static_cast<std::int64_t>(raw) : raw;
-        if (cellSize < 8 || cellSize % 8 != 0 || static_cast<std::uint64_t>(cellSize) > end - cell) {
+        if (cellSize < 8 || cellSize % 8 != 0 ||
+            static_cast<std::uint64_t>(cellSize) > end - cell) {
           return Fail(CellError(L"cell with an invalid size", cell));
         }
         if (raw < 0) allocated_[cell / 8] = true;

@@ -146,9 +146,8 @@ class Writer {
     Put32(nk + regf::kNkValueList, valueList);
     Put32(nk + regf::kNkSecurity, security);
     Put32(nk + regf::kNkClass, classOffset);
-    Put32(nk + regf::kNkMaxSubKeyName,
-          (std::min<std::uint32_t>(maxChildName * 2, 0xFFFF)) |
-              (static_cast<std::uint32_t>(key.extraFlags) << 16));
+    Put32(nk + regf::kNkMaxSubKeyName, (std::min<std::uint32_t>(maxChildName * 2, 0xFFFF)) |
+                                           (static_cast<std::uint32_t>(key.extraFlags) << 16));
     Put32(nk + regf::kNkMaxSubKeyClass, maxChildClass * 2);
     Put32(nk + regf::kNkMaxValueName, maxValueName * 2);
     Put32(nk + regf::kNkMaxValueData, maxValueData);
@@ -184,7 +183,8 @@ class Writer {
     std::uint32_t dataField = 0;
     if (size <= 4) {
       sizeField |= regf::kVkDataInline;
-      for (std::uint32_t i = 0; i < size; ++i) dataField |= static_cast<std::uint32_t>(value.data[i]) << (8 * i);
+      for (std::uint32_t i = 0; i < size; ++i)
+        dataField |= static_cast<std::uint32_t>(value.data[i]) << (8 * i);
     } else {
       dataField = WriteData(value.data);
     }

@@ -88,16 +88,14 @@ DWORD TW_OR_CALL tw_ORCreateKey(ORHKEY Handle, PCWSTR lpSubKey, PWSTR lpClass, D
                                 PDWORD pdwDisposition);
 DWORD TW_OR_CALL tw_ORCloseKey(ORHKEY Handle);
 DWORD TW_OR_CALL tw_ORDeleteKey(ORHKEY Handle, PCWSTR lpSubKey);
-DWORD TW_OR_CALL tw_ORQueryInfoKey(ORHKEY Handle, PWSTR lpClass, PDWORD lpcClass,
-                                   PDWORD lpcSubKeys, PDWORD lpcMaxSubKeyLen,
-                                   PDWORD lpcMaxClassLen, PDWORD lpcValues,
+DWORD TW_OR_CALL tw_ORQueryInfoKey(ORHKEY Handle, PWSTR lpClass, PDWORD lpcClass, PDWORD lpcSubKeys,
+                                   PDWORD lpcMaxSubKeyLen, PDWORD lpcMaxClassLen, PDWORD lpcValues,
                                    PDWORD lpcMaxValueNameLen, PDWORD lpcMaxValueLen,
                                    PDWORD lpcbSecurityDescriptor, PFILETIME lpftLastWriteTime);
 DWORD TW_OR_CALL tw_OREnumKey(ORHKEY Handle, DWORD dwIndex, PWSTR lpName, PDWORD lpcName,
                               PWSTR lpClass, PDWORD lpcClass, PFILETIME lpftLastWriteTime);
 DWORD TW_OR_CALL tw_OREnumValue(ORHKEY Handle, DWORD dwIndex, PWSTR lpValueName,
-                                PDWORD lpcValueName, PDWORD lpType, PBYTE lpData,
-                                PDWORD lpcbData);
+                                PDWORD lpcValueName, PDWORD lpType, PBYTE lpData, PDWORD lpcbData);
 DWORD TW_OR_CALL tw_ORGetValue(ORHKEY Handle, PCWSTR lpSubKey, PCWSTR lpValue, PDWORD pdwType,
                                void* pvData, PDWORD pcbData);
 DWORD TW_OR_CALL tw_ORSetValue(ORHKEY Handle, PCWSTR lpValueName, DWORD dwType,

@@ -40,9 +40,8 @@ DWORD TW_OR_CALL tw_OROpenHive(PCWSTR lpHivePath, PORHKEY phkResult) {
     if (read != err::kSuccess) return read;
     ReadResult parsed = ParseHive(bytes);
     if (parsed.error != err::kSuccess) return parsed.error;
-    return Locked([&](Engine& engine) {
-      return RegisterHive(engine, std::move(parsed.hive), phkResult);
-    });
+    return Locked(
+        [&](Engine& engine) { return RegisterHive(engine, std::move(parsed.hive), phkResult); });
   } catch (const std::bad_alloc&) {
     return err::kNotEnoughMemory;
   }

@@ -114,8 +114,8 @@ DWORD TW_OR_CALL tw_ORCreateKey(ORHKEY Handle, PCWSTR lpSubKey, PWSTR lpClass, D
     }
     Key* key = nullptr;
     bool created = false;
-    const DWORD made = CreatePath(entry->key, parts, View(lpClass), pSecurityDescriptor,
-                                  dwOptions, &key, &created);
+    const DWORD made = CreatePath(entry->key, parts, View(lpClass), pSecurityDescriptor, dwOptions,
+                                  &key, &created);
     if (made != err::kSuccess) return made;
     if (!created && (dwOptions & kRegOptionCreateLink) != 0 &&
         (key->flags & kKeyFlagSymLink) == 0) {
@@ -160,9 +160,8 @@ DWORD TW_OR_CALL tw_ORDeleteKey(ORHKEY Handle, PCWSTR lpSubKey) {
   });
 }
 
-DWORD TW_OR_CALL tw_ORQueryInfoKey(ORHKEY Handle, PWSTR lpClass, PDWORD lpcClass,
-                                   PDWORD lpcSubKeys, PDWORD lpcMaxSubKeyLen,
-                                   PDWORD lpcMaxClassLen, PDWORD lpcValues,
+DWORD TW_OR_CALL tw_ORQueryInfoKey(ORHKEY Handle, PWSTR lpClass, PDWORD lpcClass, PDWORD lpcSubKeys,
+                                   PDWORD lpcMaxSubKeyLen, PDWORD lpcMaxClassLen, PDWORD lpcValues,
                                    PDWORD lpcMaxValueNameLen, PDWORD lpcMaxValueLen,
                                    PDWORD lpcbSecurityDescriptor, PFILETIME lpftLastWriteTime) {
   return Locked([&](Engine& engine) -> DWORD {
@@ -190,8 +189,7 @@ DWORD TW_OR_CALL tw_ORQueryInfoKey(ORHKEY Handle, PWSTR lpClass, PDWORD lpcClass
     if (lpcMaxValueNameLen != nullptr) *lpcMaxValueNameLen = maxValueName;
     if (lpcMaxValueLen != nullptr) *lpcMaxValueLen = maxValueData;
     if (lpcbSecurityDescriptor != nullptr) {
-      *lpcbSecurityDescriptor =
-          key.security ? static_cast<DWORD>(key.security->size()) : DWORD{0};
+      *lpcbSecurityDescriptor = key.security ? static_cast<DWORD>(key.security->size()) : DWORD{0};
     }
     detail::PutFileTime(key.lastWriteTime, lpftLastWriteTime);
     if (lpcClass == nullptr) return err::kSuccess;

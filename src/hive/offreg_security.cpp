@@ -49,7 +49,8 @@ DWORD TW_OR_CALL tw_ORSetKeySecurity(ORHKEY Handle, SECURITY_INFORMATION Securit
                       SecurityInformation, &replaced)) {
       return err::kInvalidSecurityDescr;
     }
-    if (replaced != current) key.security = std::make_shared<const SecurityBytes>(std::move(replaced));
+    if (replaced != current)
+      key.security = std::make_shared<const SecurityBytes>(std::move(replaced));
     return err::kSuccess;
   });
 }

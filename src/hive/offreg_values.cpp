@@ -40,8 +40,7 @@ std::size_t MissingTerminatorBytes(const Value& value) {
 extern "C" {
 
 DWORD TW_OR_CALL tw_OREnumValue(ORHKEY Handle, DWORD dwIndex, PWSTR lpValueName,
-                                PDWORD lpcValueName, PDWORD lpType, PBYTE lpData,
-                                PDWORD lpcbData) {
+                                PDWORD lpcValueName, PDWORD lpType, PBYTE lpData, PDWORD lpcbData) {
   return Locked([&](Engine& engine) -> DWORD {
     HandleEntry* entry = nullptr;
     const DWORD found = detail::LookupKey(engine, Handle, &entry);

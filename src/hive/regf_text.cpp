@@ -63,7 +63,10 @@ bool FitsLatin1(std::wstring_view text) {
 std::size_t Utf16Length(std::wstring_view text) {
   if (!kWideIs32) return text.size();
   std::size_t n = 0;
-  for (const wchar_t c : text) n += static_cast<std::uint32_t>(c) >= 0x10000u ? 2 : 1;
+  for (const wchar_t c : text) {
+    const auto code = static_cast<std::uint32_t>(c);
+    n += (code >> 16) != 0 ? 2 : 1;
+  }
   return n;
 }
 

@@ -149,8 +149,8 @@ std::size_t SelfRelativeLength(const std::uint8_t* descriptor) {
     if (offset == 0) continue;
     if (offset < kHeaderSize || offset > 0x10000) return 0;
     const bool isAcl = field == kSaclField || field == kDaclField;
-    const std::size_t length = isAcl ? AclLength(descriptor + offset, kRoom)
-                                     : SidLength(descriptor + offset, kRoom);
+    const std::size_t length =
+        isAcl ? AclLength(descriptor + offset, kRoom) : SidLength(descriptor + offset, kRoom);
     if (length == 0) return 0;
     end = std::max(end, offset + length);
   }

@@ -64,9 +64,10 @@ TEST_P(HivexScenario, ReadCorrectlyAndSavedHivesReadIdentically) {
   testing::TempFolder folder;
   const auto input = folder / "input.hiv";
   int status = 0;
-  RunCommand(kPython + " " + kTool + " build " + Quote(testing::TestHive("windows-2003-minimal.hiv")) +
-          " " + Quote(input) + " " + GetParam(),
-      &status);
+  RunCommand(kPython + " " + kTool + " build " +
+                 Quote(testing::TestHive("windows-2003-minimal.hiv")) + " " + Quote(input) + " " +
+                 GetParam(),
+             &status);
   ASSERT_EQ(status, 0);
   const std::string expected = HivexDump(input);
   auto ours = ReadOurs(input);
@@ -110,9 +111,9 @@ TEST(HiveOracle, ReglookupShowsOwnerDaclAndClassOfASavedHive) {
   ASSERT_EQ(tw_OROpenHive(testing::TestHive("windows-xp-special.hiv").wstring().c_str(), &hive),
             err::kSuccess);
   ORHKEY key = nullptr;
-  ASSERT_EQ(tw_ORCreateKey(hive, L"Classy", const_cast<wchar_t*>(L"KeyClass"), 0, nullptr, &key,
-                           nullptr),
-            err::kSuccess);
+  ASSERT_EQ(
+      tw_ORCreateKey(hive, L"Classy", const_cast<wchar_t*>(L"KeyClass"), 0, nullptr, &key, nullptr),
+      err::kSuccess);
   std::vector<std::uint8_t> big(200 * 1024);
   for (std::size_t i = 0; i < big.size(); ++i) big[i] = static_cast<std::uint8_t>(i * 13);
   ASSERT_EQ(tw_ORSetValue(key, L"Big", 3, big.data(), static_cast<DWORD>(big.size())),

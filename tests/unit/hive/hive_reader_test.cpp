@@ -33,7 +33,7 @@ TEST(ParseHive, MinimalHiveHasRootWithSecurityOnly) {
   ASSERT_TRUE(root.security);
   const SecurityBytes& sd = *root.security;
   ASSERT_GE(sd.size(), 20u);
-  EXPECT_EQ(sd[0], 1);                                  // revision
+  EXPECT_EQ(sd[0], 1);                                     // revision
   EXPECT_EQ(regf::Get16(sd.data() + 2) & 0x8000, 0x8000);  // self-relative
   // Owner S-1-5-32-544 (Administrators).
   const std::uint32_t owner = regf::Get32(sd.data() + 4);
@@ -83,9 +83,9 @@ TEST(ParseHive, ValuesAroundTheCellBoundaryKeepTheirBytes) {
   const Key* parent = FindChild(*hive->root, L"ModerateValueParent");
   ASSERT_NE(parent, nullptr);
   const std::string pattern = "0123456789ABCDEF0123456789ABCDEF0123456789";
-  const std::pair<const wchar_t*, std::size_t> expected[] = {
-      {L"3Bytes", 3}, {L"16Bytes", 16}, {L"30Bytes", 30},
-      {L"31Bytes", 31}, {L"32Bytes", 32}, {L"33Bytes", 33}};
+  const std::pair<const wchar_t*, std::size_t> expected[] = {{L"3Bytes", 3},   {L"16Bytes", 16},
+                                                             {L"30Bytes", 30}, {L"31Bytes", 31},
+                                                             {L"32Bytes", 32}, {L"33Bytes", 33}};
   ASSERT_EQ(parent->values.size(), 6u);
   for (const auto& [name, size] : expected) {
     const Value* value = FindValue(*parent, name);
@@ -179,8 +179,8 @@ TEST_F(BadHive, SubKeyListPointingOutsideTheFile) {
 TEST_F(BadHive, ValueCountLargerThanItsList) {
   const std::size_t nk = RootNk(bytes_);
   const std::uint32_t list = regf::Get32(bytes_.data() + nk + regf::kNkSubKeyList);
-  const std::size_t child = regf::kBaseBlockSize +
-                            regf::Get32(bytes_.data() + regf::kBaseBlockSize + list + 4 + 4) + 4;
+  const std::size_t child =
+      regf::kBaseBlockSize + regf::Get32(bytes_.data() + regf::kBaseBlockSize + list + 4 + 4) + 4;
   regf::Put32(bytes_.data() + child + regf::kNkValueCount, 0x10000000);
   const ReadResult result = Parse();
   EXPECT_EQ(result.error, err::kNotRegistryFile);

@@ -6,8 +6,8 @@
 #include "hive/hive_lint.h"
 #include "hive/hive_reader.h"
 #include "hive/offreg_api.h"
-#include "hive/security_parts.h"
 #include "hive/regf_layout.h"
+#include "hive/security_parts.h"
 #include "hive_dump.h"
 #include "hive_test_util.h"
 

@@ -184,9 +184,8 @@ TEST_F(OffregValues, KeySecuritySizeQueryPartsAndReplace) {
   ASSERT_EQ(tw_ORGetKeySecurity(key_, 0x5, now.data(), &nowSize), err::kSuccess);
   EXPECT_EQ((now[2] | (now[3] << 8)) & kSeDaclProtected, kSeDaclProtected);
   EXPECT_NE(now[4] | now[5] | now[6] | now[7], 0);  // the owner is still there
-  ASSERT_EQ(tw_ORSetKeySecurity(key_,
-                                kDaclSecurityInformation | kUnprotectedDaclSecurityInformation,
-                                dacl.data()),
+  ASSERT_EQ(tw_ORSetKeySecurity(
+                key_, kDaclSecurityInformation | kUnprotectedDaclSecurityInformation, dacl.data()),
             err::kSuccess);
   nowSize = full;
   ASSERT_EQ(tw_ORGetKeySecurity(key_, 0x5, now.data(), &nowSize), err::kSuccess);
