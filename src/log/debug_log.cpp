@@ -6,6 +6,7 @@
 
 #include "base/hresult_error.h"
 #include "base/shell_path.h"
+#include "base/text_encoding.h"
 #include "base/wide_string.h"
 #include "log/log_timestamp.h"
 
@@ -14,21 +15,6 @@ namespace {
 
 // Characters GetModuleFileNameW puts into a buffer of 261.
 constexpr std::size_t kModulePathLength = 260;
-
-// The line's length in UTF-16 code units: on Linux (UTF-32 wchar_t) a character above U+FFFF
-// counts as its two surrogates. A template, so that the Windows build never compiles the count.
-template <std::size_t kWideSize = sizeof(wchar_t)>
-std::size_t Utf16Length(std::wstring_view text) {
-  if constexpr (kWideSize == 2) {
-    return text.size();
-  } else {
-    std::size_t units = text.size();
-    for (const wchar_t c : text) {
-      if (static_cast<std::uint32_t>(c) > 0xFFFFu) ++units;
-    }
-    return units;
-  }
-}
 
 // The request of every open of a log file: GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ |
 // FILE_SHARE_WRITE, with the given disposition.
