@@ -95,9 +95,7 @@ class Linter {
       std::size_t units = 0;
       const std::wstring name = NodeName(child, &units);
       if (hashed) {
-        std::u16string upper = ToUtf16(name);
-        for (char16_t& c : upper) c = static_cast<char16_t>(UpcaseChar(static_cast<wchar_t>(c)));
-        if (Get32(p + 8 + stride * i) != regf::NameHash(upper)) Problem(L"wrong lh hash", list);
+        if (Get32(p + 8 + stride * i) != NameHashOf(name)) Problem(L"wrong lh hash", list);
       }
       if (hinted) {
         std::uint8_t hint[4] = {0, 0, 0, 0};
@@ -131,7 +129,7 @@ class Linter {
       for (std::size_t i = 0; i < children.size(); ++i) {
         std::size_t units = 0;
         std::wstring name = NodeName(children[i], &units);
-        if (i > 0 && CompareNoCase(previous, name) >= 0) Problem(L"sub keys out of order", nk);
+        if (i > 0 && CompareNames(previous, name) >= 0) Problem(L"sub keys out of order", nk);
         previous = std::move(name);
         maxName = std::max(maxName, static_cast<std::uint32_t>(units * 2));
         maxClass =

@@ -11,9 +11,9 @@ namespace tw::hive {
 std::size_t LowerBoundChild(const Key& key, std::wstring_view name, bool* found) {
   const auto it = std::lower_bound(key.children.begin(), key.children.end(), name,
                                    [](const std::unique_ptr<Key>& child, std::wstring_view n) {
-                                     return CompareNoCase(child->name, n) < 0;
+                                     return CompareNames(child->name, n) < 0;
                                    });
-  if (found != nullptr) *found = it != key.children.end() && EqualsNoCase((*it)->name, name);
+  if (found != nullptr) *found = it != key.children.end() && NamesEqual((*it)->name, name);
   return static_cast<std::size_t>(std::distance(key.children.begin(), it));
 }
 
@@ -44,14 +44,14 @@ std::unique_ptr<Key> RemoveChild(Key& key, const Key* child) {
 
 const Value* FindValue(const Key& key, std::wstring_view name) {
   for (const Value& value : key.values) {
-    if (EqualsNoCase(value.name, name)) return &value;
+    if (NamesEqual(value.name, name)) return &value;
   }
   return nullptr;
 }
 
 Value* FindValue(Key& key, std::wstring_view name) {
   for (Value& value : key.values) {
-    if (EqualsNoCase(value.name, name)) return &value;
+    if (NamesEqual(value.name, name)) return &value;
   }
   return nullptr;
 }

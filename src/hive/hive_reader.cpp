@@ -349,13 +349,13 @@ class Reader {
       key.children.push_back(std::move(child));
     }
     const auto less = [](const std::unique_ptr<Key>& a, const std::unique_ptr<Key>& b) {
-      return CompareNoCase(a->name, b->name) < 0;
+      return CompareNames(a->name, b->name) < 0;
     };
     if (!std::is_sorted(key.children.begin(), key.children.end(), less)) {
       std::stable_sort(key.children.begin(), key.children.end(), less);
     }
     for (std::size_t i = 1; i < key.children.size(); ++i) {
-      if (EqualsNoCase(key.children[i - 1]->name, key.children[i]->name)) {
+      if (NamesEqual(key.children[i - 1]->name, key.children[i]->name)) {
         return Fail(CellError(L"two sub keys with the same name", item.listOffset));
       }
     }

@@ -238,10 +238,8 @@ class Writer {
     p[1] = 'h';
     Put16(p + 2, static_cast<std::uint16_t>(count));
     for (std::size_t i = 0; i < count; ++i) {
-      std::u16string upper = ToUtf16(key.children[from + i]->name);
-      for (char16_t& c : upper) c = static_cast<char16_t>(UpcaseChar(static_cast<wchar_t>(c)));
       Put32(p + 4 + 8 * i, offsets[from + i]);
-      Put32(p + 8 + 8 * i, regf::NameHash(upper));
+      Put32(p + 8 + 8 * i, NameHashOf(key.children[from + i]->name));
     }
     return leaf;
   }
