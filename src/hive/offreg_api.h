@@ -14,8 +14,9 @@
 //   most 255 characters: else ERROR_INVALID_PARAMETER); "" on a non-root handle gives a new
 //   handle to the same key (REG_OPENED_EXISTING_KEY). REG_OPTION_VOLATILE and unknown options
 //   give ERROR_INVALID_PARAMETER; REG_OPTION_CREATE_LINK on an existing key that is not a link
-//   gives ERROR_ALREADY_EXISTS. A new key without a descriptor shares its parent's (see
-//   security_parts.h); a given descriptor must be self-relative (else
+//   gives ERROR_ALREADY_EXISTS. A new key without a descriptor inherits from its parent
+//   (owner and group of the parent, the inheritable part of its DACL: see security_parts.h); a
+//   given descriptor must be self-relative (else
 //   ERROR_INVALID_SECURITY_DESCR) and is stored as given. The class is stored (not ignored).
 // - Times: creating a key sets its time and its parent's; deleting a key sets its parent's;
 //   setting or deleting a value sets the key's; security changes leave times alone.

@@ -33,14 +33,17 @@ DWORD CreatePath(Key* key, const std::vector<std::wstring_view>& parts, std::wst
     auto child = std::make_unique<Key>();
     child->name.assign(parts[i]);
     child->lastWriteTime = now;
-    child->security = key->security;  // shared with the parent: see security_parts.h
+    if (last && descriptor != nullptr) {
+      const auto* bytes = static_cast<const std::uint8_t*>(descriptor);
+      child->security =
+          std::make_shared<const SecurityBytes>(bytes, bytes + SelfRelativeLength(bytes));
+    } else {
+      // Inherited from the parent: see security_parts.h for the owner and group it gets.
+      child->security = std::make_shared<const SecurityBytes>(
+          InheritedSecurity(key->security ? *key->security : DefaultSecurityDescriptor()));
+    }
     if (last) {
       child->className.assign(cls);
-      if (descriptor != nullptr) {
-        const auto* bytes = static_cast<const std::uint8_t*>(descriptor);
-        child->security =
-            std::make_shared<const SecurityBytes>(bytes, bytes + SelfRelativeLength(bytes));
-      }
       if ((options & kRegOptionCreateLink) != 0) child->flags |= kKeyFlagSymLink;
     }
     key->lastWriteTime = now;

@@ -1,12 +1,22 @@
-// The few operations on self-relative security descriptors the hive engine needs: measure one,
-// pick the parts a SECURITY_INFORMATION selects, and replace parts. Descriptors are kept and
-// returned in self-relative form, as security cells store them.
+// The operations on self-relative security descriptors the hive engine needs: measure one, pick
+// the parts a SECURITY_INFORMATION selects, replace parts, and compute what a new key inherits.
+// Descriptors are kept and returned in self-relative form, as security cells store them; they
+// are read and built through the security descriptor codec (security/codec/).
 //
-// TODO: once the security descriptor codec (security/codec/) is in, parse and build through it
-// and give new keys the descriptor inherited from their parent by the platform's rule (owner and
-// group from the parent, a DACL made of the parent's inheritable ACEs: CONTAINER_INHERIT ACEs
-// kept, INHERIT_ONLY cleared, NO_PROPAGATE ending the chain, INHERITED_ACE set). Until then a new
-// key shares its parent's descriptor unchanged.
+// A descriptor read from a hive is kept byte for byte: it is only re-encoded when a caller
+// changes it (ORSetKeySecurity) or asks for some of its parts (ORGetKeySecurity), and then in the
+// layout the platform's MakeSelfRelativeSD produces (header, SACL, DACL, owner, group).
+//
+// A new key created without a descriptor gets (our decision where the platform's offline library
+// leaves it open: it has no creator token to take an owner from):
+// - the owner and the group of its parent key's descriptor (Administrators and SYSTEM when the
+//   parent's descriptor has none), which also stand for CREATOR OWNER and CREATOR GROUP;
+// - the DACL inherited from the parent by security::InheritFromParent with the registry key
+//   mapping (a key is a container): effective entries flagged INHERITED_ACE, inherit-only copies
+//   where the rules ask for them, NO_PROPAGATE ending the chain. A parent's SE_DACL_PROTECTED
+//   bit is not inherited; an empty DACL results when nothing is inheritable;
+// - no SACL.
+// A parent whose descriptor cannot be parsed is treated as having the default descriptor.
 #pragma once
 
 #include <cstddef>
@@ -28,20 +38,10 @@ constexpr std::uint32_t kUnprotectedDaclSecurityInformation = 0x20000000;
 constexpr std::uint32_t kProtectedSaclSecurityInformation = 0x40000000;
 constexpr std::uint32_t kProtectedDaclSecurityInformation = 0x80000000;
 
-// Descriptor control bits.
-constexpr std::uint16_t kSeOwnerDefaulted = 0x0001;
-constexpr std::uint16_t kSeGroupDefaulted = 0x0002;
-constexpr std::uint16_t kSeDaclPresent = 0x0004;
-constexpr std::uint16_t kSeDaclDefaulted = 0x0008;
-constexpr std::uint16_t kSeSaclPresent = 0x0010;
-constexpr std::uint16_t kSeSaclDefaulted = 0x0020;
+// Descriptor control bits the engine handles by part (the codec names the others).
 constexpr std::uint16_t kSeDaclAutoInheritReq = 0x0100;
 constexpr std::uint16_t kSeSaclAutoInheritReq = 0x0200;
-constexpr std::uint16_t kSeDaclAutoInherited = 0x0400;
-constexpr std::uint16_t kSeSaclAutoInherited = 0x0800;
 constexpr std::uint16_t kSeDaclProtected = 0x1000;
-constexpr std::uint16_t kSeSaclProtected = 0x2000;
-constexpr std::uint16_t kSeSelfRelative = 0x8000;
 
 // The descriptor of a new hive's root key: owner Administrators (S-1-5-32-544), group SYSTEM
 // (S-1-5-18), a DACL inherited by sub keys granting full control to SYSTEM and Administrators
@@ -49,12 +49,13 @@ constexpr std::uint16_t kSeSelfRelative = 0x8000;
 const SecurityBytes& DefaultSecurityDescriptor();
 
 // The length of a self-relative descriptor given by pointer only (as callers of
-// ORSetKeySecurity pass it): the end of its furthest part. 0 when it is not a revision-1
-// self-relative descriptor, or a part is malformed.
+// ORSetKeySecurity pass it): the end of its furthest part. 0 when it is not a valid revision-1
+// self-relative descriptor (the codec's validation of the measured block fails).
 std::size_t SelfRelativeLength(const std::uint8_t* descriptor);
 
 // A descriptor with only the parts `information` selects (owner, group, DACL, SACL; LABEL
-// counts as SACL), their control bits, and SE_SELF_RELATIVE.
+// counts as SACL), their control bits, and SE_SELF_RELATIVE. A descriptor the codec cannot
+// read is returned unchanged.
 SecurityBytes SelectParts(const SecurityBytes& descriptor, std::uint32_t information);
 
 // `current` with the parts `information` selects taken from `incoming` (whose control bits come
@@ -62,5 +63,8 @@ SecurityBytes SelectParts(const SecurityBytes& descriptor, std::uint32_t informa
 // likewise for the SACL. False when `incoming` is not a valid self-relative descriptor.
 bool ReplaceParts(const SecurityBytes& current, const std::uint8_t* incoming,
                   std::uint32_t information, SecurityBytes* result);
+
+// The descriptor of a new key created below a key with descriptor `parent` (rules above).
+SecurityBytes InheritedSecurity(const SecurityBytes& parent);
 
 }  // namespace tw::hive

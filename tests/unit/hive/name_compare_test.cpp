@@ -11,7 +11,7 @@ namespace {
 
 TEST(CompareNames, IgnoresCaseByTheWindowsRule) {
   EXPECT_EQ(CompareNames(L"Software", L"SOFTWARE"), 0);
-  EXPECT_EQ(CompareNames(L"\u00e4bc", L"\u00c4BC"), 0);        // Latin-1
+  EXPECT_EQ(CompareNames(L"\u00e4bc", L"\u00c4BC"), 0);          // Latin-1
   EXPECT_EQ(CompareNames(L"\u03c3\u0434", L"\u03a3\u0414"), 0);  // Greek, Cyrillic
   EXPECT_TRUE(NamesEqual(L"\u0101", L"\u0100"));                 // Latin Extended-A
   EXPECT_FALSE(NamesEqual(L"abc", L"abcd"));
