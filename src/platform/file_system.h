@@ -42,6 +42,44 @@ struct FileOpenRequest {
   CreationDisposition disposition = CreationDisposition::kOpenExisting;
 };
 
+// The FILE_ATTRIBUTE_* bits, with the Win32 values.
+namespace file_attr {
+constexpr std::uint32_t kReadOnly = 0x1;
+constexpr std::uint32_t kHidden = 0x2;
+constexpr std::uint32_t kSystem = 0x4;
+constexpr std::uint32_t kDirectory = 0x10;
+constexpr std::uint32_t kArchive = 0x20;
+constexpr std::uint32_t kNormal = 0x80;
+constexpr std::uint32_t kTemporary = 0x100;
+constexpr std::uint32_t kReparsePoint = 0x400;
+constexpr std::uint32_t kNotContentIndexed = 0x2000;
+// INVALID_FILE_ATTRIBUTES, what GetFileAttributesW returns when it fails.
+constexpr std::uint32_t kInvalid = 0xFFFFFFFF;
+}  // namespace file_attr
+
+// A FILETIME as one number: 100-nanosecond intervals since 1601-01-01 UTC.
+using FileTime = std::uint64_t;
+
+// The three times of a file or folder.
+struct FileTimes {
+  FileTime creation = 0;
+  FileTime lastAccess = 0;
+  FileTime lastWrite = 0;
+};
+
+// One entry of a directory search (WIN32_FIND_DATAW): the long name only, without its folder.
+// Short 8.3 names are neither reported nor matched.
+struct FindEntry {
+  std::wstring name;
+  std::uint32_t attributes = 0;
+  FileTimes times;
+  std::uint64_t size = 0;
+};
+
+// A running directory search; kInvalidSearchHandle is INVALID_HANDLE_VALUE.
+using SearchHandle = std::uintptr_t;
+constexpr SearchHandle kInvalidSearchHandle = ~SearchHandle{0};
+
 // SetFilePointer's move methods.
 enum class SeekOrigin : std::uint32_t { kBegin = 0, kCurrent = 1, kEnd = 2 };
 
@@ -92,6 +130,25 @@ class FileSystem {
   // an existing target is overwritten unless failIfExists, which then gives kFileExists.
   virtual err::Win32Error CopyFileTo(std::wstring_view from, std::wstring_view to,
                                      bool failIfExists) = 0;
+
+  // FindFirstFileW(pattern, &data): starts a search of the folder that pattern names; its last
+  // element may hold "*" and "?", matched case-insensitively against the long names with the
+  // Windows rules (a "*" before a "." stops at the last dot of the name, "*.*" matches every
+  // name, "?" matches one character but none at a dot or at the end). A folder other than a drive
+  // root yields "." and ".." first, as NTFS does, then its entries in the order the file system
+  // keeps them. On success search is the running search and entry its first entry; on failure
+  // search is kInvalidSearchHandle: a missing folder gives kPathNotFound, a folder without a
+  // match kFileNotFound, a pattern ending in a separator kFileNotFound, a folder that is a file
+  // kDirectory.
+  virtual err::Win32Error FindFirstEntry(std::wstring_view pattern, SearchHandle& search,
+                                         FindEntry& entry) = 0;
+
+  // FindNextFileW(search, &data): the next entry; kNoMoreFiles when none is left (the search
+  // stays open until CloseSearch).
+  virtual err::Win32Error FindNextEntry(SearchHandle search, FindEntry& entry) = 0;
+
+  // FindClose(search). A search that is not running gives kInvalidHandle.
+  virtual err::Win32Error CloseSearch(SearchHandle search) = 0;
 };
 
 // Owns one open handle of a FileSystem and closes it when it goes.
@@ -129,6 +186,44 @@ class UniqueFileHandle {
  private:
   FileSystem* fileSystem_ = nullptr;
   FileHandle handle_ = kInvalidFileHandle;
+};
+
+// Owns one running search of a FileSystem and closes it when it goes.
+class UniqueSearchHandle {
+ public:
+  UniqueSearchHandle() = default;
+  UniqueSearchHandle(FileSystem& fileSystem, SearchHandle search)
+      : fileSystem_(&fileSystem), search_(search) {}
+  UniqueSearchHandle(const UniqueSearchHandle&) = delete;
+  UniqueSearchHandle& operator=(const UniqueSearchHandle&) = delete;
+  UniqueSearchHandle(UniqueSearchHandle&& other) noexcept
+      : fileSystem_(other.fileSystem_), search_(other.release()) {}
+  UniqueSearchHandle& operator=(UniqueSearchHandle&& other) noexcept {
+    if (this != &other) {
+      reset();
+      fileSystem_ = other.fileSystem_;
+      search_ = other.release();
+    }
+    return *this;
+  }
+  ~UniqueSearchHandle() { reset(); }
+
+  SearchHandle get() const { return search_; }
+  bool is_valid() const { return search_ != kInvalidSearchHandle; }
+  SearchHandle release() {
+    const SearchHandle search = search_;
+    search_ = kInvalidSearchHandle;
+    return search;
+  }
+  void reset() {
+    if (fileSystem_ != nullptr && search_ != kInvalidSearchHandle)
+      fileSystem_->CloseSearch(search_);
+    search_ = kInvalidSearchHandle;
+  }
+
+ private:
+  FileSystem* fileSystem_ = nullptr;
+  SearchHandle search_ = kInvalidSearchHandle;
 };
 
 // The process's real file system (the Win32 calls, or the POSIX adapter). It lives until the

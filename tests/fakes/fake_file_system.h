@@ -1,6 +1,7 @@
-// An in-memory FileSystem for tests: files are byte strings under their Windows paths (names
-// compare case-insensitively, as on Windows), every call is counted, and any operation can be
-// made to fail with a chosen Win32 error.
+// An in-memory FileSystem for tests: files and folders under their Windows paths (names compare
+// case-insensitively and keep the case they were made with, as on Windows), every call is
+// counted, and any operation can be made to fail with a chosen Win32 error, for every path or for
+// one path only.
 #pragma once
 
 #include <cstdint>
@@ -8,6 +9,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/file_system.h"
 
@@ -22,7 +24,10 @@ enum class FileOp {
   kWrite,
   kFlush,
   kClose,
-  kCopy
+  kCopy,
+  kFindFirst,
+  kFindNext,
+  kCloseSearch,
 };
 
 class FakeFileSystem : public FileSystem {
@@ -32,17 +37,33 @@ class FakeFileSystem : public FileSystem {
   // --- Test controls ---
   // Makes every call of op after the next `succeedFirst` calls fail with error (until cleared).
   void FailOperation(FileOp op, err::Win32Error error, int succeedFirst = 0);
+  // Makes every call of op on path fail with error (until cleared). The path of a call is its
+  // first path (the source of a copy, the pattern of a search, the file of an open); a path
+  // fails also for calls on anything below it ("access denied on this folder").
+  void FailPath(FileOp op, std::wstring_view path, err::Win32Error error);
   void ClearFailures();
   // Calls made so far of op (failed calls included); opens also by disposition.
   int Calls(FileOp op) const;
   int Opens(CreationDisposition disposition) const;
-  // Files and folders. A file's folder must exist for it to be created ("C:\" always does).
-  void AddFolder(std::wstring_view path);
-  void SetFile(std::wstring_view path, std::string content);
+  // Files and folders. AddFolder makes the folders on the way too; SetFile does not: a file's
+  // folder must exist for the core to create it ("C:\" always does).
+  void AddFolder(std::wstring_view path, std::uint32_t attributes = file_attr::kDirectory);
+  void SetFile(std::wstring_view path, std::string content,
+               std::uint32_t attributes = file_attr::kArchive);
+  // A reparse point (a junction or link) at path; searches list it with kReparsePoint.
+  void AddReparsePoint(std::wstring_view path, bool folder);
+  void SetTimes(std::wstring_view path, const FileTimes& times);
   bool HasFile(std::wstring_view path) const;
+  bool HasFolder(std::wstring_view path) const;
   std::string FileContent(std::wstring_view path) const;
-  // Handles open now.
+  // The attributes and times of path (kInvalid / zero when it does not exist).
+  std::uint32_t AttributesOf(std::wstring_view path) const;
+  FileTimes TimesOf(std::wstring_view path) const;
+  // The names of path's direct children in the case they were made with, in search order.
+  std::vector<std::wstring> ChildNames(std::wstring_view path) const;
+  // Handles and searches open now.
   int OpenHandles() const;
+  int OpenSearches() const;
 
   // --- FileSystem ---
   std::wstring ModuleFileName() override;
@@ -58,8 +79,20 @@ class FakeFileSystem : public FileSystem {
   err::Win32Error Close(FileHandle handle) override;
   err::Win32Error CopyFileTo(std::wstring_view from, std::wstring_view to,
                              bool failIfExists) override;
+  err::Win32Error FindFirstEntry(std::wstring_view pattern, SearchHandle& search,
+                                 FindEntry& entry) override;
+  err::Win32Error FindNextEntry(SearchHandle search, FindEntry& entry) override;
+  err::Win32Error CloseSearch(SearchHandle search) override;
 
  private:
+  // One file or folder; its key is its upper-case path without a trailing backslash.
+  struct Node {
+    std::wstring name;  // as made, the last element only
+    bool folder = false;
+    std::uint32_t attributes = 0;
+    FileTimes times;
+    std::string content;
+  };
   struct OpenFile {
     std::wstring key;
     std::uint64_t position = 0;
@@ -69,21 +102,38 @@ class FakeFileSystem : public FileSystem {
     err::Win32Error error = err::kSuccess;
     int succeedFirst = 0;
   };
+  struct PathFailure {
+    FileOp op;
+    std::wstring key;
+    err::Win32Error error;
+  };
+  struct Search {
+    std::vector<FindEntry> entries;
+    std::size_t next = 0;
+  };
 
   static std::wstring Key(std::wstring_view path);
   static std::wstring ParentKey(const std::wstring& key);
+  static std::wstring LastElement(std::wstring_view path);
   // Counts the call and returns the error it must fail with, or kSuccess.
-  err::Win32Error Enter(FileOp op);
+  err::Win32Error Enter(FileOp op, std::wstring_view path = {});
+  const Node* FindNode(const std::wstring& key) const;
+  bool IsFolder(const std::wstring& key) const;
+  bool IsFile(const std::wstring& key) const;
+  Node& MakeFile(const std::wstring& key, std::wstring_view path);
+  FileTime Tick();
 
   mutable std::mutex mutex_;
   std::wstring modulePath_;
-  std::map<std::wstring, std::string> files_;  // by upper-case path
-  std::map<std::wstring, bool> folders_;       // by upper-case path, no trailing backslash
+  std::map<std::wstring, Node> nodes_;  // by key
   std::map<FileHandle, OpenFile> handles_;
+  std::map<SearchHandle, Search> searches_;
   FileHandle nextHandle_ = 0x40;
+  FileTime clock_ = 133000000000000000;  // a 2022 FILETIME; every change moves it on
   std::map<FileOp, int> calls_;
   std::map<CreationDisposition, int> opens_;
   std::map<FileOp, Failure> failures_;
+  std::vector<PathFailure> pathFailures_;
 };
 
 }  // namespace tw::testing

@@ -14,7 +14,9 @@
 #include <vector>
 
 #include "platform/file_system.h"
+#include "platform/posix/directory_search_posix.h"
 #include "platform/posix/errno_win32.h"
+#include "platform/posix/file_info_posix.h"
 #include "platform/posix/native_path.h"
 
 namespace tw {
@@ -33,29 +35,13 @@ struct OpenFileEntry {
   }
 };
 
-// kFileNotFound when the folder that should hold native exists, else kPathNotFound, as Windows
-// tells a missing file from a missing folder on the way.
-err::Win32Error MissingPathError(const std::string& native) {
-  const std::string::size_type slash = native.find_last_of('/');
-  std::string parent;
-  if (slash == std::string::npos) {
-    parent = ".";
-  } else if (slash == 0) {
-    parent = "/";
-  } else {
-    parent = native.substr(0, slash);
-  }
-  struct stat info {};
-  if (::stat(parent.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) return err::kPathNotFound;
-  return err::kFileNotFound;
-}
+using posix::PathError;
 
-// The Win32 error of a failed call on native, read from errno.
-err::Win32Error PathError(const std::string& native) {
-  const int errnum = errno;
-  if (errnum == ENOENT) return MissingPathError(native);
-  return posix::Win32ErrorFromErrno(errnum);
-}
+// A running search: every entry, read when it started, and the next one to hand out.
+struct SearchState {
+  std::vector<FindEntry> entries;
+  std::size_t next = 0;
+};
 
 class PosixFileSystem final : public FileSystem {
  public:
@@ -237,6 +223,37 @@ class PosixFileSystem final : public FileSystem {
     return err::kSuccess;
   }
 
+  err::Win32Error FindFirstEntry(std::wstring_view pattern, SearchHandle& search,
+                                 FindEntry& entry) override {
+    search = kInvalidSearchHandle;
+    SearchState state;
+    if (const err::Win32Error error = posix::CollectSearchEntries(pattern, state.entries);
+        error != err::kSuccess)
+      return error;
+    entry = state.entries[0];
+    state.next = 1;
+    const std::lock_guard<std::mutex> guard(mutex_);
+    nextId_ += 4;
+    search = nextId_;
+    searches_.emplace(search, std::move(state));
+    return err::kSuccess;
+  }
+
+  err::Win32Error FindNextEntry(SearchHandle search, FindEntry& entry) override {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const auto found = searches_.find(search);
+    if (found == searches_.end()) return err::kInvalidHandle;
+    SearchState& state = found->second;
+    if (state.next >= state.entries.size()) return err::kNoMoreFiles;
+    entry = state.entries[state.next++];
+    return err::kSuccess;
+  }
+
+  err::Win32Error CloseSearch(SearchHandle search) override {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return searches_.erase(search) == 1 ? err::kSuccess : err::kInvalidHandle;
+  }
+
  private:
   std::shared_ptr<OpenFileEntry> Find(FileHandle handle) {
     const std::lock_guard<std::mutex> guard(mutex_);
@@ -248,6 +265,7 @@ class PosixFileSystem final : public FileSystem {
   std::mutex mutex_;
   FileHandle nextId_ = 0x100;
   std::map<FileHandle, std::shared_ptr<OpenFileEntry>> files_;
+  std::map<SearchHandle, SearchState> searches_;
 };
 
 }  // namespace

@@ -12,6 +12,19 @@ HANDLE ToHandle(FileHandle handle) { return reinterpret_cast<HANDLE>(handle); }
 
 err::Win32Error LastError() { return static_cast<err::Win32Error>(::GetLastError()); }
 
+FileTime ToFileTime(const FILETIME& time) {
+  return (static_cast<FileTime>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
+}
+
+void FromFindData(const WIN32_FIND_DATAW& data, FindEntry& entry) {
+  entry.name = data.cFileName;
+  entry.attributes = data.dwFileAttributes;
+  entry.times.creation = ToFileTime(data.ftCreationTime);
+  entry.times.lastAccess = ToFileTime(data.ftLastAccessTime);
+  entry.times.lastWrite = ToFileTime(data.ftLastWriteTime);
+  entry.size = (static_cast<std::uint64_t>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
+}
+
 class Win32FileSystem final : public FileSystem {
  public:
   std::wstring ModuleFileName() override {
@@ -93,6 +106,31 @@ class Win32FileSystem final : public FileSystem {
     const std::wstring target(to);
     return ::CopyFileW(source.c_str(), target.c_str(), failIfExists ? TRUE : FALSE) ? err::kSuccess
                                                                                     : LastError();
+  }
+
+  err::Win32Error FindFirstEntry(std::wstring_view pattern, SearchHandle& search,
+                                 FindEntry& entry) override {
+    const std::wstring text(pattern);
+    WIN32_FIND_DATAW data;
+    const HANDLE found = ::FindFirstFileW(text.c_str(), &data);
+    if (found == INVALID_HANDLE_VALUE) {
+      search = kInvalidSearchHandle;
+      return LastError();
+    }
+    search = reinterpret_cast<SearchHandle>(found);
+    FromFindData(data, entry);
+    return err::kSuccess;
+  }
+
+  err::Win32Error FindNextEntry(SearchHandle search, FindEntry& entry) override {
+    WIN32_FIND_DATAW data;
+    if (!::FindNextFileW(reinterpret_cast<HANDLE>(search), &data)) return LastError();
+    FromFindData(data, entry);
+    return err::kSuccess;
+  }
+
+  err::Win32Error CloseSearch(SearchHandle search) override {
+    return ::FindClose(reinterpret_cast<HANDLE>(search)) ? err::kSuccess : LastError();
   }
 };
 

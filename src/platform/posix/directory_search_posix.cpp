@@ -1,0 +1,99 @@
+#include "platform/posix/directory_search_posix.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+
+#include "base/text_encoding.h"
+#include "platform/file_name_pattern.h"
+#include "platform/posix/errno_win32.h"
+#include "platform/posix/file_info_posix.h"
+#include "platform/posix/native_path.h"
+
+namespace tw::posix {
+namespace {
+
+// Closes a directory stream when it goes.
+class DirectoryStream {
+ public:
+  explicit DirectoryStream(DIR* stream) : stream_(stream) {}
+  DirectoryStream(const DirectoryStream&) = delete;
+  DirectoryStream& operator=(const DirectoryStream&) = delete;
+  ~DirectoryStream() {
+    if (stream_ != nullptr) ::closedir(stream_);
+  }
+  DIR* get() const { return stream_; }
+
+ private:
+  DIR* stream_;
+};
+
+std::string ChildPath(const std::string& folder, const std::string& name) {
+  if (!folder.empty() && folder.back() == '/') return folder + name;
+  return folder + "/" + name;
+}
+
+// The error of a folder that could not be opened for the search.
+err::Win32Error OpenFolderError(const std::string& folder, int errnum) {
+  if (errnum == ENOTDIR || errnum == ELOOP) {
+    struct stat info {};
+    if (::lstat(folder.c_str(), &info) == 0) return err::kDirectory;  // a file or a link
+    return err::kPathNotFound;
+  }
+  if (errnum == ENOENT) return err::kPathNotFound;
+  return Win32ErrorFromErrno(errnum);
+}
+
+void AddEntry(const std::string& native, std::wstring name, std::vector<FindEntry>& entries) {
+  FindEntry entry;
+  if (QueryFileInfo(native, entry) != err::kSuccess) return;  // gone since readdir
+  entry.name = std::move(name);
+  entries.push_back(std::move(entry));
+}
+
+}  // namespace
+
+err::Win32Error CollectSearchEntries(std::wstring_view pattern, std::vector<FindEntry>& entries) {
+  entries.clear();
+  const SearchPatternParts parts = SplitSearchPattern(pattern);
+  if (parts.name.empty()) return err::kFileNotFound;
+  std::string folder = ".";
+  if (!parts.folder.empty()) {
+    err::Win32Error error = err::kSuccess;
+    if (!ToNativePath(parts.folder, folder, error)) return error;
+  }
+
+  const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (fd < 0) return OpenFolderError(folder, errno);
+  DirectoryStream stream(::fdopendir(fd));
+  if (stream.get() == nullptr) {
+    const int errnum = errno;
+    ::close(fd);
+    return Win32ErrorFromErrno(errnum);
+  }
+
+  if (folder != "/") {
+    if (MatchesSearchPattern(parts.name, L".")) AddEntry(folder, L".", entries);
+    if (MatchesSearchPattern(parts.name, L"..")) AddEntry(ChildPath(folder, ".."), L"..", entries);
+  }
+  for (;;) {
+    errno = 0;
+    const struct dirent* item = ::readdir(stream.get());
+    if (item == nullptr) {
+      if (errno != 0) return Win32ErrorFromErrno(errno);
+      break;
+    }
+    const std::string native(item->d_name);
+    if (native == "." || native == "..") continue;
+    std::wstring name = Utf8ToWide(native);
+    if (!MatchesSearchPattern(parts.name, name)) continue;
+    AddEntry(ChildPath(folder, native), std::move(name), entries);
+  }
+  return entries.empty() ? err::kFileNotFound : err::kSuccess;
+}
+
+}  // namespace tw::posix

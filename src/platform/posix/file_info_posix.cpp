@@ -1,0 +1,167 @@
+#include "platform/posix/file_info_posix.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <mutex>
+#include <utility>
+
+#include "platform/posix/errno_win32.h"
+
+namespace tw::posix {
+namespace {
+
+constexpr char kDosAttribName[] = "user.DOSATTRIB";
+// 100-ns intervals between 1601-01-01 and 1970-01-01.
+constexpr std::int64_t kUnixEpochAsFileTime = 116444736000000000;
+constexpr std::int64_t kIntervalsPerSecond = 10000000;
+
+// The fallback store for file systems without user extended attributes.
+struct FallbackStore {
+  std::mutex mutex;
+  std::map<std::pair<std::uint64_t, std::uint64_t>, std::uint32_t> values;
+};
+
+FallbackStore& Fallback() {
+  static FallbackStore* store = new FallbackStore;  // lives until the process ends
+  return *store;
+}
+
+bool StatNoFollow(const std::string& native, struct statx& info) {
+  return ::statx(AT_FDCWD, native.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS | STATX_BTIME,
+                 &info) == 0;
+}
+
+std::pair<std::uint64_t, std::uint64_t> InodeKey(const struct statx& info) {
+  const std::uint64_t device = (std::uint64_t{info.stx_dev_major} << 32) | info.stx_dev_minor;
+  return {device, info.stx_ino};
+}
+
+FileTime FromStatx(const struct statx_timestamp& stamp) {
+  return FileTimeFromUnix(stamp.tv_sec, stamp.tv_nsec);
+}
+
+bool ParseHex(const std::string& text, std::uint32_t& value) {
+  if (text.empty()) return false;
+  char* end = nullptr;
+  const unsigned long parsed = std::strtoul(text.c_str(), &end, 16);  // accepts a "0x" prefix
+  if (end == text.c_str()) return false;
+  value = static_cast<std::uint32_t>(parsed);
+  return true;
+}
+
+}  // namespace
+
+FileTime FileTimeFromUnix(std::int64_t seconds, std::uint32_t nanoseconds) {
+  const std::int64_t value =
+      seconds * kIntervalsPerSecond + nanoseconds / 100 + kUnixEpochAsFileTime;
+  return value < 0 ? 0 : static_cast<FileTime>(value);
+}
+
+void UnixFromFileTime(FileTime time, std::int64_t& seconds, std::int64_t& nanoseconds) {
+  const std::int64_t sinceEpoch = static_cast<std::int64_t>(time) - kUnixEpochAsFileTime;
+  seconds = sinceEpoch / kIntervalsPerSecond;
+  std::int64_t rest = sinceEpoch % kIntervalsPerSecond;
+  if (rest < 0) {
+    rest += kIntervalsPerSecond;
+    --seconds;
+  }
+  nanoseconds = rest * 100;
+}
+
+err::Win32Error MissingPathError(const std::string& native) {
+  const std::string::size_type slash = native.find_last_of('/');
+  std::string parent;
+  if (slash == std::string::npos) {
+    parent = ".";
+  } else if (slash == 0) {
+    parent = "/";
+  } else {
+    parent = native.substr(0, slash);
+  }
+  struct stat info {};
+  if (::stat(parent.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) return err::kPathNotFound;
+  return err::kFileNotFound;
+}
+
+err::Win32Error PathError(const std::string& native) {
+  const int errnum = errno;
+  if (errnum == ENOENT) return MissingPathError(native);
+  return Win32ErrorFromErrno(errnum);
+}
+
+bool ReadStoredAttributes(const std::string& native, std::uint32_t& value) {
+  char buffer[64];
+  const ssize_t length = ::lgetxattr(native.c_str(), kDosAttribName, buffer, sizeof buffer - 1);
+  if (length >= 0) {
+    buffer[length] = '\0';
+    return ParseHex(std::string(buffer, static_cast<std::size_t>(length)), value);
+  }
+  if (errno != ENOTSUP) return false;
+  struct statx info {};
+  if (!StatNoFollow(native, info)) return false;
+  FallbackStore& store = Fallback();
+  const std::lock_guard<std::mutex> guard(store.mutex);
+  const auto found = store.values.find(InodeKey(info));
+  if (found == store.values.end()) return false;
+  value = found->second;
+  return true;
+}
+
+err::Win32Error WriteStoredAttributes(const std::string& native, std::uint32_t value) {
+  struct statx info {};
+  if (!StatNoFollow(native, info)) return PathError(native);
+  if (!S_ISREG(info.stx_mode) && !S_ISDIR(info.stx_mode)) return err::kAccessDenied;
+  char text[16];
+  const int length = std::snprintf(text, sizeof text, "0x%x", static_cast<unsigned>(value));
+  if (::lsetxattr(native.c_str(), kDosAttribName, text, static_cast<std::size_t>(length), 0) == 0)
+    return err::kSuccess;
+  if (errno != ENOTSUP) return PathError(native);
+  FallbackStore& store = Fallback();
+  const std::lock_guard<std::mutex> guard(store.mutex);
+  store.values[InodeKey(info)] = value;
+  return err::kSuccess;
+}
+
+err::Win32Error QueryFileInfo(const std::string& native, FindEntry& entry) {
+  struct statx info {};
+  if (!StatNoFollow(native, info)) return PathError(native);
+  const bool isFolder = S_ISDIR(info.stx_mode);
+  const bool isFile = S_ISREG(info.stx_mode);
+  if (!isFolder && !isFile) {
+    entry.attributes = file_attr::kReparsePoint;
+  } else {
+    std::uint32_t stored = 0;
+    if (ReadStoredAttributes(native, stored)) {
+      stored &= ~(file_attr::kDirectory | file_attr::kReparsePoint);
+      if (isFolder) {
+        stored |= file_attr::kDirectory;
+        stored &= ~file_attr::kNormal;
+      } else if (stored == 0) {
+        stored = file_attr::kNormal;
+      } else if (stored != file_attr::kNormal) {
+        stored &= ~file_attr::kNormal;  // NORMAL stands only alone
+      }
+      entry.attributes = stored;
+    } else {
+      entry.attributes = isFolder ? file_attr::kDirectory : file_attr::kArchive;
+    }
+  }
+  entry.size = isFile ? info.stx_size : 0;
+  entry.times.lastAccess = FromStatx(info.stx_atime);
+  entry.times.lastWrite = FromStatx(info.stx_mtime);
+  if ((info.stx_mask & STATX_BTIME) != 0) {
+    entry.times.creation = FromStatx(info.stx_btime);
+  } else {
+    entry.times.creation = std::min(FromStatx(info.stx_ctime), entry.times.lastWrite);
+  }
+  return err::kSuccess;
+}
+
+}  // namespace tw::posix
