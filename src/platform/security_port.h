@@ -31,19 +31,44 @@ struct BoolCallResult {
   err::Win32Error lastError = err::kSuccess;
 };
 
-// How a written DACL treats inheritance from the parent: PROTECTED_DACL_SECURITY_INFORMATION
-// (0x80000000) or UNPROTECTED_DACL_SECURITY_INFORMATION (0x20000000).
-enum class DaclProtection : std::uint8_t { kProtected, kUnprotected };
+// How a written DACL treats inheritance from the parent:
+// - kKeep: neither flag; the object keeps the protection it has (SetNamedSecurityInfoW with
+//   DACL_SECURITY_INFORMATION alone);
+// - kProtected: PROTECTED_DACL_SECURITY_INFORMATION (0x80000000): the DACL is exactly the list
+//   given and the parent's inheritable entries no longer reach the object;
+// - kUnprotected: UNPROTECTED_DACL_SECURITY_INFORMATION (0x20000000): the explicit entries of
+//   the list given, followed by the entries the object inherits from its parent (entries of the
+//   list marked INHERITED_ACE are replaced by those).
+enum class DaclProtection : std::uint8_t { kKeep, kProtected, kUnprotected };
 
-// What SetNamedSecurityInfoW is asked to write: OWNER_SECURITY_INFORMATION when `owner` is set,
-// DACL_SECURITY_INFORMATION plus the protection flag when `writeDacl` is set. A written DACL
-// without a list is the NULL DACL.
+// What SetNamedSecurityInfoW is asked to write: OWNER_SECURITY_INFORMATION when `writeOwner` is
+// set (with a null owner pointer when `owner` is empty, which fails with
+// ERROR_INVALID_OWNER), DACL_SECURITY_INFORMATION plus the protection flag when `writeDacl` is
+// set. A written DACL without a list is the NULL DACL.
 struct SecurityWrite {
+  bool writeOwner = false;
   std::optional<security::Sid> owner;
   bool writeDacl = false;
   std::optional<security::Acl> dacl;
-  DaclProtection protection = DaclProtection::kUnprotected;
+  DaclProtection protection = DaclProtection::kKeep;
+
+  bool RequestsNothing() const { return !writeOwner && !writeDacl; }
 };
+
+// The owner and DACL part of `sd`, as a read asking for OWNER_SECURITY_INFORMATION |
+// DACL_SECURITY_INFORMATION returns it: no group or SACL, and of the control word only the bits
+// that describe owner and DACL (SE_OWNER_DEFAULTED, SE_DACL_PRESENT, SE_DACL_DEFAULTED,
+// SE_DACL_AUTO_INHERIT_REQ, SE_DACL_AUTO_INHERITED, SE_DACL_PROTECTED).
+inline security::SecurityDescriptor OwnerAndDaclOf(const security::SecurityDescriptor& sd) {
+  constexpr std::uint16_t kOwnerAndDaclBits =
+      security::kSeOwnerDefaulted | security::kSeDaclPresent | security::kSeDaclDefaulted | 0x0100 |
+      security::kSeDaclAutoInherited | security::kSeDaclProtected;
+  security::SecurityDescriptor part;
+  part.control = static_cast<std::uint16_t>(sd.control & kOwnerAndDaclBits);
+  part.owner = sd.owner;
+  part.dacl = sd.dacl;
+  return part;
+}
 
 class SecurityPort {
  public:
@@ -70,19 +95,48 @@ class SecurityPort {
   virtual std::optional<security::Sid> CurrentUserSid() = 0;
 
   // GetNamedSecurityInfoW(path, SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION |
-  // DACL_SECURITY_INFORMATION): `sd` receives owner, DACL and control word (no group or SACL).
-  // Returns the call's result (kSuccess, or the Win32 error such as kFileNotFound,
-  // kPathNotFound or kAccessDenied).
+  // DACL_SECURITY_INFORMATION): `sd` receives owner, DACL and the control bits that belong to
+  // them (no group or SACL). Returns the call's result (kSuccess, or the Win32 error such as
+  // kFileNotFound, kPathNotFound or kAccessDenied).
   virtual err::Win32Error ReadNamedSecurity(std::wstring_view path,
                                             security::SecurityDescriptor& sd) = 0;
   // GetSecurityInfo(handle, SE_FILE_OBJECT, OWNER | DACL) on a handle of the file-system port
-  // (opened with backup semantics), with the same result rules.
-  virtual err::Win32Error ReadHandleSecurity(FileHandle handle,
-                                             security::SecurityDescriptor& sd) = 0;
+  // (opened with backup semantics), with the same result rules. `path` is the name the handle
+  // was opened with: the POSIX adapter reads the object by that name, because the file-system
+  // port's handles are private ids of its own adapter (the core opens, reads and closes in one
+  // step on one thread, so the name still names the opened object); the Win32 adapter reads
+  // through the handle and ignores the name.
+  virtual err::Win32Error ReadOpenedObjectSecurity(FileHandle handle, std::wstring_view path,
+                                                   security::SecurityDescriptor& sd) = 0;
   // SetNamedSecurityInfoW(path, SE_FILE_OBJECT, what `write` asks for, owner, NULL, dacl, NULL).
   // Asking for nothing succeeds without touching the object.
   virtual err::Win32Error WriteNamedSecurity(std::wstring_view path,
                                              const SecurityWrite& write) = 0;
+
+  // CreateDirectoryW(path, &attributes) with SECURITY_ATTRIBUTES {24, a self-relative copy of
+  // `sd` (none when null), FALSE}. The new folder gets the descriptor's owner and DACL; without
+  // a descriptor it gets what the system gives a new folder. An existing file or folder gives
+  // kAlreadyExists, a missing folder on the way kPathNotFound.
+  virtual err::Win32Error CreateFolderWithSecurity(std::wstring_view path,
+                                                   const security::SecurityDescriptor* sd) = 0;
+  // SHCreateDirectoryExW(NULL, path, &attributes): creates every missing folder of the
+  // fully qualified `path`, each with `sd` as CreateFolderWithSecurity does. Returns kSuccess,
+  // kAlreadyExists when the folder exists, kFileExists when a file has its name, kBadPathname
+  // for a relative path, kFilenameExcedRange for a path of 248 characters or more,
+  // kPathNotFound when a file stands on the way or the root does not exist, or the failing
+  // creation's error.
+  virtual err::Win32Error CreateFolderPathWithSecurity(std::wstring_view path,
+                                                       const security::SecurityDescriptor* sd) = 0;
+  // CreateFileW(path, GENERIC_WRITE, 0, &attributes, CREATE_NEW or CREATE_ALWAYS,
+  // FILE_ATTRIBUTE_NORMAL, NULL) and CloseHandle: an empty file with `sd`'s owner and DACL (a
+  // file that CREATE_ALWAYS empties keeps its own security, as on Windows). An existing file
+  // with `failIfExists` gives kFileExists.
+  virtual err::Win32Error CreateFileWithSecurity(std::wstring_view path, bool failIfExists,
+                                                 const security::SecurityDescriptor* sd) = 0;
 };
+
+// The process's real security port (the Win32 calls, or the POSIX adapter). It lives until the
+// process exits.
+SecurityPort& ProcessSecurityPort();
 
 }  // namespace tw

@@ -1,6 +1,9 @@
 // An in-memory security port: privileges that can be missing or fail, a settable current user,
-// and owner/DACL descriptors per path, with switches that make any call fail with a chosen Win32
-// error. Every call is recorded so that tests can check what the core asked for.
+// and owner/DACL descriptors per path, with switches that make any call on any path fail with a
+// chosen Win32 error. Every call is counted and every write recorded, so that tests can check
+// what the core asked for. Paths are compared exactly (the core hands the same string to every
+// call for one object). The fake knows no parents: a write that asks for an unprotected DACL
+// clears SE_DACL_PROTECTED and keeps the list as given.
 #pragma once
 
 #include <map>
@@ -15,6 +18,15 @@
 
 namespace tw::testing {
 
+// The operations a failure switch can hit.
+enum class SecurityOp {
+  kReadNamed,   // ReadNamedSecurity
+  kReadOpened,  // ReadOpenedObjectSecurity
+  kWriteOwner,  // WriteNamedSecurity asking for the owner
+  kWriteDacl,   // WriteNamedSecurity asking for the DACL
+  kCreate,      // CreateFolderWithSecurity, CreateFolderPathWithSecurity, CreateFileWithSecurity
+};
+
 class FakeSecurityPort : public SecurityPort {
  public:
   static constexpr TokenHandle kToken = 0x7A;
@@ -28,9 +40,13 @@ class FakeSecurityPort : public SecurityPort {
   std::set<std::wstring, std::less<>> notHeld;
   // The SID CurrentUserSid returns (nothing: the lookup fails).
   std::optional<security::Sid> userSid;
-  // ReadNamedSecurity / ReadHandleSecurity / WriteNamedSecurity of this path fail with the error.
-  std::map<std::wstring, err::Win32Error, std::less<>> readErrors;
-  std::map<std::wstring, err::Win32Error, std::less<>> writeErrors;
+  // Makes `op` on `path` fail with `error` (a write asking for owner and DACL fails when either
+  // switch is set; the owner's is checked first). For every operation, use FailOnAll.
+  void FailOn(SecurityOp op, std::wstring path, err::Win32Error error) {
+    failures_[{op, std::move(path)}] = error;
+  }
+  void FailOnAll(const std::wstring& path, err::Win32Error error);
+  void ClearFailures() { failures_.clear(); }
 
   // --- objects ---
   // Gives `path` an owner and DACL; a path without one does not exist (kFileNotFound).
@@ -38,15 +54,21 @@ class FakeSecurityPort : public SecurityPort {
     objects_[std::move(path)] = std::move(sd);
   }
   const security::SecurityDescriptor* Object(std::wstring_view path) const;
-  // Lets ReadHandleSecurity find `path` through `handle`.
-  void SetHandlePath(FileHandle handle, std::wstring path) { handles_[handle] = std::move(path); }
+  // What a new object created without a descriptor receives (default: the current user as
+  // owner and an empty DACL).
+  security::SecurityDescriptor DefaultNewObject() const;
 
   // --- records ---
   const std::vector<std::wstring>& privilegeCalls() const { return privilegeCalls_; }
   int openTokenCalls() const { return openTokenCalls_; }
   int closeTokenCalls() const { return closeTokenCalls_; }
+  TokenHandle closedToken() const { return closedToken_; }
   int userSidCalls() const { return userSidCalls_; }
+  int Calls(SecurityOp op) const;
+  // WriteNamedSecurity calls in order, failed ones included.
   const std::vector<std::pair<std::wstring, SecurityWrite>>& writes() const { return writes_; }
+  // Objects created, in order.
+  const std::vector<std::wstring>& created() const { return created_; }
 
   // --- the port ---
   BoolCallResult OpenPrivilegeToken(TokenHandle& token) override;
@@ -55,16 +77,32 @@ class FakeSecurityPort : public SecurityPort {
   std::optional<security::Sid> CurrentUserSid() override;
   err::Win32Error ReadNamedSecurity(std::wstring_view path,
                                     security::SecurityDescriptor& sd) override;
-  err::Win32Error ReadHandleSecurity(FileHandle handle, security::SecurityDescriptor& sd) override;
+  err::Win32Error ReadOpenedObjectSecurity(FileHandle handle, std::wstring_view path,
+                                           security::SecurityDescriptor& sd) override;
   err::Win32Error WriteNamedSecurity(std::wstring_view path, const SecurityWrite& write) override;
+  err::Win32Error CreateFolderWithSecurity(std::wstring_view path,
+                                           const security::SecurityDescriptor* sd) override;
+  err::Win32Error CreateFolderPathWithSecurity(std::wstring_view path,
+                                               const security::SecurityDescriptor* sd) override;
+  err::Win32Error CreateFileWithSecurity(std::wstring_view path, bool failIfExists,
+                                         const security::SecurityDescriptor* sd) override;
 
  private:
+  // Counts the call and returns the error a switch sets for it, or kSuccess.
+  err::Win32Error Enter(SecurityOp op, std::wstring_view path);
+  err::Win32Error Failure(SecurityOp op, std::wstring_view path) const;
+  security::SecurityDescriptor NewObject(const security::SecurityDescriptor* sd) const;
+  err::Win32Error Read(std::wstring_view path, security::SecurityDescriptor& sd) const;
+
   std::map<std::wstring, security::SecurityDescriptor, std::less<>> objects_;
-  std::map<FileHandle, std::wstring> handles_;
+  std::map<std::pair<SecurityOp, std::wstring>, err::Win32Error> failures_;
+  std::map<SecurityOp, int> calls_;
   std::vector<std::wstring> privilegeCalls_;
   std::vector<std::pair<std::wstring, SecurityWrite>> writes_;
+  std::vector<std::wstring> created_;
   int openTokenCalls_ = 0;
   int closeTokenCalls_ = 0;
+  TokenHandle closedToken_ = kInvalidTokenHandle;
   int userSidCalls_ = 0;
 };
 
