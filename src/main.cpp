@@ -7,6 +7,7 @@
 #include "platform/com_runtime.h"
 #include "platform/console.h"
 #include "platform/file_system.h"
+#include "platform/offreg_wrapper.h"
 #include "platform/xml_document.h"
 #include "run/run_flow.h"
 
@@ -20,6 +21,8 @@ int Run(std::vector<std::wstring> args) {
   std::unique_ptr<tw::XmlDocument> configDocument = tw::NewXmlDocument();
   tw::RunServices services{tw::ProcessConsole(), tw::ProcessComRuntime(), tw::ProcessFileSystem(),
                            *configDocument};
+  services.userenvBound = tw::g_offreg.IsUserenvBound();
+  services.offregComplete = tw::g_offreg.IsOffregComplete();
   return tw::RunTarnwick(args, services);
 }
 

@@ -8,11 +8,13 @@
 #include <string>
 
 #include "log/debug_log.h"
+#include "platform/offreg_wrapper.h"
 #include "run/command_line.h"
 
 namespace tw {
 
 CDebugLog g_log;
 std::wstring g_profilePath;
+COffregWrapper g_offreg;
 
 }  // namespace tw

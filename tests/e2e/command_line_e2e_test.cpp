@@ -16,6 +16,11 @@ namespace {
 const std::string kStart = "---------- Starting tarnwick.exe ----------";
 const std::string kExitBanner = "---------- Exiting tarnwick.exe (return -1) ----------";
 const std::string kPrefix = R"(\[\d\d/\d\d/\d\d \d\d:\d\d:\d\d\]\[0x[0-9a-f]{8}\] )";
+// What the binding of the offline-registry and user-profile functions logs before the program's
+// entry runs. On Linux the offline registry is the built-in hive engine (complete), while the
+// built-in CreateProfile and DeleteProfileW are not bound yet: one userenv line, until they are.
+const std::string kBindingLog =
+    kPrefix + R"(Failed getting userenv\.dll function pointers)" + "\r\n";
 
 class CommandLineE2eTest : public ::testing::Test {
  protected:
@@ -43,7 +48,7 @@ TEST_F(CommandLineE2eTest, NoArgumentsPrintsBannerAndExitsWith255) {
   const testing::ProcessResult result = Run({});
   EXPECT_EQ(result.exitStatus, 255);
   EXPECT_EQ(result.output, kStart + "\r\nNo command line args, exiting.\r\n" + kExitBanner + "\r\n");
-  const std::regex expected(kPrefix + Escape(kStart) + "\r\n" + kPrefix +
+  const std::regex expected(kBindingLog + kPrefix + Escape(kStart) + "\r\n" + kPrefix +
                             Escape("No command line args, exiting.\r\n" + kExitBanner) + "\r\n");
   EXPECT_TRUE(std::regex_match(LogFile(), expected)) << LogFile();
 }
@@ -57,7 +62,8 @@ TEST_F(CommandLineE2eTest, HelpPrintsUsageAndLogsOnlyTheBanner) {
     const testing::ProcessResult result = Run({form});
     EXPECT_EQ(result.exitStatus, 0) << form;
     EXPECT_EQ(result.output, kStart + "\r\n" + usage) << form;
-    EXPECT_TRUE(std::regex_match(LogFile(), std::regex(kPrefix + Escape(kStart) + "\r\n")))
+    EXPECT_TRUE(
+        std::regex_match(LogFile(), std::regex(kBindingLog + kPrefix + Escape(kStart) + "\r\n")))
         << LogFile();
   }
 }
@@ -87,6 +93,14 @@ TEST_F(CommandLineE2eTest, NonAsciiArgumentRoundTripsToConsoleAndLog) {
   EXPECT_NE(result.output.find("Unknown command line arg: /Bögus™\r\n"), std::string::npos);
   // The log is in Windows-1252: "ö" is 0xF6 and "™" is 0x99.
   EXPECT_NE(LogFile().find("Unknown command line arg: /B\xF6gus\x99\r\n"), std::string::npos);
+}
+
+TEST_F(CommandLineE2eTest, UnboundProfileFunctionsStopTheRun) {
+  const testing::ProcessResult result = Run({R"(/s:\\server\share\alice)"});
+  EXPECT_EQ(result.exitStatus, 255);
+  EXPECT_EQ(result.output,
+            kStart + "\r\nWindows 7 APIs are not available\r\n" + kExitBanner + "\r\n");
+  EXPECT_TRUE(std::regex_search(LogFile(), std::regex("^" + kBindingLog))) << LogFile();
 }
 
 TEST_F(CommandLineE2eTest, LogIsAppendedAcrossRuns) {

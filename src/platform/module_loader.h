@@ -1,0 +1,45 @@
+// Module port: loading a library at run time and finding its functions by name (LoadLibraryW,
+// GetProcAddress, FreeLibrary). The offline-registry binding loads its two libraries through it,
+// so a test can bind a wrapper over any table of functions, including one with holes.
+// Implementations are safe to call from any thread.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace tw {
+
+// A loaded module (the HMODULE on Windows); kNoModule when nothing was loaded.
+using ModuleHandle = std::uintptr_t;
+constexpr ModuleHandle kNoModule = 0;
+
+// A function found in a module, untyped (FARPROC). The caller converts it back to the type the
+// module gives the function; a function pointer survives the round trip through this type.
+using ModuleFunction = void (*)();
+
+class ModuleLoader {
+ public:
+  ModuleLoader() = default;
+  ModuleLoader(const ModuleLoader&) = delete;
+  ModuleLoader& operator=(const ModuleLoader&) = delete;
+  ModuleLoader(ModuleLoader&&) = delete;
+  ModuleLoader& operator=(ModuleLoader&&) = delete;
+  virtual ~ModuleLoader() = default;
+
+  // LoadLibraryW(name): the loaded module, or kNoModule when it cannot be loaded.
+  virtual ModuleHandle Load(std::wstring_view name) = 0;
+
+  // GetProcAddress(module, name): the exported function, or null when the module has none of
+  // that name.
+  virtual ModuleFunction FindFunction(ModuleHandle module, const char* name) = 0;
+
+  // FreeLibrary(module), for a module that Load returned.
+  virtual void Unload(ModuleHandle module) = 0;
+};
+
+// The process's real module loader. On Windows it loads the system's libraries; on Linux it
+// serves the tool's built-in stand-ins for them (platform/posix/module_loader_posix.cpp). It
+// lives until the process exits.
+ModuleLoader& ProcessModuleLoader();
+
+}  // namespace tw

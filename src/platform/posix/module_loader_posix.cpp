@@ -1,0 +1,140 @@
+// The module port on Linux: there are no system libraries to load, so the two libraries the
+// tool binds are served from built-in tables.
+//   "offreg.dll"  the hive engine's functions (hive/offreg_api.h), always complete;
+//   "userenv.dll" the built-in CreateProfile and DeleteProfileW. They are not part of this
+//                 build yet: the module loads but both functions are missing, so the binding
+//                 logs "Failed getting userenv.dll function pointers" and the run flow stops
+//                 with "Windows 7 APIs are not available" until they are added to the table.
+// The core hands the offline-registry functions Windows-form paths ("\\server\share\x",
+// "Z:\tmp\x"), as it does every port; OROpenHive and ORSaveHive are therefore served by shims that
+// map the path to the Linux path behind it (native_path.h) and then call the engine. A path that
+// cannot be mapped gives the mapping's error (kPathNotFound, kBadNetPath, kBadNetName, ...).
+// Module names compare case-insensitively (as LoadLibraryW's do); any other name fails to load.
+// Unload does nothing: the tables live as long as the process.
+#include <cstring>
+#include <type_traits>
+#include <vector>
+
+#include "base/text_encoding.h"
+#include "base/wide_string.h"
+#include "hive/offreg_api.h"
+#include "platform/module_loader.h"
+#include "platform/offreg_wrapper.h"
+#include "platform/posix/native_path.h"
+
+namespace tw {
+namespace {
+
+// The wrapper's pointer types are exactly the engine's, so the round trip through
+// ModuleFunction gives back the engine's own functions.
+static_assert(std::is_same_v<OROpenHiveFunction, decltype(&hive::tw_OROpenHive)>);
+static_assert(std::is_same_v<ORCloseHiveFunction, decltype(&hive::tw_ORCloseHive)>);
+static_assert(std::is_same_v<ORSaveHiveFunction, decltype(&hive::tw_ORSaveHive)>);
+static_assert(std::is_same_v<OROpenKeyFunction, decltype(&hive::tw_OROpenKey)>);
+static_assert(std::is_same_v<ORCloseKeyFunction, decltype(&hive::tw_ORCloseKey)>);
+static_assert(std::is_same_v<ORCreateKeyFunction, decltype(&hive::tw_ORCreateKey)>);
+static_assert(std::is_same_v<ORQueryInfoKeyFunction, decltype(&hive::tw_ORQueryInfoKey)>);
+static_assert(std::is_same_v<OREnumKeyFunction, decltype(&hive::tw_OREnumKey)>);
+static_assert(std::is_same_v<ORGetKeySecurityFunction, decltype(&hive::tw_ORGetKeySecurity)>);
+static_assert(std::is_same_v<ORSetKeySecurityFunction, decltype(&hive::tw_ORSetKeySecurity)>);
+static_assert(std::is_same_v<ORGetValueFunction, decltype(&hive::tw_ORGetValue)>);
+static_assert(std::is_same_v<ORSetValueFunction, decltype(&hive::tw_ORSetValue)>);
+static_assert(std::is_same_v<OREnumValueFunction, decltype(&hive::tw_OREnumValue)>);
+
+// The engine's path for a Windows-form path, or the error of the mapping.
+hive::DWORD MapHivePath(const wchar_t* path, std::wstring& mapped) {
+  if (path == nullptr) return err::kInvalidParameter;
+  std::string native;
+  err::Win32Error error = err::kSuccess;
+  if (!posix::ToNativePath(path, native, error)) return error;
+  mapped = Utf8ToWide(native);
+  return err::kSuccess;
+}
+
+hive::DWORD TW_OR_CALL OpenHiveAtWindowsPath(const wchar_t* hivePath, OrKey* result) {
+  if (result == nullptr) return err::kInvalidParameter;
+  *result = nullptr;
+  std::wstring mapped;
+  const hive::DWORD error = MapHivePath(hivePath, mapped);
+  if (error != err::kSuccess) return error;
+  return hive::EngineFunctions().OROpenHive(mapped.c_str(), result);
+}
+
+hive::DWORD TW_OR_CALL SaveHiveAtWindowsPath(OrKey hive, const wchar_t* hivePath,
+                                             hive::DWORD osMajorVersion,
+                                             hive::DWORD osMinorVersion) {
+  std::wstring mapped;
+  const hive::DWORD error = MapHivePath(hivePath, mapped);
+  if (error != err::kSuccess) return error;
+  return hive::EngineFunctions().ORSaveHive(hive, mapped.c_str(), osMajorVersion, osMinorVersion);
+}
+
+struct BuiltInFunction {
+  const char* name;
+  ModuleFunction function;
+};
+
+struct BuiltInModule {
+  const wchar_t* name;
+  std::vector<BuiltInFunction> functions;
+};
+
+template <class Function>
+BuiltInFunction Export(const char* name, Function function) {
+  return {name, reinterpret_cast<ModuleFunction>(function)};
+}
+
+std::vector<BuiltInModule> MakeModules() {
+  const hive::OffregFunctions& engine = hive::EngineFunctions();
+  std::vector<BuiltInModule> modules;
+  // CreateProfile and DeleteProfileW join this table with the built-in profile functions.
+  modules.push_back({L"userenv.dll", {}});
+  modules.push_back(
+      {L"offreg.dll",
+       {Export("OROpenHive", &OpenHiveAtWindowsPath), Export("ORCreateHive", engine.ORCreateHive),
+        Export("ORCloseHive", engine.ORCloseHive), Export("ORSaveHive", &SaveHiveAtWindowsPath),
+        Export("OROpenKey", engine.OROpenKey), Export("ORCreateKey", engine.ORCreateKey),
+        Export("ORCloseKey", engine.ORCloseKey), Export("ORDeleteKey", engine.ORDeleteKey),
+        Export("ORQueryInfoKey", engine.ORQueryInfoKey), Export("OREnumKey", engine.OREnumKey),
+        Export("OREnumValue", engine.OREnumValue), Export("ORGetValue", engine.ORGetValue),
+        Export("ORSetValue", engine.ORSetValue), Export("ORDeleteValue", engine.ORDeleteValue),
+        Export("ORGetKeySecurity", engine.ORGetKeySecurity),
+        Export("ORSetKeySecurity", engine.ORSetKeySecurity),
+        Export("ORGetVersion", engine.ORGetVersion)}});
+  return modules;
+}
+
+class BuiltInModuleLoader final : public ModuleLoader {
+ public:
+  BuiltInModuleLoader() : modules_(MakeModules()) {}
+
+  // The handle of a module is its position in the table plus one.
+  ModuleHandle Load(std::wstring_view name) override {
+    for (std::size_t i = 0; i < modules_.size(); ++i) {
+      if (EqualsNoCase(name, modules_[i].name)) return static_cast<ModuleHandle>(i + 1);
+    }
+    return kNoModule;
+  }
+
+  ModuleFunction FindFunction(ModuleHandle module, const char* name) override {
+    if (module == kNoModule || module > modules_.size()) return nullptr;
+    for (const BuiltInFunction& function : modules_[module - 1].functions) {
+      if (std::strcmp(function.name, name) == 0) return function.function;
+    }
+    return nullptr;
+  }
+
+  void Unload(ModuleHandle /*module*/) override {}
+
+ private:
+  const std::vector<BuiltInModule> modules_;
+};
+
+}  // namespace
+
+ModuleLoader& ProcessModuleLoader() {
+  static BuiltInModuleLoader loader;
+  return loader;
+}
+
+}  // namespace tw
