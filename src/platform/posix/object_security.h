@@ -1,0 +1,50 @@
+// The owner and DACL of a Linux file object in Windows terms, over the descriptor store
+// (descriptor_store.h): what the POSIX security port reads and writes once a Windows path has
+// been mapped to its Linux path. Nothing here follows a symbolic link at the last component.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+
+#include "base/win32_error.h"
+#include "platform/security_port.h"
+#include "security/codec/security_descriptor.h"
+
+namespace tw::posix {
+
+// The Win32 error for errno `errnum` of a call on `native`: a missing last component is
+// kFileNotFound, a missing folder on the way kPathNotFound; everything else goes through the
+// errno table.
+err::Win32Error ObjectPathError(const std::string& native, int errnum);
+
+// lstat of `native`, with the error mapped as above.
+err::Win32Error StatObject(const std::string& native, struct stat& info);
+
+// The whole descriptor of an object (owner, group, DACL): the stored one, else the one
+// synthesised from `info`. A stored value that is not a valid descriptor reads as
+// ERROR_INVALID_SECURITY_DESCR.
+err::Win32Error ReadObjectDescriptor(const std::string& native, const struct stat& info,
+                                     security::SecurityDescriptor& sd);
+
+// SetNamedSecurityInfoW on `native`, for the port's WriteNamedSecurity (after the request was
+// found to ask for something):
+// - the owner replaces the stored one (SE_OWNER_DEFAULTED cleared); an S-1-22-1-uid owner also
+//   becomes the file's POSIX owner (lchown) when the process may chown: a refused chown is not
+//   an error, the stored owner is what the port reports;
+// - a DACL written protected is stored exactly as given, with SE_DACL_PROTECTED;
+// - a DACL written unprotected keeps the entries given that are not marked INHERITED_ACE and
+//   appends those the object inherits from its parent folder's descriptor (the codec's
+//   inheritance rules, file rights), with SE_DACL_AUTO_INHERITED and without SE_DACL_PROTECTED;
+//   a NULL DACL stays NULL; a parent whose security cannot be read passes nothing on;
+// - kKeep writes the DACL with the protection the object has now;
+// - an owner requested without a SID fails with ERROR_INVALID_OWNER and changes nothing.
+err::Win32Error WriteObjectSecurity(const std::string& native, const SecurityWrite& write);
+
+// Gives a new object the security of a SECURITY_ATTRIBUTES descriptor: its owner (the process's
+// user when it has none) and its DACL, placed as an unprotected or protected write places it
+// (a descriptor without a DACL keeps the synthesised one). Stores the result.
+err::Win32Error StoreNewObjectSecurity(const std::string& native,
+                                       const security::SecurityDescriptor& sd);
+
+}  // namespace tw::posix

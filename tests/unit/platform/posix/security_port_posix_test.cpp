@@ -1,0 +1,309 @@
+// The POSIX security port on real files in a temporary folder: descriptors kept in an extended
+// attribute, synthesised from owner, group and mode when none is kept, never through a link.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+
+#include "fakes/temp_folder.h"
+#include "platform/posix/descriptor_store.h"
+#include "platform/posix/native_path.h"
+#include "platform/security_port.h"
+#include "security/codec/inheritance.h"
+#include "security/codec/well_known_sids.h"
+
+namespace tw {
+namespace {
+
+using security::Ace;
+using security::Acl;
+using security::SecurityDescriptor;
+using security::Sid;
+
+Sid Anna() { return Sid(5, {21, 7, 8, 9, 1001}); }
+
+Acl MakeAcl(std::vector<Ace> aces) {
+  Acl acl;
+  EXPECT_EQ(Acl::FromAces(security::kAclRevision, std::move(aces), &acl), err::kSuccess);
+  return acl;
+}
+
+class PosixSecurityPortTest : public ::testing::Test {
+ protected:
+  std::wstring Win(const std::string& name) const {
+    return posix::ToWindowsPath(folder.Child(name));
+  }
+  std::string Native(const std::string& name) const { return folder.Child(name); }
+  struct stat Stat(const std::string& name) const {
+    struct stat info {};
+    EXPECT_EQ(::lstat(Native(name).c_str(), &info), 0);
+    return info;
+  }
+  SecurityDescriptor Read(const std::string& name) {
+    SecurityDescriptor sd;
+    EXPECT_EQ(port.ReadNamedSecurity(Win(name), sd), err::kSuccess);
+    return sd;
+  }
+  bool HasStoredDescriptor(const std::string& name) const {
+    return ::lgetxattr(Native(name).c_str(), posix::kDescriptorAttribute, nullptr, 0) >= 0;
+  }
+  static SecurityWrite OwnerAndDacl(const Sid& owner, const Acl& dacl, DaclProtection protection) {
+    SecurityWrite write;
+    write.writeOwner = true;
+    write.owner = owner;
+    write.writeDacl = true;
+    write.dacl = dacl;
+    write.protection = protection;
+    return write;
+  }
+
+  testing::TempFolder folder;
+  SecurityPort& port = ProcessSecurityPort();
+};
+
+TEST_F(PosixSecurityPortTest, PrivilegesAlwaysEnableAndTheUserIsTheEffectiveUid) {
+  TokenHandle token = kInvalidTokenHandle;
+  const BoolCallResult opened = port.OpenPrivilegeToken(token);
+  EXPECT_TRUE(opened.succeeded);
+  EXPECT_NE(token, kInvalidTokenHandle);
+  const BoolCallResult enabled = port.EnablePrivilege(token, L"SeTakeOwnershipPrivilege");
+  EXPECT_TRUE(enabled.succeeded);
+  EXPECT_EQ(enabled.lastError, err::kSuccess);
+  port.CloseToken(token);
+  EXPECT_EQ(port.CurrentUserSid(), security::UnixUserSid(::geteuid()));
+}
+
+TEST_F(PosixSecurityPortTest, FileWithoutStoredDescriptorReadsAsSynthesised) {
+  folder.WriteFile("plain.txt", "x");
+  ASSERT_EQ(::chmod(Native("plain.txt").c_str(), 0640), 0);
+  const struct stat info = Stat("plain.txt");
+  const SecurityDescriptor sd = Read("plain.txt");
+  EXPECT_EQ(sd.owner, security::UnixUserSid(info.st_uid));
+  EXPECT_FALSE(sd.group.has_value());  // only owner and DACL are read
+  EXPECT_EQ(sd.control, security::kSeDaclPresent | security::kSeDaclProtected);
+  EXPECT_EQ(sd.dacl, MakeAcl({Ace::Allowed(0x00120089 | 0x00130116 | 0x00060000,
+                                           security::UnixUserSid(info.st_uid)),
+                              Ace::Allowed(0x00120089, security::UnixGroupSid(info.st_gid))}));
+  EXPECT_FALSE(HasStoredDescriptor("plain.txt"));  // reading stores nothing
+}
+
+TEST_F(PosixSecurityPortTest, FolderModeBitsMapToFolderRights) {
+  ASSERT_EQ(::mkdir(Native("dir").c_str(), 0755), 0);
+  ASSERT_EQ(::chmod(Native("dir").c_str(), 0753), 0);
+  const struct stat info = Stat("dir");
+  const SecurityDescriptor sd = Read("dir");
+  EXPECT_EQ(sd.dacl, MakeAcl({Ace::Allowed(0x001F01FF, security::UnixUserSid(info.st_uid)),
+                              Ace::Allowed(0x001200A9, security::UnixGroupSid(info.st_gid)),
+                              Ace::Allowed(0x00130156 | 0x001200A0, security::EveryoneSid())}));
+  EXPECT_EQ(posix::AccessMaskFromModeBits(0, true), 0u);
+  EXPECT_EQ(posix::AccessMaskFromModeBits(2, false), 0x00130116u);
+}
+
+TEST_F(PosixSecurityPortTest, WrittenDescriptorReadsBackAndSurvivesACopy) {
+  folder.WriteFile("a.txt", "a");
+  folder.WriteFile("b.txt", "b");
+  const Acl dacl =
+      MakeAcl({Ace::Denied(0x10000, security::EveryoneSid()), Ace::Allowed(0x1F01FF, Anna(), 3)});
+  ASSERT_EQ(
+      port.WriteNamedSecurity(Win("a.txt"), OwnerAndDacl(Anna(), dacl, DaclProtection::kProtected)),
+      err::kSuccess);
+  const SecurityDescriptor a = Read("a.txt");
+  EXPECT_EQ(a.owner, Anna());
+  EXPECT_EQ(a.dacl, dacl);
+  EXPECT_EQ(a.control, security::kSeDaclPresent | security::kSeDaclProtected);
+
+  ASSERT_EQ(port.WriteNamedSecurity(Win("b.txt"),
+                                    OwnerAndDacl(*a.owner, *a.dacl, DaclProtection::kProtected)),
+            err::kSuccess);
+  EXPECT_EQ(Read("b.txt"), a);
+}
+
+TEST_F(PosixSecurityPortTest, HandleReadIsTheObjectsDescriptor) {
+  folder.WriteFile("h.txt", "h");
+  SecurityDescriptor byHandle;
+  ASSERT_EQ(port.ReadOpenedObjectSecurity(0x104, Win("h.txt"), byHandle), err::kSuccess);
+  EXPECT_EQ(byHandle, Read("h.txt"));
+  EXPECT_EQ(port.ReadOpenedObjectSecurity(kInvalidFileHandle, Win("h.txt"), byHandle),
+            err::kInvalidHandle);
+}
+
+TEST_F(PosixSecurityPortTest, UnixOwnerAlsoChangesThePosixOwnerOtherOwnersDoNot) {
+  folder.WriteFile("o.txt", "o");
+  const uid_t before = Stat("o.txt").st_uid;
+  SecurityWrite owner;
+  owner.writeOwner = true;
+  owner.owner = Anna();
+  ASSERT_EQ(port.WriteNamedSecurity(Win("o.txt"), owner), err::kSuccess);
+  EXPECT_EQ(Stat("o.txt").st_uid, before);
+  EXPECT_EQ(Read("o.txt").owner, Anna());
+
+  owner.owner = security::UnixUserSid(4242);
+  ASSERT_EQ(port.WriteNamedSecurity(Win("o.txt"), owner), err::kSuccess);
+  EXPECT_EQ(Read("o.txt").owner, security::UnixUserSid(4242));
+  if (::geteuid() == 0) {
+    EXPECT_EQ(Stat("o.txt").st_uid, 4242u);
+  } else {
+    EXPECT_EQ(Stat("o.txt").st_uid, before);  // may not chown: only the stored owner changes
+  }
+}
+
+TEST_F(PosixSecurityPortTest, OwnerWriteKeepsTheDaclAndNullOwnerIsRefused) {
+  folder.WriteFile("k.txt", "k");
+  const SecurityDescriptor before = Read("k.txt");
+  SecurityWrite nullOwner;
+  nullOwner.writeOwner = true;
+  EXPECT_EQ(port.WriteNamedSecurity(Win("k.txt"), nullOwner), err::kInvalidOwner);
+  EXPECT_FALSE(HasStoredDescriptor("k.txt"));
+  SecurityWrite owner;
+  owner.writeOwner = true;
+  owner.owner = Anna();
+  ASSERT_EQ(port.WriteNamedSecurity(Win("k.txt"), owner), err::kSuccess);
+  EXPECT_EQ(Read("k.txt").dacl, before.dacl);
+  EXPECT_EQ(Read("k.txt").control, before.control);
+  EXPECT_EQ(port.WriteNamedSecurity(Win("k.txt"), SecurityWrite{}), err::kSuccess);
+}
+
+TEST_F(PosixSecurityPortTest, UnprotectedDaclInheritsFromTheParentProtectedDoesNot) {
+  ASSERT_EQ(::mkdir(Native("parent").c_str(), 0755), 0);
+  folder.WriteFile("parent/child.txt", "c");
+  const Ace inheritable = Ace::Allowed(0x1200A9, security::BuiltinUsersSid(), 3);
+  ASSERT_EQ(port.WriteNamedSecurity(Win("parent"), OwnerAndDacl(Anna(), MakeAcl({inheritable}),
+                                                                DaclProtection::kProtected)),
+            err::kSuccess);
+  const Ace own = Ace::Allowed(0x1F01FF, Anna());
+  const Ace staleInherited = Ace::Allowed(0x1, security::EveryoneSid(), 0x10);
+  const Acl given = MakeAcl({own, staleInherited});
+
+  ASSERT_EQ(port.WriteNamedSecurity(Win("parent/child.txt"),
+                                    OwnerAndDacl(Anna(), given, DaclProtection::kUnprotected)),
+            err::kSuccess);
+  SecurityDescriptor child = Read("parent/child.txt");
+  EXPECT_EQ(
+      child.dacl,
+      MakeAcl({own, Ace::Allowed(0x1200A9, security::BuiltinUsersSid(), security::kInheritedAce)}));
+  EXPECT_EQ(child.control, security::kSeDaclPresent | security::kSeDaclAutoInherited);
+
+  // kKeep follows the object's protection: still unprotected, so inheritance is recomputed.
+  SecurityWrite keep;
+  keep.writeDacl = true;
+  keep.dacl = MakeAcl({own});
+  ASSERT_EQ(port.WriteNamedSecurity(Win("parent/child.txt"), keep), err::kSuccess);
+  EXPECT_EQ(Read("parent/child.txt"), child);
+
+  ASSERT_EQ(port.WriteNamedSecurity(Win("parent/child.txt"),
+                                    OwnerAndDacl(Anna(), given, DaclProtection::kProtected)),
+            err::kSuccess);
+  child = Read("parent/child.txt");
+  EXPECT_EQ(child.dacl, given);
+  EXPECT_NE(child.control & security::kSeDaclProtected, 0);
+}
+
+TEST_F(PosixSecurityPortTest, NullDaclIsKept) {
+  folder.WriteFile("n.txt", "n");
+  SecurityWrite write;
+  write.writeDacl = true;
+  write.protection = DaclProtection::kUnprotected;
+  ASSERT_EQ(port.WriteNamedSecurity(Win("n.txt"), write), err::kSuccess);
+  EXPECT_TRUE(Read("n.txt").IsNullDacl());
+}
+
+TEST_F(PosixSecurityPortTest, SymbolicLinkIsNeverFollowed) {
+  folder.WriteFile("target.txt", "t");
+  const Acl dacl = MakeAcl({Ace::Allowed(0x1F01FF, Anna())});
+  ASSERT_EQ(port.WriteNamedSecurity(Win("target.txt"),
+                                    OwnerAndDacl(Anna(), dacl, DaclProtection::kProtected)),
+            err::kSuccess);
+  const SecurityDescriptor target = Read("target.txt");
+  ASSERT_EQ(::symlink(Native("target.txt").c_str(), Native("link").c_str()), 0);
+
+  const SecurityDescriptor link = Read("link");  // the link's own, from lstat
+  EXPECT_EQ(link.owner, security::UnixUserSid(Stat("link").st_uid));
+  EXPECT_NE(link.dacl, dacl);
+
+  EXPECT_EQ(port.WriteNamedSecurity(Win("link"), OwnerAndDacl(security::LocalSystemSid(), Acl(),
+                                                              DaclProtection::kProtected)),
+            err::kAccessDenied);
+  EXPECT_EQ(port.CreateFileWithSecurity(Win("link"), false, nullptr), err::kAccessDenied);
+  EXPECT_EQ(Read("target.txt"), target);
+  EXPECT_EQ(testing::ReadWholeFile(Native("target.txt")), "t");
+}
+
+TEST_F(PosixSecurityPortTest, MissingObjectsGiveFileOrPathNotFound) {
+  SecurityDescriptor sd;
+  EXPECT_EQ(port.ReadNamedSecurity(Win("none.txt"), sd), err::kFileNotFound);
+  EXPECT_EQ(port.ReadNamedSecurity(Win("gone/none.txt"), sd), err::kPathNotFound);
+  SecurityWrite write;
+  write.writeDacl = true;
+  EXPECT_EQ(port.WriteNamedSecurity(Win("none.txt"), write), err::kFileNotFound);
+  EXPECT_EQ(port.WriteNamedSecurity(Win("gone/none.txt"), write), err::kPathNotFound);
+  EXPECT_EQ(port.ReadNamedSecurity(L"Q:\\nothing", sd), err::kPathNotFound);
+}
+
+TEST_F(PosixSecurityPortTest, DamagedStoredDescriptorIsReportedAndReplacedByAWrite) {
+  folder.WriteFile("bad.txt", "b");
+  const char junk[] = "not a descriptor";
+  ASSERT_EQ(
+      ::lsetxattr(Native("bad.txt").c_str(), posix::kDescriptorAttribute, junk, sizeof junk, 0), 0);
+  SecurityDescriptor sd;
+  EXPECT_EQ(port.ReadNamedSecurity(Win("bad.txt"), sd), err::kInvalidSecurityDescr);
+  SecurityWrite owner;
+  owner.writeOwner = true;
+  owner.owner = Anna();
+  ASSERT_EQ(port.WriteNamedSecurity(Win("bad.txt"), owner), err::kSuccess);
+  EXPECT_EQ(Read("bad.txt").owner, Anna());
+}
+
+TEST_F(PosixSecurityPortTest, CreatesAFolderWithADescriptor) {
+  SecurityDescriptor sd;
+  sd.owner = Anna();
+  sd.SetDacl(MakeAcl({Ace::Allowed(0x1F01FF, Anna(), 3)}));
+  sd.control |= security::kSeDaclProtected;
+  ASSERT_EQ(port.CreateFolderWithSecurity(Win("new"), &sd), err::kSuccess);
+  EXPECT_TRUE(S_ISDIR(Stat("new").st_mode));
+  EXPECT_EQ(Read("new"), OwnerAndDaclOf(sd));
+  EXPECT_EQ(port.CreateFolderWithSecurity(Win("new"), &sd), err::kAlreadyExists);
+  EXPECT_EQ(port.CreateFolderWithSecurity(Win("gone/new"), &sd), err::kPathNotFound);
+  ASSERT_EQ(port.CreateFolderWithSecurity(Win("bare"), nullptr), err::kSuccess);
+  EXPECT_FALSE(HasStoredDescriptor("bare"));
+}
+
+TEST_F(PosixSecurityPortTest, CreatesAFolderPathGivingEachNewFolderTheDescriptor) {
+  SecurityDescriptor sd;
+  sd.owner = Anna();
+  sd.SetDacl(MakeAcl({Ace::Allowed(0x1F01FF, Anna())}));
+  sd.control |= security::kSeDaclProtected;
+  ASSERT_EQ(::mkdir(Native("have").c_str(), 0755), 0);
+  ASSERT_EQ(port.CreateFolderPathWithSecurity(Win("have/a/b"), &sd), err::kSuccess);
+  EXPECT_EQ(Read("have/a"), OwnerAndDaclOf(sd));
+  EXPECT_EQ(Read("have/a/b"), OwnerAndDaclOf(sd));
+  EXPECT_FALSE(HasStoredDescriptor("have"));  // existing folders are left alone
+  EXPECT_EQ(port.CreateFolderPathWithSecurity(Win("have/a/b"), &sd), err::kAlreadyExists);
+  folder.WriteFile("file", "f");
+  EXPECT_EQ(port.CreateFolderPathWithSecurity(Win("file"), &sd), err::kFileExists);
+  EXPECT_EQ(port.CreateFolderPathWithSecurity(Win("file/x"), &sd), err::kPathNotFound);
+  EXPECT_EQ(port.CreateFolderPathWithSecurity(L"relative\\x", &sd), err::kBadPathname);
+  EXPECT_EQ(port.CreateFolderPathWithSecurity(Win(std::string(250, 'l')), &sd),
+            err::kFilenameExcedRange);
+}
+
+TEST_F(PosixSecurityPortTest, CreatesAFileWithADescriptor) {
+  SecurityDescriptor sd;
+  sd.owner = Anna();
+  sd.SetDacl(MakeAcl({Ace::Allowed(0x1F01FF, Anna())}));
+  sd.control |= security::kSeDaclProtected;
+  ASSERT_EQ(port.CreateFileWithSecurity(Win("f.txt"), true, &sd), err::kSuccess);
+  EXPECT_TRUE(S_ISREG(Stat("f.txt").st_mode));
+  EXPECT_EQ(Read("f.txt"), OwnerAndDaclOf(sd));
+  EXPECT_EQ(port.CreateFileWithSecurity(Win("f.txt"), true, &sd), err::kFileExists);
+  folder.WriteFile("full.txt", "content");
+  ASSERT_EQ(port.CreateFileWithSecurity(Win("full.txt"), false, &sd), err::kSuccess);
+  EXPECT_EQ(testing::ReadWholeFile(Native("full.txt")), "");
+  EXPECT_FALSE(HasStoredDescriptor("full.txt"));  // an existing file keeps its security
+  EXPECT_EQ(port.CreateFileWithSecurity(Win("gone/f.txt"), true, &sd), err::kPathNotFound);
+}
+
+}  // namespace
+}  // namespace tw
