@@ -22,26 +22,6 @@ namespace tw {
 using FileHandle = std::uintptr_t;
 constexpr FileHandle kInvalidFileHandle = ~FileHandle{0};
 
-// CreateFileW's dwCreationDisposition, with the Win32 values.
-enum class CreationDisposition : std::uint32_t {
-  kCreateNew = 1,         // fails with kFileExists when the file exists
-  kCreateAlways = 2,      // creates, or empties an existing file
-  kOpenExisting = 3,      // fails with kFileNotFound when it does not exist
-  kOpenAlways = 4,        // opens, or creates when missing
-  kTruncateExisting = 5,  // empties an existing file; needs write access
-};
-
-// What CreateFileW is asked for. Sharing is honoured on Windows; POSIX has no share modes and
-// ignores it.
-struct FileOpenRequest {
-  bool read = true;          // GENERIC_READ
-  bool write = false;        // GENERIC_WRITE
-  bool shareRead = true;     // FILE_SHARE_READ
-  bool shareWrite = false;   // FILE_SHARE_WRITE
-  bool shareDelete = false;  // FILE_SHARE_DELETE
-  CreationDisposition disposition = CreationDisposition::kOpenExisting;
-};
-
 // The FILE_ATTRIBUTE_* bits, with the Win32 values.
 namespace file_attr {
 constexpr std::uint32_t kReadOnly = 0x1;
@@ -56,6 +36,44 @@ constexpr std::uint32_t kNotContentIndexed = 0x2000;
 // INVALID_FILE_ATTRIBUTES, what GetFileAttributesW returns when it fails.
 constexpr std::uint32_t kInvalid = 0xFFFFFFFF;
 }  // namespace file_attr
+
+// CreateFileW's dwCreationDisposition, with the Win32 values.
+enum class CreationDisposition : std::uint32_t {
+  kCreateNew = 1,         // fails with kFileExists when the file exists
+  kCreateAlways = 2,      // creates, or empties an existing file
+  kOpenExisting = 3,      // fails with kFileNotFound when it does not exist
+  kOpenAlways = 4,        // opens, or creates when missing
+  kTruncateExisting = 5,  // empties an existing file; needs write access
+};
+
+// Access rights of CreateFileW beyond GENERIC_READ and GENERIC_WRITE, with the Win32 values.
+namespace file_access {
+constexpr std::uint32_t kFileWriteAttributes = 0x100;
+constexpr std::uint32_t kWriteDac = 0x40000;
+constexpr std::uint32_t kWriteOwner = 0x80000;
+constexpr std::uint32_t kGenericAll = 0x10000000;
+constexpr std::uint32_t kGenericWrite = 0x40000000;
+constexpr std::uint32_t kGenericRead = 0x80000000;
+}  // namespace file_access
+
+// What CreateFileW is asked for. Sharing is honoured on Windows; POSIX has no share modes and
+// ignores it.
+struct FileOpenRequest {
+  bool read = true;          // GENERIC_READ
+  bool write = false;        // GENERIC_WRITE
+  bool shareRead = true;     // FILE_SHARE_READ
+  bool shareWrite = false;   // FILE_SHARE_WRITE
+  bool shareDelete = false;  // FILE_SHARE_DELETE
+  CreationDisposition disposition = CreationDisposition::kOpenExisting;
+  // Further access rights (file_access::...). kGenericAll allows writing as GENERIC_WRITE does;
+  // kFileWriteAttributes allows SetTimes.
+  std::uint32_t otherAccess = 0;
+  // The FILE_ATTRIBUTE_* bits a newly created file gets (kNormal: none).
+  std::uint32_t attributes = file_attr::kNormal;
+  // FILE_FLAG_BACKUP_SEMANTICS: a folder opens as well (for its times and security); without it
+  // opening a folder gives kAccessDenied.
+  bool backupSemantics = false;
+};
 
 // A FILETIME as one number: 100-nanosecond intervals since 1601-01-01 UTC.
 using FileTime = std::uint64_t;
@@ -99,9 +117,10 @@ class FileSystem {
   // itself, whether or not its target exists).
   virtual bool PathExists(std::wstring_view path) = 0;
 
-  // CreateFileW(path, access, share, NULL, disposition, FILE_ATTRIBUTE_NORMAL, NULL). On success
+  // CreateFileW(path, access, share, NULL, disposition, attributes and flags, NULL). On success
   // handle is the new file; on failure it is kInvalidFileHandle. A missing file gives
-  // kFileNotFound, a missing folder on the way kPathNotFound, a folder or a denied file
+  // kFileNotFound, a missing folder on the way kPathNotFound, a folder (without backup
+  // semantics) or a denied file kAccessDenied, a read-only file opened for writing or emptied
   // kAccessDenied.
   virtual err::Win32Error Open(std::wstring_view path, const FileOpenRequest& request,
                                FileHandle& handle) = 0;
@@ -126,8 +145,9 @@ class FileSystem {
   // kInvalidHandle.
   virtual err::Win32Error Close(FileHandle handle) = 0;
 
-  // CopyFileW(from, to, failIfExists): copies the content (and, on Windows, the attributes);
-  // an existing target is overwritten unless failIfExists, which then gives kFileExists.
+  // CopyFileW(from, to, failIfExists): copies the content, the attributes and the last-write
+  // time; an existing target is overwritten unless failIfExists, which then gives kFileExists.
+  // A read-only target gives kAccessDenied, a folder as source or target kAccessDenied.
   virtual err::Win32Error CopyFileTo(std::wstring_view from, std::wstring_view to,
                                      bool failIfExists) = 0;
 
@@ -149,6 +169,44 @@ class FileSystem {
 
   // FindClose(search). A search that is not running gives kInvalidHandle.
   virtual err::Win32Error CloseSearch(SearchHandle search) = 0;
+
+  // GetFileAttributesW(path): on success attributes holds the FILE_ATTRIBUTE_* bits; on failure
+  // file_attr::kInvalid, with kFileNotFound / kPathNotFound for what is missing.
+  virtual err::Win32Error GetAttributes(std::wstring_view path, std::uint32_t& attributes) = 0;
+
+  // SetFileAttributesW(path, attributes). The DIRECTORY and REPARSE_POINT bits follow the
+  // object and are ignored; 0 and kNormal clear every settable bit.
+  virtual err::Win32Error SetAttributes(std::wstring_view path, std::uint32_t attributes) = 0;
+
+  // GetFileTime(handle, &creation, &lastAccess, &lastWrite).
+  virtual err::Win32Error GetTimes(FileHandle handle, FileTimes& times) = 0;
+
+  // SetFileTime(handle, ...): sets each time that is not 0 (a zero time is passed as NULL and
+  // left as it is). The handle needs write or kFileWriteAttributes access, else kAccessDenied.
+  virtual err::Win32Error SetTimes(FileHandle handle, const FileTimes& times) = 0;
+
+  // CreateDirectoryW(path, NULL). An existing file or folder of that name gives kAlreadyExists,
+  // a missing folder on the way kPathNotFound.
+  virtual err::Win32Error MakeFolder(std::wstring_view path) = 0;
+
+  // SHCreateDirectoryExW(NULL, path, NULL): creates every missing folder of the fully qualified
+  // path. Returns kSuccess, kAlreadyExists when the folder exists, kFileExists when a file has
+  // its name, kBadPathname for a relative path, kFilenameExcedRange for a path of 248
+  // characters or more, kPathNotFound when a file stands on the way or the root does not exist,
+  // or the failing creation's error.
+  virtual err::Win32Error MakeFolderPath(std::wstring_view path) = 0;
+
+  // DeleteFileW(path). A read-only file or a folder gives kAccessDenied; a symbolic link is
+  // removed itself.
+  virtual err::Win32Error DeleteFileAt(std::wstring_view path) = 0;
+
+  // SHFileOperationW(FO_DELETE, path, FOF_NOCONFIRMATION | FOF_NOERRORUI): deletes the file or
+  // the folder with everything in it for good, read-only and hidden items included; links and
+  // junctions inside are removed, never entered. Returns kSuccess (0) or SHFileOperationW's
+  // non-zero result: the POSIX adapter and the fake give the Win32 error of the first item that
+  // could not be removed (kFileNotFound or kPathNotFound when path does not exist). Wildcards
+  // in path are not expanded.
+  virtual err::Win32Error DeleteTree(std::wstring_view path) = 0;
 };
 
 // Owns one open handle of a FileSystem and closes it when it goes.

@@ -226,31 +226,61 @@ err::Win32Error FakeFileSystem::Open(std::wstring_view path, const FileOpenReque
   if (const err::Win32Error error = Enter(FileOp::kOpen, path); error != err::kSuccess)
     return error;
   const std::wstring key = Key(path);
-  if (IsFolder(key)) return err::kAccessDenied;
+  const bool writeAccess =
+      request.write ||
+      (request.otherAccess & (file_access::kGenericAll | file_access::kGenericWrite)) != 0;
+  const bool canSetTimes =
+      writeAccess || (request.otherAccess & file_access::kFileWriteAttributes) != 0;
+  if (IsFolder(key)) {
+    if (request.disposition == CreationDisposition::kCreateNew) return err::kFileExists;
+    if (!request.backupSemantics || request.disposition == CreationDisposition::kCreateAlways ||
+        request.disposition == CreationDisposition::kTruncateExisting)
+      return err::kAccessDenied;
+    handle = nextHandle_;
+    nextHandle_ += 4;
+    handles_[handle] = OpenFile{key, 0, false, canSetTimes};
+    return err::kSuccess;
+  }
   if (!IsFolder(ParentKey(key))) return err::kPathNotFound;
   const bool exists = IsFile(key);
+  const std::uint32_t existing = exists ? nodes_[key].attributes : 0;
+  const bool truncate = request.disposition == CreationDisposition::kCreateAlways ||
+                        request.disposition == CreationDisposition::kTruncateExisting;
+  if (exists && (existing & file_attr::kReadOnly) != 0 && (writeAccess || truncate))
+    return err::kAccessDenied;
+  const std::uint32_t guarded = existing & (file_attr::kHidden | file_attr::kSystem);
+  if (exists && request.disposition == CreationDisposition::kCreateAlways &&
+      (request.attributes & guarded) != guarded)
+    return err::kAccessDenied;
+  const std::uint32_t newAttributes =
+      (request.attributes & ~(file_attr::kNormal | file_attr::kDirectory)) | file_attr::kArchive;
   switch (request.disposition) {
     case CreationDisposition::kCreateNew:
       if (exists) return err::kFileExists;
-      MakeFile(key, path);
+      MakeFile(key, path).attributes = newAttributes;
       break;
-    case CreationDisposition::kCreateAlways:
-      MakeFile(key, path).content.clear();
+    case CreationDisposition::kCreateAlways: {
+      Node& node = MakeFile(key, path);
+      node.content.clear();
+      node.attributes = newAttributes | (exists ? existing : 0);
+      node.times.lastWrite = Tick();
       break;
+    }
     case CreationDisposition::kOpenExisting:
       if (!exists) return err::kFileNotFound;
       break;
     case CreationDisposition::kOpenAlways:
-      MakeFile(key, path);
+      if (!exists) MakeFile(key, path).attributes = newAttributes;
       break;
     case CreationDisposition::kTruncateExisting:
       if (!exists) return err::kFileNotFound;
+      if (!writeAccess) return err::kInvalidParameter;
       nodes_[key].content.clear();
       break;
   }
   handle = nextHandle_;
   nextHandle_ += 4;
-  handles_[handle] = OpenFile{key, 0, request.write};
+  handles_[handle] = OpenFile{key, 0, writeAccess, canSetTimes};
   return err::kSuccess;
 }
 
@@ -325,10 +355,13 @@ err::Win32Error FakeFileSystem::CopyFileTo(std::wstring_view from, std::wstring_
   if (!IsFolder(ParentKey(target))) return err::kPathNotFound;
   if (IsFolder(target)) return err::kAccessDenied;
   if (failIfExists && IsFile(target)) return err::kFileExists;
+  if (IsFile(target) && (nodes_[target].attributes & file_attr::kReadOnly) != 0)
+    return err::kAccessDenied;
   const Node copy = *found;
   Node& made = MakeFile(target, to);
   made.content = copy.content;
   made.attributes = copy.attributes;
+  made.times.lastAccess = copy.times.lastAccess;
   made.times.lastWrite = copy.times.lastWrite;  // as CopyFileW: the last-write time goes along
   return err::kSuccess;
 }
@@ -390,6 +423,145 @@ err::Win32Error FakeFileSystem::CloseSearch(SearchHandle search) {
   if (const err::Win32Error error = Enter(FileOp::kCloseSearch); error != err::kSuccess)
     return error;
   return searches_.erase(search) == 1 ? err::kSuccess : err::kInvalidHandle;
+}
+
+FakeFileSystem::Node& FakeFileSystem::MakeFolderNode(const std::wstring& key,
+                                                     std::wstring_view path) {
+  Node& node = nodes_[key];
+  node.name = LastElement(path);
+  node.folder = true;
+  node.attributes = file_attr::kDirectory;
+  const FileTime now = Tick();
+  node.times = FileTimes{now, now, now};
+  return node;
+}
+
+err::Win32Error FakeFileSystem::GetAttributes(std::wstring_view path, std::uint32_t& attributes) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  attributes = file_attr::kInvalid;
+  if (const err::Win32Error error = Enter(FileOp::kGetAttributes, path); error != err::kSuccess)
+    return error;
+  const std::wstring key = Key(path);
+  const Node* node = FindNode(key);
+  if (node == nullptr) return IsFolder(ParentKey(key)) ? err::kFileNotFound : err::kPathNotFound;
+  attributes = node->attributes;
+  if (attributes == 0) attributes = file_attr::kNormal;
+  return err::kSuccess;
+}
+
+err::Win32Error FakeFileSystem::SetAttributes(std::wstring_view path, std::uint32_t attributes) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  if (const err::Win32Error error = Enter(FileOp::kSetAttributes, path); error != err::kSuccess)
+    return error;
+  const std::wstring key = Key(path);
+  const auto found = nodes_.find(key);
+  if (found == nodes_.end())
+    return IsFolder(ParentKey(key)) ? err::kFileNotFound : err::kPathNotFound;
+  constexpr std::uint32_t kSettable = 0x3127;  // the bits SetFileAttributesW changes
+  const std::uint32_t kept =
+      found->second.attributes & (file_attr::kDirectory | file_attr::kReparsePoint);
+  found->second.attributes = (attributes & kSettable) | kept;
+  return err::kSuccess;
+}
+
+err::Win32Error FakeFileSystem::GetTimes(FileHandle handle, FileTimes& times) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  if (const err::Win32Error error = Enter(FileOp::kGetTimes); error != err::kSuccess) return error;
+  const auto found = handles_.find(handle);
+  if (found == handles_.end()) return err::kInvalidHandle;
+  times = nodes_[found->second.key].times;
+  return err::kSuccess;
+}
+
+err::Win32Error FakeFileSystem::SetTimes(FileHandle handle, const FileTimes& times) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  const auto found = handles_.find(handle);
+  if (const err::Win32Error error =
+          Enter(FileOp::kSetTimes, found == handles_.end() ? L"" : found->second.key);
+      error != err::kSuccess)
+    return error;
+  if (found == handles_.end()) return err::kInvalidHandle;
+  if (!found->second.canSetTimes) return err::kAccessDenied;
+  FileTimes& stored = nodes_[found->second.key].times;
+  if (times.creation != 0) stored.creation = times.creation;
+  if (times.lastAccess != 0) stored.lastAccess = times.lastAccess;
+  if (times.lastWrite != 0) stored.lastWrite = times.lastWrite;
+  return err::kSuccess;
+}
+
+err::Win32Error FakeFileSystem::MakeFolder(std::wstring_view path) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  if (const err::Win32Error error = Enter(FileOp::kMakeFolder, path); error != err::kSuccess)
+    return error;
+  const std::wstring key = Key(path);
+  if (FindNode(key) != nullptr) return err::kAlreadyExists;
+  if (!IsFolder(ParentKey(key))) return err::kPathNotFound;
+  MakeFolderNode(key, path);
+  return err::kSuccess;
+}
+
+err::Win32Error FakeFileSystem::MakeFolderPath(std::wstring_view path) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  if (const err::Win32Error error = Enter(FileOp::kMakeFolderPath, path); error != err::kSuccess)
+    return error;
+  const bool driveForm =
+      path.size() >= 3 && path[1] == L':' && (path[2] == L'\\' || path[2] == L'/');
+  const bool uncForm = path.size() >= 2 && path[0] == L'\\' && path[1] == L'\\';
+  if (!driveForm && !uncForm) return err::kBadPathname;
+  if (path.size() >= 248) return err::kFilenameExcedRange;
+  const std::wstring key = Key(path);
+  if (const Node* node = FindNode(key); node != nullptr)
+    return node->folder ? err::kAlreadyExists : err::kFileExists;
+  // The folders to make, from the deepest up to the first one that exists.
+  std::vector<std::pair<std::wstring, std::wstring>> missing;  // key, path as given
+  std::wstring currentKey = key;
+  std::wstring currentPath(path);
+  while (FindNode(currentKey) == nullptr) {
+    missing.emplace_back(currentKey, currentPath);
+    const std::wstring parent = ParentKey(currentKey);
+    if (parent.empty() || parent == currentKey) return err::kPathNotFound;  // no such root
+    if (uncForm && parent.find(L'\\', 2) == std::wstring::npos) return err::kBadNetPath;
+    currentKey = parent;
+    currentPath = currentPath.substr(0, currentPath.find_last_of(L"\\/"));
+  }
+  if (!FindNode(currentKey)->folder) return err::kPathNotFound;  // a file on the way
+  for (auto it = missing.rbegin(); it != missing.rend(); ++it)
+    MakeFolderNode(it->first, it->second);
+  return err::kSuccess;
+}
+
+err::Win32Error FakeFileSystem::DeleteFileAt(std::wstring_view path) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  if (const err::Win32Error error = Enter(FileOp::kDeleteFile, path); error != err::kSuccess)
+    return error;
+  const std::wstring key = Key(path);
+  const auto found = nodes_.find(key);
+  if (found == nodes_.end())
+    return IsFolder(ParentKey(key)) ? err::kFileNotFound : err::kPathNotFound;
+  if (found->second.folder && (found->second.attributes & file_attr::kReparsePoint) == 0)
+    return err::kAccessDenied;
+  if ((found->second.attributes & file_attr::kReadOnly) != 0) return err::kAccessDenied;
+  nodes_.erase(found);
+  return err::kSuccess;
+}
+
+err::Win32Error FakeFileSystem::DeleteTree(std::wstring_view path) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  if (const err::Win32Error error = Enter(FileOp::kDeleteTree, path); error != err::kSuccess)
+    return error;
+  const std::wstring key = Key(path);
+  if (FindNode(key) == nullptr)
+    return IsFolder(ParentKey(key)) ? err::kFileNotFound : err::kPathNotFound;
+  // Everything below key goes (a reparse point's target is elsewhere and stays).
+  const std::wstring prefix = key.back() == L'\\' ? key : key + L'\\';
+  for (auto it = nodes_.begin(); it != nodes_.end();) {
+    if (it->first == key || it->first.starts_with(prefix)) {
+      it = nodes_.erase(it);
+    } else {
+      ++it;
+    }
+  }
+  return err::kSuccess;
 }
 
 }  // namespace tw::testing

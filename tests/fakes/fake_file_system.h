@@ -28,6 +28,14 @@ enum class FileOp {
   kFindFirst,
   kFindNext,
   kCloseSearch,
+  kGetAttributes,
+  kSetAttributes,
+  kGetTimes,
+  kSetTimes,
+  kMakeFolder,
+  kMakeFolderPath,
+  kDeleteFile,
+  kDeleteTree,
 };
 
 class FakeFileSystem : public FileSystem {
@@ -83,6 +91,14 @@ class FakeFileSystem : public FileSystem {
                                  FindEntry& entry) override;
   err::Win32Error FindNextEntry(SearchHandle search, FindEntry& entry) override;
   err::Win32Error CloseSearch(SearchHandle search) override;
+  err::Win32Error GetAttributes(std::wstring_view path, std::uint32_t& attributes) override;
+  err::Win32Error SetAttributes(std::wstring_view path, std::uint32_t attributes) override;
+  err::Win32Error GetTimes(FileHandle handle, FileTimes& times) override;
+  err::Win32Error SetTimes(FileHandle handle, const FileTimes& times) override;
+  err::Win32Error MakeFolder(std::wstring_view path) override;
+  err::Win32Error MakeFolderPath(std::wstring_view path) override;
+  err::Win32Error DeleteFileAt(std::wstring_view path) override;
+  err::Win32Error DeleteTree(std::wstring_view path) override;
 
  private:
   // One file or folder; its key is its upper-case path without a trailing backslash.
@@ -97,6 +113,7 @@ class FakeFileSystem : public FileSystem {
     std::wstring key;
     std::uint64_t position = 0;
     bool canWrite = false;
+    bool canSetTimes = false;
   };
   struct Failure {
     err::Win32Error error = err::kSuccess;
@@ -121,6 +138,7 @@ class FakeFileSystem : public FileSystem {
   bool IsFolder(const std::wstring& key) const;
   bool IsFile(const std::wstring& key) const;
   Node& MakeFile(const std::wstring& key, std::wstring_view path);
+  Node& MakeFolderNode(const std::wstring& key, std::wstring_view path);
   FileTime Tick();
 
   mutable std::mutex mutex_;

@@ -129,6 +129,37 @@ err::Win32Error WriteStoredAttributes(const std::string& native, std::uint32_t v
   return err::kSuccess;
 }
 
+void RemoveStoredAttributes(const std::string& native) {
+  if (::lremovexattr(native.c_str(), kDosAttribName) == 0 || errno != ENOTSUP) return;
+  struct statx info {};
+  if (!StatNoFollow(native, info)) return;
+  FallbackStore& store = Fallback();
+  const std::lock_guard<std::mutex> guard(store.mutex);
+  store.values.erase(InodeKey(info));
+}
+
+namespace {
+
+void TimesFromStatx(const struct statx& info, FileTimes& times) {
+  times.lastAccess = FromStatx(info.stx_atime);
+  times.lastWrite = FromStatx(info.stx_mtime);
+  if ((info.stx_mask & STATX_BTIME) != 0) {
+    times.creation = FromStatx(info.stx_btime);
+  } else {
+    times.creation = std::min(FromStatx(info.stx_ctime), times.lastWrite);
+  }
+}
+
+}  // namespace
+
+err::Win32Error QueryDescriptorTimes(int fd, FileTimes& times) {
+  struct statx info {};
+  if (::statx(fd, "", AT_EMPTY_PATH, STATX_BASIC_STATS | STATX_BTIME, &info) != 0)
+    return Win32ErrorFromErrno(errno);
+  TimesFromStatx(info, times);
+  return err::kSuccess;
+}
+
 err::Win32Error QueryFileInfo(const std::string& native, FindEntry& entry) {
   struct statx info {};
   if (!StatNoFollow(native, info)) return PathError(native);
@@ -154,13 +185,7 @@ err::Win32Error QueryFileInfo(const std::string& native, FindEntry& entry) {
     }
   }
   entry.size = isFile ? info.stx_size : 0;
-  entry.times.lastAccess = FromStatx(info.stx_atime);
-  entry.times.lastWrite = FromStatx(info.stx_mtime);
-  if ((info.stx_mask & STATX_BTIME) != 0) {
-    entry.times.creation = FromStatx(info.stx_btime);
-  } else {
-    entry.times.creation = std::min(FromStatx(info.stx_ctime), entry.times.lastWrite);
-  }
+  TimesFromStatx(info, entry.times);
   return err::kSuccess;
 }
 

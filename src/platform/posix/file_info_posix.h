@@ -41,6 +41,16 @@ bool ReadStoredAttributes(const std::string& native, std::uint32_t& value);
 // Stores value as native's attributes. Links and special files keep none: kAccessDenied.
 err::Win32Error WriteStoredAttributes(const std::string& native, std::uint32_t value);
 
+// Forgets native's stored attributes (it then reads as its type gives).
+void RemoveStoredAttributes(const std::string& native);
+
+// The bits SetFileAttributesW can change: READONLY, HIDDEN, SYSTEM, ARCHIVE, TEMPORARY,
+// OFFLINE, NOT_CONTENT_INDEXED.
+constexpr std::uint32_t kSettableAttributes = 0x3127;
+
+// The times of the open descriptor fd.
+err::Win32Error QueryDescriptorTimes(int fd, FileTimes& times);
+
 // kFileNotFound when the folder that should hold native exists, else kPathNotFound.
 err::Win32Error MissingPathError(const std::string& native);
 

@@ -1,7 +1,12 @@
-// The file-system port over POSIX calls. Windows paths are mapped by native_path.h, errno values
-// by errno_win32.h. Handles are ids into a table of open descriptors; an id is never reused, so
-// a closed handle stays invalid (kInvalidHandle) for good. Share modes do not exist on POSIX and
-// are ignored.
+// The file-system port over POSIX calls. Windows paths are mapped by native_path.h (drive Z:,
+// the share map, names found ignoring case), errno values by errno_win32.h. Handles are ids
+// into a table of open descriptors; an id is never reused, so a closed handle stays invalid
+// (kInvalidHandle) for good. Share modes do not exist on POSIX and are ignored. Symbolic links
+// are never followed on the last element of a path: opening or copying one fails with
+// kCantResolveFilename (ELOOP), and searches list them as reparse points.
+//
+// The work is shared out: directory_search_posix (searches), file_info_posix (attributes and
+// times), file_copy_posix (CopyFileW), folder_tree_posix (folder creation, deletion).
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -16,17 +21,22 @@
 #include "platform/file_system.h"
 #include "platform/posix/directory_search_posix.h"
 #include "platform/posix/errno_win32.h"
+#include "platform/posix/file_copy_posix.h"
 #include "platform/posix/file_info_posix.h"
+#include "platform/posix/folder_tree_posix.h"
 #include "platform/posix/native_path.h"
 
 namespace tw {
 namespace {
 
+using posix::PathError;
+
 // One open descriptor; closed when the last user lets go of it.
 struct OpenFileEntry {
   int fd = -1;
   bool canRead = false;
-  bool canWrite = false;
+  bool canWrite = false;     // the data
+  bool canSetTimes = false;  // write access or FILE_WRITE_ATTRIBUTES
   OpenFileEntry() = default;
   OpenFileEntry(const OpenFileEntry&) = delete;
   OpenFileEntry& operator=(const OpenFileEntry&) = delete;
@@ -35,13 +45,17 @@ struct OpenFileEntry {
   }
 };
 
-using posix::PathError;
-
 // A running search: every entry, read when it started, and the next one to hand out.
 struct SearchState {
   std::vector<FindEntry> entries;
   std::size_t next = 0;
 };
+
+// The stored attributes of an existing regular file, 0 when none are stored.
+std::uint32_t StoredFileAttributes(const std::string& native) {
+  std::uint32_t stored = 0;
+  return posix::ReadStoredAttributes(native, stored) ? stored : 0;
+}
 
 class PosixFileSystem final : public FileSystem {
  public:
@@ -73,48 +87,86 @@ class PosixFileSystem final : public FileSystem {
     err::Win32Error error = err::kSuccess;
     if (!posix::ToNativePath(path, native, error)) return error;
 
+    const bool writeAccess =
+        request.write ||
+        (request.otherAccess & (file_access::kGenericAll | file_access::kGenericWrite)) != 0;
+    const bool readAccess =
+        request.read ||
+        (request.otherAccess & (file_access::kGenericAll | file_access::kGenericRead)) != 0;
     bool truncate = false;
-    int flags = O_CLOEXEC;
+    bool create = false;
+    bool mustNotExist = false;
     switch (request.disposition) {
       case CreationDisposition::kCreateNew:
-        flags |= O_CREAT | O_EXCL;
+        create = true;
+        mustNotExist = true;
         break;
       case CreationDisposition::kCreateAlways:
-        flags |= O_CREAT;
+        create = true;
         truncate = true;
         break;
       case CreationDisposition::kOpenExisting:
         break;
       case CreationDisposition::kOpenAlways:
-        flags |= O_CREAT;
+        create = true;
         break;
       case CreationDisposition::kTruncateExisting:
-        if (!request.write) return err::kInvalidParameter;
+        if (!writeAccess) return err::kInvalidParameter;
         truncate = true;
         break;
       default:
         return err::kInvalidParameter;
     }
-    // A file that is emptied is opened for writing even when only reading was asked for; the
-    // handle still refuses writes.
-    const bool needWrite = request.write || truncate;
-    flags |= needWrite ? O_RDWR : O_RDONLY;
 
+    struct stat before {};
+    const bool existed = ::lstat(native.c_str(), &before) == 0;
     auto entry = std::make_shared<OpenFileEntry>();
+    if (existed && S_ISDIR(before.st_mode)) {
+      // A folder opens only with backup semantics, and only to be looked at or stamped.
+      if (!request.backupSemantics || mustNotExist || truncate) {
+        return mustNotExist ? err::kFileExists : err::kAccessDenied;
+      }
+      entry->fd = ::open(native.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+      if (entry->fd < 0) return PathError(native);
+      entry->canSetTimes =
+          writeAccess || (request.otherAccess & file_access::kFileWriteAttributes) != 0;
+      return Register(std::move(entry), handle);
+    }
+    if (existed && mustNotExist) return err::kFileExists;
+    if (existed && S_ISREG(before.st_mode)) {
+      const std::uint32_t stored = StoredFileAttributes(native);
+      if ((stored & file_attr::kReadOnly) != 0 && (writeAccess || truncate))
+        return err::kAccessDenied;
+      // Replacing a hidden or system file needs the same bits asked for, as on Windows.
+      const std::uint32_t guarded = stored & (file_attr::kHidden | file_attr::kSystem);
+      if (request.disposition == CreationDisposition::kCreateAlways &&
+          (request.attributes & guarded) != guarded)
+        return err::kAccessDenied;
+    }
+
+    // A file that is emptied is opened for writing even when only writing attributes was asked
+    // for; the handle still refuses data writes.
+    int flags = O_CLOEXEC | O_NOFOLLOW;
+    if (create) flags |= O_CREAT;
+    if (mustNotExist) flags |= O_EXCL;
+    flags |= (writeAccess || truncate) ? O_RDWR : O_RDONLY;
     entry->fd = ::open(native.c_str(), flags, 0666);
     if (entry->fd < 0) return PathError(native);
-    struct stat info {};
-    if (::fstat(entry->fd, &info) != 0) return posix::Win32ErrorFromErrno(errno);
-    if (S_ISDIR(info.st_mode)) return err::kAccessDenied;  // a folder, without backup semantics
     if (truncate && ::ftruncate(entry->fd, 0) != 0) return posix::Win32ErrorFromErrno(errno);
-    entry->canRead = request.read;
-    entry->canWrite = request.write;
+    entry->canRead = readAccess;
+    entry->canWrite = writeAccess;
+    entry->canSetTimes =
+        writeAccess || (request.otherAccess & file_access::kFileWriteAttributes) != 0;
 
-    const std::lock_guard<std::mutex> guard(mutex_);
-    nextId_ += 4;
-    handle = nextId_;
-    files_.emplace(handle, std::move(entry));
-    return err::kSuccess;
+    // A new file, or one that CREATE_ALWAYS replaces, gets the attributes asked for and
+    // ARCHIVE, as Windows gives them.
+    if (!existed || request.disposition == CreationDisposition::kCreateAlways) {
+      const std::uint32_t kept = existed ? StoredFileAttributes(native) : 0;
+      const std::uint32_t wanted = (request.attributes & posix::kSettableAttributes) | kept;
+      if (wanted != 0 || existed)
+        posix::WriteStoredAttributes(native, wanted | file_attr::kArchive);
+    }
+    return Register(std::move(entry), handle);
   }
 
   err::Win32Error Seek(FileHandle handle, std::int64_t distance, SeekOrigin origin,
@@ -135,7 +187,7 @@ class PosixFileSystem final : public FileSystem {
     if (!entry) return err::kInvalidHandle;
     struct stat info {};
     if (::fstat(entry->fd, &info) != 0) return posix::Win32ErrorFromErrno(errno);
-    size = static_cast<std::uint64_t>(info.st_size);
+    size = S_ISREG(info.st_mode) ? static_cast<std::uint64_t>(info.st_size) : 0;
     return err::kSuccess;
   }
 
@@ -170,8 +222,6 @@ class PosixFileSystem final : public FileSystem {
     return files_.erase(handle) == 1 ? err::kSuccess : err::kInvalidHandle;
   }
 
-  // Copies the bytes, the permission bits and the last-write time. The file attributes kept in
-  // extended attributes belong to the attribute component and are not copied here.
   err::Win32Error CopyFileTo(std::wstring_view from, std::wstring_view to,
                              bool failIfExists) override {
     std::string source;
@@ -179,48 +229,7 @@ class PosixFileSystem final : public FileSystem {
     err::Win32Error error = err::kSuccess;
     if (!posix::ToNativePath(from, source, error)) return error;
     if (!posix::ToNativePath(to, target, error)) return error;
-
-    OpenFileEntry in;
-    in.fd = ::open(source.c_str(), O_RDONLY | O_CLOEXEC);
-    if (in.fd < 0) return PathError(source);
-    struct stat sourceInfo {};
-    if (::fstat(in.fd, &sourceInfo) != 0) return posix::Win32ErrorFromErrno(errno);
-    if (S_ISDIR(sourceInfo.st_mode)) return err::kAccessDenied;
-    struct stat targetInfo {};
-    if (::stat(target.c_str(), &targetInfo) == 0) {
-      if (failIfExists) return err::kFileExists;
-      if (targetInfo.st_dev == sourceInfo.st_dev && targetInfo.st_ino == sourceInfo.st_ino)
-        return err::kSharingViolation;  // a file copied onto itself is in use by the copy
-      if (S_ISDIR(targetInfo.st_mode)) return err::kAccessDenied;
-    }
-
-    OpenFileEntry out;
-    const int createFlags = failIfExists ? (O_CREAT | O_EXCL) : (O_CREAT | O_TRUNC);
-    out.fd = ::open(target.c_str(), O_WRONLY | O_CLOEXEC | createFlags, sourceInfo.st_mode & 07777);
-    if (out.fd < 0) return PathError(target);
-
-    std::vector<char> buffer(1 << 16);
-    for (;;) {
-      const ssize_t count = ::read(in.fd, buffer.data(), buffer.size());
-      if (count < 0) {
-        if (errno == EINTR) continue;
-        return posix::Win32ErrorFromErrno(errno);
-      }
-      if (count == 0) break;
-      ssize_t done = 0;
-      while (done < count) {
-        const ssize_t put =
-            ::write(out.fd, buffer.data() + done, static_cast<std::size_t>(count - done));
-        if (put < 0) {
-          if (errno == EINTR) continue;
-          return posix::Win32ErrorFromErrno(errno);
-        }
-        done += put;
-      }
-    }
-    const struct timespec times[2] = {sourceInfo.st_atim, sourceInfo.st_mtim};
-    ::futimens(out.fd, times);  // as CopyFileW, the copy keeps the last-write time
-    return err::kSuccess;
+    return posix::CopyNativeFile(source, target, failIfExists);
   }
 
   err::Win32Error FindFirstEntry(std::wstring_view pattern, SearchHandle& search,
@@ -254,7 +263,88 @@ class PosixFileSystem final : public FileSystem {
     return searches_.erase(search) == 1 ? err::kSuccess : err::kInvalidHandle;
   }
 
+  err::Win32Error GetAttributes(std::wstring_view path, std::uint32_t& attributes) override {
+    attributes = file_attr::kInvalid;
+    std::string native;
+    err::Win32Error error = err::kSuccess;
+    if (!posix::ToNativePath(path, native, error)) return error;
+    FindEntry info;
+    if (const err::Win32Error failed = posix::QueryFileInfo(native, info); failed != err::kSuccess)
+      return failed;
+    attributes = info.attributes;
+    return err::kSuccess;
+  }
+
+  err::Win32Error SetAttributes(std::wstring_view path, std::uint32_t attributes) override {
+    std::string native;
+    err::Win32Error error = err::kSuccess;
+    if (!posix::ToNativePath(path, native, error)) return error;
+    return posix::WriteStoredAttributes(native, attributes & posix::kSettableAttributes);
+  }
+
+  err::Win32Error GetTimes(FileHandle handle, FileTimes& times) override {
+    const std::shared_ptr<OpenFileEntry> entry = Find(handle);
+    if (!entry) return err::kInvalidHandle;
+    return posix::QueryDescriptorTimes(entry->fd, times);
+  }
+
+  // The creation time cannot be set on Linux and is passed over; the call still succeeds.
+  err::Win32Error SetTimes(FileHandle handle, const FileTimes& times) override {
+    const std::shared_ptr<OpenFileEntry> entry = Find(handle);
+    if (!entry) return err::kInvalidHandle;
+    if (!entry->canSetTimes) return err::kAccessDenied;
+    struct timespec stamps[2];
+    const FileTime values[2] = {times.lastAccess, times.lastWrite};
+    for (int i = 0; i < 2; ++i) {
+      if (values[i] == 0) {
+        stamps[i].tv_sec = 0;
+        stamps[i].tv_nsec = UTIME_OMIT;
+      } else {
+        std::int64_t seconds = 0;
+        std::int64_t nanoseconds = 0;
+        posix::UnixFromFileTime(values[i], seconds, nanoseconds);
+        stamps[i].tv_sec = static_cast<time_t>(seconds);
+        stamps[i].tv_nsec = static_cast<long>(nanoseconds);
+      }
+    }
+    if (::futimens(entry->fd, stamps) != 0) return posix::Win32ErrorFromErrno(errno);
+    return err::kSuccess;
+  }
+
+  err::Win32Error MakeFolder(std::wstring_view path) override {
+    std::string native;
+    err::Win32Error error = err::kSuccess;
+    if (!posix::ToNativePath(path, native, error)) return error;
+    return posix::MakeNativeFolder(native);
+  }
+
+  err::Win32Error MakeFolderPath(std::wstring_view path) override {
+    return posix::MakeFolderPathFromWindows(path);
+  }
+
+  err::Win32Error DeleteFileAt(std::wstring_view path) override {
+    std::string native;
+    err::Win32Error error = err::kSuccess;
+    if (!posix::ToNativePath(path, native, error)) return error;
+    return posix::DeleteNativeFile(native);
+  }
+
+  err::Win32Error DeleteTree(std::wstring_view path) override {
+    std::string native;
+    err::Win32Error error = err::kSuccess;
+    if (!posix::ToNativePath(path, native, error)) return error;
+    return posix::DeleteNativeTree(native);
+  }
+
  private:
+  err::Win32Error Register(std::shared_ptr<OpenFileEntry> entry, FileHandle& handle) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    nextId_ += 4;
+    handle = nextId_;
+    files_.emplace(handle, std::move(entry));
+    return err::kSuccess;
+  }
+
   std::shared_ptr<OpenFileEntry> Find(FileHandle handle) {
     const std::lock_guard<std::mutex> guard(mutex_);
     const auto found = files_.find(handle);

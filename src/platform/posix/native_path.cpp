@@ -1,6 +1,12 @@
 #include "platform/posix/native_path.h"
 
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
 #include "base/text_encoding.h"
+#include "base/wide_string.h"
 #include "platform/posix/unc_path.h"
 
 namespace tw::posix {
@@ -19,7 +25,65 @@ std::string DriveZToNative(std::wstring_view rest) {
   return WideToUtf8(converted);
 }
 
+std::string Join(const std::string& folder, std::string_view name) {
+  std::string joined = folder;
+  if (!joined.empty() && joined.back() != '/') joined.push_back('/');
+  joined.append(name);
+  return joined;
+}
+
+// The entry of folder whose name equals name ignoring case (the first in readdir order), or "".
+std::string FindEntryNoCase(const std::string& folder, std::string_view name) {
+  DIR* stream = ::opendir(folder.empty() ? "." : folder.c_str());
+  if (stream == nullptr) return std::string();
+  const std::wstring wanted = Utf8ToWide(name);
+  std::string found;
+  while (const struct dirent* item = ::readdir(stream)) {
+    const std::string_view entry(item->d_name);
+    if (entry == "." || entry == "..") continue;
+    if (EqualsNoCase(Utf8ToWide(entry), wanted)) {
+      found.assign(entry);
+      break;
+    }
+  }
+  ::closedir(stream);
+  return found;
+}
+
 }  // namespace
+
+std::string ResolveNameCase(const std::string& native) {
+  if (native.empty()) return native;
+  std::string resolved;
+  std::size_t position = 0;
+  if (native[0] == '/') {
+    resolved = "/";
+    position = 1;
+  }
+  bool resolving = true;
+  while (position < native.size()) {
+    std::size_t end = native.find('/', position);
+    if (end == std::string::npos) end = native.size();
+    const std::string_view component(native.data() + position, end - position);
+    position = end + 1;
+    if (component.empty()) continue;
+    std::string candidate = Join(resolved, component);
+    if (resolving && component != "." && component != "..") {
+      struct stat info {};
+      if (::lstat(candidate.c_str(), &info) != 0) {
+        const std::string other = errno == ENOENT ? FindEntryNoCase(resolved, component) : "";
+        if (other.empty()) {
+          resolving = false;  // the rest does not exist: kept as given
+        } else {
+          candidate = Join(resolved, other);
+        }
+      }
+    }
+    resolved = std::move(candidate);
+  }
+  if (native.size() > 1 && native.back() == '/' && resolved.back() != '/') resolved.push_back('/');
+  return resolved;
+}
 
 bool ToNativePath(std::wstring_view path, std::string& native, err::Win32Error& error) {
   native.clear();
@@ -48,23 +112,27 @@ bool ToNativePath(std::wstring_view path, std::string& native, err::Win32Error& 
     path = unprefixed;
   }
 
-  if (path.starts_with(L"\\\\")) return MapUncPathToNative(path, native, error);
+  if (path.starts_with(L"\\\\")) {
+    if (!MapUncPathToNative(path, native, error)) return false;
+    native = ResolveNameCase(native);
+    return true;
+  }
 
   if (path.size() >= 2 && IsDriveLetter(path[0]) && path[1] == L':') {
     if (path[0] != L'Z' && path[0] != L'z') {
       error = err::kPathNotFound;  // no such drive
       return false;
     }
-    native = DriveZToNative(path.substr(2));
+    native = ResolveNameCase(DriveZToNative(path.substr(2)));
     return true;
   }
 
   if (path[0] == L'\\') {  // rooted on the current drive, Z:
-    native = DriveZToNative(path);
+    native = ResolveNameCase(DriveZToNative(path));
     return true;
   }
 
-  native = WideToUtf8(path);  // a POSIX path, as it stands
+  native = ResolveNameCase(WideToUtf8(path));  // a POSIX path
   return true;
 }
 

@@ -18,10 +18,20 @@ namespace tw::posix {
 //   "\\?\Z:\tmp\x"          -> "/tmp/x"; "\\?\UNC\server\share\x" is the UNC path below;
 //   "\\server\share\x"      -> whatever the share map says (unc_path.h);
 //   anything else, such as "/tmp/x" or "conf/x.xml", is a POSIX path and stays as it stands.
+// Names are then resolved as Windows finds them, ignoring case (ResolveNameCase), so every
+// adapter that maps a path gets the same answer.
 // Returns false with error set where Windows would fail to find the path: another drive letter
 // or an empty path gives kPathNotFound, an embedded NUL kInvalidName, and an unmapped UNC path
 // the share map's error (kBadNetPath, kBadNetName).
 bool ToNativePath(std::wstring_view path, std::string& native, err::Win32Error& error);
+
+// native with each component that does not exist as written replaced by an entry of its folder
+// whose name equals it ignoring case (Windows' upper-case table; the first such entry in the
+// order the folder lists them when several differ only in case). Components are resolved from
+// the first on; from the first component that exists in no case, the rest is kept as given, so
+// a path to be created still names the right place. Symbolic links on the way are followed by
+// the system as usual; "." and ".." stay as they are.
+std::string ResolveNameCase(const std::string& native);
 
 // The Windows form of a Linux path: "/tmp/x" -> "Z:\tmp\x", "/" -> "Z:\". A relative path keeps
 // being relative with backslash separators ("a/b" -> "a\b"). The UTF-8 bytes are decoded with

@@ -1,8 +1,7 @@
 // UNC paths on Linux: "\\server\share\rest" names a local folder through the share map.
 //
-// Extension point: the share map (TARNWICK_SHARES, one "\\server\share = /absolute/folder" per
-// line) is built here. ToNativePath hands every UNC path to MapUncPathToNative and nothing
-// else needs to change when the map arrives.
+// The share map (share_map.h) names the folder behind each share; ToNativePath hands every UNC
+// path here.
 #pragma once
 
 #include <string>
@@ -14,7 +13,9 @@ namespace tw::posix {
 
 // The Linux path behind uncPath, which starts with two backslashes ("\\server\share\rest"; the
 // "\\?\UNC\" prefix has already been turned into "\\"). Returns false with error set when the
-// server is unknown (kBadNetPath) or the server has no such share (kBadNetName).
+// server is unknown (kBadNetPath) or the server has no such share (kBadNetName), and also
+// kBadNetPath for every UNC path when the share map could not be used. The rest of the path is
+// appended as it stands; its case is resolved by ToNativePath.
 bool MapUncPathToNative(std::wstring_view uncPath, std::string& native, err::Win32Error& error);
 
 }  // namespace tw::posix

@@ -5,6 +5,10 @@
 #include "platform/file_system.h"
 #include "platform/win32/windows_headers.h"
 
+// After the setup header: the shell's file operations (SHFileOperationW, SHCreateDirectoryExW).
+#include <shellapi.h>
+#include <shlobj.h>
+
 namespace tw {
 namespace {
 
@@ -14,6 +18,13 @@ err::Win32Error LastError() { return static_cast<err::Win32Error>(::GetLastError
 
 FileTime ToFileTime(const FILETIME& time) {
   return (static_cast<FileTime>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
+}
+
+FILETIME ToWin32FileTime(FileTime time) {
+  FILETIME result;
+  result.dwLowDateTime = static_cast<DWORD>(time & 0xFFFFFFFFu);
+  result.dwHighDateTime = static_cast<DWORD>(time >> 32);
+  return result;
 }
 
 void FromFindData(const WIN32_FIND_DATAW& data, FindEntry& entry) {
@@ -49,13 +60,15 @@ class Win32FileSystem final : public FileSystem {
     DWORD access = 0;
     if (request.read) access |= GENERIC_READ;
     if (request.write) access |= GENERIC_WRITE;
+    access |= request.otherAccess;
     DWORD share = 0;
     if (request.shareRead) share |= FILE_SHARE_READ;
     if (request.shareWrite) share |= FILE_SHARE_WRITE;
     if (request.shareDelete) share |= FILE_SHARE_DELETE;
-    const HANDLE opened =
-        ::CreateFileW(text.c_str(), access, share, nullptr, static_cast<DWORD>(request.disposition),
-                      FILE_ATTRIBUTE_NORMAL, nullptr);
+    DWORD flags = request.attributes;
+    if (request.backupSemantics) flags |= FILE_FLAG_BACKUP_SEMANTICS;
+    const HANDLE opened = ::CreateFileW(text.c_str(), access, share, nullptr,
+                                        static_cast<DWORD>(request.disposition), flags, nullptr);
     if (opened == INVALID_HANDLE_VALUE) {
       handle = kInvalidFileHandle;
       return LastError();
@@ -131,6 +144,68 @@ class Win32FileSystem final : public FileSystem {
 
   err::Win32Error CloseSearch(SearchHandle search) override {
     return ::FindClose(reinterpret_cast<HANDLE>(search)) ? err::kSuccess : LastError();
+  }
+
+  err::Win32Error GetAttributes(std::wstring_view path, std::uint32_t& attributes) override {
+    const std::wstring text(path);
+    attributes = ::GetFileAttributesW(text.c_str());
+    return attributes == INVALID_FILE_ATTRIBUTES ? LastError() : err::kSuccess;
+  }
+
+  err::Win32Error SetAttributes(std::wstring_view path, std::uint32_t attributes) override {
+    const std::wstring text(path);
+    return ::SetFileAttributesW(text.c_str(), attributes) ? err::kSuccess : LastError();
+  }
+
+  err::Win32Error GetTimes(FileHandle handle, FileTimes& times) override {
+    FILETIME creation;
+    FILETIME lastAccess;
+    FILETIME lastWrite;
+    if (!::GetFileTime(ToHandle(handle), &creation, &lastAccess, &lastWrite)) return LastError();
+    times.creation = ToFileTime(creation);
+    times.lastAccess = ToFileTime(lastAccess);
+    times.lastWrite = ToFileTime(lastWrite);
+    return err::kSuccess;
+  }
+
+  err::Win32Error SetTimes(FileHandle handle, const FileTimes& times) override {
+    const FILETIME creation = ToWin32FileTime(times.creation);
+    const FILETIME lastAccess = ToWin32FileTime(times.lastAccess);
+    const FILETIME lastWrite = ToWin32FileTime(times.lastWrite);
+    return ::SetFileTime(ToHandle(handle), times.creation != 0 ? &creation : nullptr,
+                         times.lastAccess != 0 ? &lastAccess : nullptr,
+                         times.lastWrite != 0 ? &lastWrite : nullptr)
+               ? err::kSuccess
+               : LastError();
+  }
+
+  err::Win32Error MakeFolder(std::wstring_view path) override {
+    const std::wstring text(path);
+    return ::CreateDirectoryW(text.c_str(), nullptr) ? err::kSuccess : LastError();
+  }
+
+  err::Win32Error MakeFolderPath(std::wstring_view path) override {
+    const std::wstring text(path);
+    return static_cast<err::Win32Error>(::SHCreateDirectoryExW(nullptr, text.c_str(), nullptr));
+  }
+
+  err::Win32Error DeleteFileAt(std::wstring_view path) override {
+    const std::wstring text(path);
+    return ::DeleteFileW(text.c_str()) ? err::kSuccess : LastError();
+  }
+
+  err::Win32Error DeleteTree(std::wstring_view path) override {
+    // pFrom is a list of paths ended by an empty one: the path and two terminating zeros.
+    std::wstring from(path);
+    from.push_back(L'\0');
+    SHFILEOPSTRUCTW operation = {};
+    operation.hwnd = nullptr;
+    operation.wFunc = FO_DELETE;
+    operation.pFrom = from.c_str();
+    operation.pTo = nullptr;
+    operation.fFlags = FOF_NOCONFIRMATION | FOF_NOERRORUI;
+    operation.lpszProgressTitle = nullptr;
+    return static_cast<err::Win32Error>(::SHFileOperationW(&operation));
   }
 };
 

@@ -59,7 +59,7 @@ TEST(ToNativePath, EmbeddedNulIsAnInvalidName) {
   EXPECT_EQ(Failure(std::wstring_view(L"Z:\\a\0b", 6)), err::kInvalidName);
 }
 
-TEST(ToNativePath, UncPathsGoToTheShareMapWhichKnowsNoServerYet) {
+TEST(ToNativePath, UncPathOnAServerTheShareMapDoesNotListIsBadNetPath) {
   EXPECT_EQ(Failure(L"\\\\server\\share\\profile"), err::kBadNetPath);
 }
 

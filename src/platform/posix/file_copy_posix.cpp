@@ -1,0 +1,118 @@
+#include "platform/posix/file_copy_posix.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <vector>
+
+#include "platform/file_system.h"
+#include "platform/posix/errno_win32.h"
+#include "platform/posix/file_info_posix.h"
+
+namespace tw::posix {
+namespace {
+
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  ~Descriptor() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  int get() const { return fd_; }
+
+ private:
+  int fd_;
+};
+
+// Copies by reading and writing; errno is left set on failure.
+bool CopyByReading(int in, int out) {
+  std::vector<char> buffer(1 << 16);
+  for (;;) {
+    const ssize_t count = ::read(in, buffer.data(), buffer.size());
+    if (count < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    if (count == 0) return true;
+    ssize_t done = 0;
+    while (done < count) {
+      const ssize_t put =
+          ::write(out, buffer.data() + done, static_cast<std::size_t>(count - done));
+      if (put < 0) {
+        if (errno == EINTR) continue;
+        return false;
+      }
+      done += put;
+    }
+  }
+}
+
+// Copies through copy_file_range, falling back to reading and writing where the kernel or the
+// file systems cannot (nothing has been copied then).
+bool CopyContent(int in, int out) {
+  bool copiedAny = false;
+  for (;;) {
+    const ssize_t count = ::copy_file_range(in, nullptr, out, nullptr, 1 << 30, 0);
+    if (count > 0) {
+      copiedAny = true;
+      continue;
+    }
+    if (count == 0) return true;
+    if (errno == EINTR) continue;
+    if (!copiedAny && (errno == EXDEV || errno == ENOSYS || errno == EINVAL ||
+                       errno == EOPNOTSUPP || errno == EBADF || errno == EPERM)) {
+      return CopyByReading(in, out);
+    }
+    return false;
+  }
+}
+
+}  // namespace
+
+err::Win32Error CopyNativeFile(const std::string& source, const std::string& target,
+                               bool failIfExists) {
+  const Descriptor in(::open(source.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  if (in.get() < 0) return PathError(source);
+  struct stat sourceInfo {};
+  if (::fstat(in.get(), &sourceInfo) != 0) return Win32ErrorFromErrno(errno);
+  if (S_ISDIR(sourceInfo.st_mode)) return err::kAccessDenied;
+
+  struct stat targetInfo {};
+  const bool targetExists = ::lstat(target.c_str(), &targetInfo) == 0;
+  if (targetExists) {
+    if (failIfExists) return err::kFileExists;
+    if (targetInfo.st_dev == sourceInfo.st_dev && targetInfo.st_ino == sourceInfo.st_ino)
+      return err::kSharingViolation;  // a file copied onto itself is in use by the copy
+    if (S_ISDIR(targetInfo.st_mode)) return err::kAccessDenied;
+    std::uint32_t stored = 0;
+    if (S_ISREG(targetInfo.st_mode) && ReadStoredAttributes(target, stored) &&
+        (stored & file_attr::kReadOnly) != 0)
+      return err::kAccessDenied;
+  }
+
+  const int createFlags = targetExists ? O_TRUNC : (O_CREAT | O_EXCL);
+  const Descriptor out(::open(target.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC | createFlags,
+                              sourceInfo.st_mode & 07777));
+  if (out.get() < 0) return PathError(target);
+  if (!CopyContent(in.get(), out.get())) {
+    const err::Win32Error error = Win32ErrorFromErrno(errno);
+    if (!targetExists) ::unlink(target.c_str());
+    return error;
+  }
+
+  std::uint32_t attributes = 0;
+  if (ReadStoredAttributes(source, attributes)) {
+    WriteStoredAttributes(target, attributes);
+  } else {
+    RemoveStoredAttributes(target);
+  }
+  const struct timespec times[2] = {sourceInfo.st_atim, sourceInfo.st_mtim};
+  ::futimens(out.get(), times);  // as CopyFileW, the copy keeps the last-write time
+  return err::kSuccess;
+}
+
+}  // namespace tw::posix

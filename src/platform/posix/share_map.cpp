@@ -1,0 +1,161 @@
+#include "platform/posix/share_map.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <fstream>
+#include <mutex>
+#include <sstream>
+
+#include "base/format.h"
+#include "base/text_encoding.h"
+#include "base/wide_string.h"
+
+namespace tw::posix {
+namespace {
+
+constexpr char kDefaultShareMapFile[] = "/etc/tarnwick/shares.conf";
+
+std::string_view Trim(std::string_view text) {
+  while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+  while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\r'))
+    text.remove_suffix(1);
+  return text;
+}
+
+// "\\server\share" cut into its two names; false when it has another shape.
+bool ParseUncRoot(std::string_view text, std::wstring& server, std::wstring& share) {
+  if (text.size() < 2 || text[0] != '\\' || text[1] != '\\') return false;
+  text.remove_prefix(2);
+  const std::size_t slash = text.find('\\');
+  if (slash == std::string_view::npos || slash == 0) return false;
+  const std::string_view shareName = text.substr(slash + 1);
+  if (shareName.empty() || shareName.find('\\') != std::string_view::npos) return false;
+  server = Utf8ToWide(text.substr(0, slash));
+  share = Utf8ToWide(shareName);
+  return true;
+}
+
+struct ProcessState {
+  std::mutex mutex;
+  bool loaded = false;
+  bool usable = true;
+  std::wstring problem;
+  std::string testFile;
+  ShareMap map;
+};
+
+ProcessState& State() {
+  static ProcessState* state = new ProcessState;  // lives until the process ends
+  return *state;
+}
+
+void Load(ProcessState& state) {
+  state.loaded = true;
+  state.usable = true;
+  state.problem.clear();
+  state.map = ShareMap();
+  std::string file = state.testFile;
+  bool named = !file.empty();
+  if (file.empty()) {
+    const char* variable = std::getenv("TARNWICK_SHARES");
+    named = variable != nullptr && *variable != '\0';
+    file = named ? variable : kDefaultShareMapFile;
+  }
+  struct stat info {};
+  if (!named && ::stat(file.c_str(), &info) != 0 && errno == ENOENT) return;  // no shares
+  std::ifstream in(file, std::ios::binary);
+  if (!in) {
+    state.usable = false;
+    state.problem = Format(L"Share map \"%s\" cannot be read", Utf8ToWide(file));
+    return;
+  }
+  std::ostringstream content;
+  content << in.rdbuf();
+  if (!state.map.Parse(content.str(), file, state.problem)) {
+    state.usable = false;
+    state.map = ShareMap();
+  }
+}
+
+}  // namespace
+
+bool ShareMap::Parse(std::string_view text, std::string_view source, std::wstring& problem) {
+  entries_.clear();
+  problem.clear();
+  int lineNumber = 0;
+  while (!text.empty()) {
+    ++lineNumber;
+    const std::size_t end = text.find('\n');
+    const std::string_view line = Trim(text.substr(0, end));
+    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+    if (line.empty() || line.front() == '#') continue;
+
+    const std::size_t equals = line.find('=');
+    ShareMapEntry entry;
+    const char* what = nullptr;
+    if (equals == std::string_view::npos) {
+      what = "expected \\\\server\\share = /absolute/folder";
+    } else if (!ParseUncRoot(Trim(line.substr(0, equals)), entry.server, entry.share)) {
+      what = "the share must be written \\\\server\\share";
+    } else {
+      std::string_view folder = Trim(line.substr(equals + 1));
+      if (folder.empty() || folder.front() != '/') {
+        what = "the folder must be an absolute path";
+      } else {
+        while (folder.size() > 1 && folder.back() == '/') folder.remove_suffix(1);
+        entry.folder.assign(folder);
+      }
+    }
+    if (what != nullptr) {
+      problem = Format(L"Share map \"%s\", line %d: %s", Utf8ToWide(source), lineNumber,
+                       Utf8ToWide(what));
+      entries_.clear();
+      return false;
+    }
+    entries_.push_back(std::move(entry));
+  }
+  return true;
+}
+
+bool ShareMap::Find(std::wstring_view server, std::wstring_view share, std::string& folder,
+                    err::Win32Error& error) const {
+  bool serverKnown = false;
+  for (const ShareMapEntry& entry : entries_) {
+    if (!EqualsNoCase(entry.server, server)) continue;
+    serverKnown = true;
+    if (EqualsNoCase(entry.share, share)) {
+      folder = entry.folder;
+      error = err::kSuccess;
+      return true;
+    }
+  }
+  folder.clear();
+  error = serverKnown ? err::kBadNetName : err::kBadNetPath;
+  return false;
+}
+
+bool LoadProcessShareMap(std::wstring& problem) {
+  ProcessState& state = State();
+  const std::lock_guard<std::mutex> guard(state.mutex);
+  if (!state.loaded) Load(state);
+  problem = state.problem;
+  return state.usable;
+}
+
+const ShareMap& ProcessShareMap() {
+  ProcessState& state = State();
+  const std::lock_guard<std::mutex> guard(state.mutex);
+  if (!state.loaded) Load(state);
+  return state.map;
+}
+
+void UseShareMapFileForTesting(const std::string& file) {
+  ProcessState& state = State();
+  const std::lock_guard<std::mutex> guard(state.mutex);
+  state.testFile = file;
+  state.loaded = false;
+}
+
+}  // namespace tw::posix

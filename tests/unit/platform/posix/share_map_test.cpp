@@ -1,0 +1,139 @@
+// The share map: UNC paths to local folders, names found ignoring case, and its errors.
+#include "platform/posix/share_map.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "fakes/sized_file.h"
+#include "platform/file_system.h"
+#include "platform/posix/native_path.h"
+
+namespace tw::posix {
+namespace {
+
+using testing::ScratchFolder;
+
+TEST(ShareMapParse, ReadsSharesAndSkipsCommentsAndBlankLines) {
+  ShareMap map;
+  std::wstring problem;
+  ASSERT_TRUE(
+      map.Parse("# shares\n\n  \\\\FileServer\\Profiles = /srv/profiles/ \r\n"
+                "\\\\fileserver\\Data=/srv/data\n\t# more\n",
+                "shares.conf", problem))
+      << problem;
+  EXPECT_TRUE(problem.empty());
+  ASSERT_EQ(map.entries().size(), 2u);
+  EXPECT_EQ(map.entries()[0].server, L"FileServer");
+  EXPECT_EQ(map.entries()[0].share, L"Profiles");
+  EXPECT_EQ(map.entries()[0].folder, "/srv/profiles");
+  EXPECT_EQ(map.entries()[1].folder, "/srv/data");
+}
+
+TEST(ShareMapParse, MalformedLineIsReportedWithItsNumber) {
+  ShareMap map;
+  std::wstring problem;
+  EXPECT_FALSE(map.Parse("# ok\n\\\\a\\b = /x\n\\\\a\\c /y\n", "/etc/s.conf", problem));
+  EXPECT_EQ(problem,
+            L"Share map \"/etc/s.conf\", line 3: expected \\\\server\\share = /absolute/folder");
+  EXPECT_TRUE(map.entries().empty());
+  EXPECT_FALSE(map.Parse("\\\\a\\b = relative/x\n", "m", problem));
+  EXPECT_EQ(problem, L"Share map \"m\", line 1: the folder must be an absolute path");
+  EXPECT_FALSE(map.Parse("\n\n\\\\onlyserver = /x\n", "m", problem));
+  EXPECT_EQ(problem, L"Share map \"m\", line 3: the share must be written \\\\server\\share");
+  EXPECT_FALSE(map.Parse("\\\\a\\b\\c = /x\n", "m", problem));
+  EXPECT_FALSE(map.Parse("a\\b = /x\n", "m", problem));
+}
+
+TEST(ShareMapFind, NamesMatchIgnoringCaseAndUnknownNamesGiveWindowsErrors) {
+  ShareMap map;
+  std::wstring problem;
+  ASSERT_TRUE(map.Parse("\\\\FileServer\\Profiles = /srv/p\n\\\\fileserver\\profiles = /other\n",
+                        "m", problem));
+  std::string folder;
+  err::Win32Error error = err::kSuccess;
+  EXPECT_TRUE(map.Find(L"FILESERVER", L"profiles", folder, error));
+  EXPECT_EQ(folder, "/srv/p");  // the first line counts
+  EXPECT_FALSE(map.Find(L"otherserver", L"profiles", folder, error));
+  EXPECT_EQ(error, err::kBadNetPath);
+  EXPECT_FALSE(map.Find(L"fileserver", L"nosuchshare", folder, error));
+  EXPECT_EQ(error, err::kBadNetName);
+}
+
+class ShareMapFileTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    root = folder.path() / "srv";
+    std::filesystem::create_directories(root / "ALICE" / "AppData");
+    std::ofstream(root / "ALICE" / "NTUSER.DAT") << "hive";
+    WriteMap("# test shares\n\\\\FileServer\\Profiles = " + root.string() + "\n");
+  }
+  void TearDown() override { UseShareMapFileForTesting(""); }
+  void WriteMap(const std::string& text) {
+    const std::filesystem::path map = folder.path() / "shares.conf";
+    std::ofstream(map, std::ios::binary | std::ios::trunc) << text;
+    UseShareMapFileForTesting(map.string());
+  }
+  err::Win32Error Map(std::wstring_view path, std::string& native) {
+    err::Win32Error error = err::kSuccess;
+    native.clear();
+    ToNativePath(path, native, error);
+    return error;
+  }
+
+  ScratchFolder folder;
+  std::filesystem::path root;
+};
+
+TEST_F(ShareMapFileTest, LowerCasedUncPathFindsTheFolderInItsOwnCase) {
+  std::string native;
+  ASSERT_EQ(Map(L"\\\\fileserver\\profiles\\alice", native), err::kSuccess);
+  EXPECT_EQ(native, (root / "ALICE").string());
+  ASSERT_EQ(Map(L"\\\\FileServer\\Profiles\\Alice\\ntuser.dat", native), err::kSuccess);
+  EXPECT_EQ(native, (root / "ALICE" / "NTUSER.DAT").string());
+  ASSERT_EQ(Map(L"\\\\?\\UNC\\fileserver\\profiles\\alice\\appdata", native), err::kSuccess);
+  EXPECT_EQ(native, (root / "ALICE" / "AppData").string());
+  EXPECT_TRUE(ProcessFileSystem().PathExists(L"\\\\fileserver\\profiles\\alice\\ntuser.dat"));
+}
+
+TEST_F(ShareMapFileTest, MissingNamesStayAsGivenSoTheyCanBeCreated) {
+  std::string native;
+  ASSERT_EQ(Map(L"\\\\fileserver\\profiles\\alice\\New Folder\\Sub", native), err::kSuccess);
+  EXPECT_EQ(native, (root / "ALICE" / "New Folder" / "Sub").string());
+  ASSERT_EQ(Map(L"\\\\fileserver\\profiles", native), err::kSuccess);
+  EXPECT_EQ(native, root.string());
+}
+
+TEST_F(ShareMapFileTest, UnknownServerAndShareGive53And67) {
+  std::string native;
+  EXPECT_EQ(Map(L"\\\\nosuchserver\\profiles\\alice", native), err::kBadNetPath);
+  EXPECT_EQ(Map(L"\\\\fileserver\\nosuchshare\\alice", native), err::kBadNetName);
+  EXPECT_EQ(ProcessFileSystem().PathExists(L"\\\\nosuchserver\\profiles"), false);
+  std::uint32_t attributes = 0;
+  EXPECT_EQ(ProcessFileSystem().GetAttributes(L"\\\\fileserver\\nosuchshare\\x", attributes),
+            err::kBadNetName);
+}
+
+TEST_F(ShareMapFileTest, MalformedMapIsNotUsedAndItsProblemIsReported) {
+  WriteMap("\\\\FileServer\\Profiles = " + root.string() + "\n\nbroken line\n");
+  std::wstring problem;
+  EXPECT_FALSE(LoadProcessShareMap(problem));
+  EXPECT_NE(problem.find(L"line 3: expected"), std::wstring::npos) << problem;
+  std::string native;
+  EXPECT_EQ(Map(L"\\\\fileserver\\profiles\\alice", native), err::kBadNetPath);
+  WriteMap("\\\\FileServer\\Profiles = " + root.string() + "\n");
+  EXPECT_TRUE(LoadProcessShareMap(problem));
+  EXPECT_TRUE(problem.empty());
+}
+
+TEST_F(ShareMapFileTest, UnreadableMapFileIsReported) {
+  UseShareMapFileForTesting((folder.path() / "missing.conf").string());
+  std::wstring problem;
+  EXPECT_FALSE(LoadProcessShareMap(problem));
+  EXPECT_NE(problem.find(L"cannot be read"), std::wstring::npos);
+}
+
+}  // namespace
+}  // namespace tw::posix
