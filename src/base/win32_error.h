@@ -67,6 +67,7 @@ constexpr Win32Error kNotFound = 1168;
 constexpr Win32Error kNoNetwork = 1222;
 constexpr Win32Error kNetworkUnreachable = 1231;
 constexpr Win32Error kNotAllAssigned = 1300;
+constexpr Win32Error kUnknownRevision = 1305;
 constexpr Win32Error kInvalidOwner = 1307;
 constexpr Win32Error kNoSuchPrivilege = 1313;
 constexpr Win32Error kPrivilegeNotHeld = 1314;
