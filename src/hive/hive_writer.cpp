@@ -19,10 +19,19 @@ using regf::Put64;
 
 std::size_t Align8(std::size_t n) { return (n + 7) & ~static_cast<std::size_t>(7); }
 
-// Hands out cells in hive bins, growing one byte buffer (the hive bins data).
+// Hands out cells in hive bins, growing one byte buffer: the whole file, whose first
+// kBaseBlockSize bytes are left for the base block (cell offsets count from the end of it).
 class CellAllocator {
  public:
-  explicit CellAllocator(std::uint64_t timestamp) : timestamp_(timestamp) {}
+  explicit CellAllocator(std::uint64_t timestamp)
+      : data_(regf::kBaseBlockSize, 0),
+        pos_(regf::kBaseBlockSize),
+        binEnd_(pos_),
+        timestamp_(timestamp) {}
+
+  // Reserves room for `bytes` of hive bins, so that the buffer is never moved while it grows
+  // (a move would briefly hold two copies). Memory reserved but not written is not touched.
+  void Reserve(std::size_t bytes) { data_.reserve(regf::kBaseBlockSize + bytes); }
 
   // A new allocated cell with room for `payload` bytes; returns its offset.
   std::uint32_t Allocate(std::size_t payload) {
@@ -31,14 +40,16 @@ class CellAllocator {
       CloseBin();
       OpenBin(size);
     }
-    const auto offset = static_cast<std::uint32_t>(pos_);
+    const auto offset = static_cast<std::uint32_t>(pos_ - regf::kBaseBlockSize);
     Put32(data_.data() + pos_, static_cast<std::uint32_t>(-static_cast<std::int64_t>(size)));
     pos_ += size;
     return offset;
   }
 
   // The data of the cell at `offset` (valid until the next allocation).
-  std::uint8_t* At(std::uint32_t offset) { return data_.data() + offset + 4; }
+  std::uint8_t* At(std::uint32_t offset) {
+    return data_.data() + regf::kBaseBlockSize + offset + 4;
+  }
 
   std::vector<std::uint8_t> Finish() {
     CloseBin();
@@ -62,16 +73,16 @@ class CellAllocator {
     bin[1] = 'b';
     bin[2] = 'i';
     bin[3] = 'n';
-    Put32(bin + regf::kBinOffset, static_cast<std::uint32_t>(start));
+    Put32(bin + regf::kBinOffset, static_cast<std::uint32_t>(start - regf::kBaseBlockSize));
     Put32(bin + regf::kBinSize, static_cast<std::uint32_t>(binSize));
-    if (start == 0) Put64(bin + regf::kBinTimestamp, timestamp_);
+    if (start == regf::kBaseBlockSize) Put64(bin + regf::kBinTimestamp, timestamp_);
     pos_ = start + regf::kBinHeaderSize;
     binEnd_ = start + binSize;
   }
 
   std::vector<std::uint8_t> data_;
-  std::size_t pos_ = 0;
-  std::size_t binEnd_ = 0;
+  std::size_t pos_;
+  std::size_t binEnd_;
   std::uint64_t timestamp_;
 };
 
@@ -85,12 +96,55 @@ class Writer {
   explicit Writer(std::uint64_t now) : cells_(now) {}
 
   std::vector<std::uint8_t> Run(const Key& root, std::uint32_t* rootOffset) {
+    cells_.Reserve(BinsUpperBound(root));
     *rootOffset = WriteKey(root, regf::kNoCell, true);
     LinkSecurityCells();
     return cells_.Finish();
   }
 
  private:
+  static std::size_t CellBound(std::size_t payload) { return Align8(payload + 4); }
+
+  // An upper bound of the hive bins' size: every cell the tree can need (a security cell for
+  // every key, names counted at two UTF-16 units per character), twice over (the tail of a bin
+  // left free is smaller than the cell that did not fit), plus a bin header per cell.
+  static std::size_t BinsUpperBound(const Key& root) {
+    std::size_t cells = 0;
+    std::size_t count = 0;
+    const auto add = [&](std::size_t payload) {
+      cells += CellBound(payload);
+      ++count;
+    };
+    std::vector<const Key*> stack{&root};
+    while (!stack.empty()) {
+      const Key& key = *stack.back();
+      stack.pop_back();
+      add(regf::kNkName + 4 * key.name.size());
+      add(4 * key.className.size());
+      const SecurityBytes& sd = key.security ? *key.security : DefaultSecurityDescriptor();
+      add(regf::kSkDescriptor + sd.size());
+      add(4 * key.values.size());
+      for (const Value& value : key.values) {
+        add(regf::kVkName + 4 * value.name.size());
+        const std::size_t size = value.data.size();
+        if (size > regf::kBigDataSegment) {
+          const std::size_t segments = (size + regf::kBigDataSegment - 1) / regf::kBigDataSegment;
+          for (std::size_t i = 0; i < segments; ++i) add(regf::kBigDataSegment);
+          add(4 * segments);
+          add(regf::kDbHeaderSize);
+        } else if (size > 4) {
+          add(size);
+        }
+      }
+      const std::size_t children = key.children.size();
+      const std::size_t leaves = children / regf::kMaxLeafEntries + 1;
+      add(4 + 8 * children + 4 * leaves);
+      for (std::size_t i = 0; i < leaves; ++i) add(4);
+      for (const auto& child : key.children) stack.push_back(child.get());
+    }
+    return 2 * cells + regf::kBinHeaderSize * count + regf::kBinAlignment;
+  }
+
   std::uint32_t WriteKey(const Key& key, std::uint32_t parent, bool isRoot) {
     const bool compressed = FitsLatin1(key.name);
     std::vector<std::uint8_t> name;
@@ -319,8 +373,8 @@ std::uint32_t FormatMinorForOsVersion(std::uint32_t major, std::uint32_t minor) 
 std::vector<std::uint8_t> SerializeHive(const Key& root, std::uint32_t formatMinor,
                                         std::wstring_view fileName, std::uint64_t now) {
   std::uint32_t rootOffset = 0;
-  std::vector<std::uint8_t> bins = Writer(now).Run(root, &rootOffset);
-  std::vector<std::uint8_t> file(regf::kBaseBlockSize + bins.size(), 0);
+  std::vector<std::uint8_t> file = Writer(now).Run(root, &rootOffset);
+  const std::size_t binsSize = file.size() - regf::kBaseBlockSize;
   std::uint8_t* base = file.data();
   base[0] = 'r';
   base[1] = 'e';
@@ -334,7 +388,7 @@ std::vector<std::uint8_t> SerializeHive(const Key& root, std::uint32_t formatMin
   Put32(base + regf::kBaseFileType, 0);
   Put32(base + regf::kBaseFileFormat, 1);
   Put32(base + regf::kBaseRootCell, rootOffset);
-  Put32(base + regf::kBaseDataSize, static_cast<std::uint32_t>(bins.size()));
+  Put32(base + regf::kBaseDataSize, static_cast<std::uint32_t>(binsSize));
   Put32(base + regf::kBaseClustering, 1);
   std::u16string name = ToUtf16(fileName);
   constexpr std::size_t kMaxNameUnits = regf::kBaseFileNameBytes / 2 - 1;
@@ -349,7 +403,6 @@ std::vector<std::uint8_t> SerializeHive(const Key& root, std::uint32_t formatMin
   Put32(base + regf::kBaseOfflineFlags, 1);
   Put64(base + regf::kBaseSerializationTime, now);
   Put32(base + regf::kBaseChecksum, regf::BaseBlockChecksum(base));
-  std::copy(bins.begin(), bins.end(), file.begin() + regf::kBaseBlockSize);
   return file;
 }
 

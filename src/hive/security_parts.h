@@ -17,6 +17,9 @@
 //   bit is not inherited; an empty DACL results when nothing is inheritable;
 // - no SACL.
 // A parent whose descriptor cannot be parsed is treated as having the default descriptor.
+// A parent whose inheritable entries would make a child DACL over 64 KB cannot have children
+// created without a descriptor: InheritedSecurity throws HResultError, which the offline-registry
+// functions report as ERROR_INVALID_PARAMETER.
 #pragma once
 
 #include <cstddef>
