@@ -24,6 +24,8 @@ FileOpenRequest BackupReadRequest() {
   request.shareWrite = true;
   request.shareDelete = false;
   request.disposition = CreationDisposition::kOpenExisting;
+  request.attributes = 0;  // only the flag; OPEN_EXISTING creates nothing
+  request.backupSemantics = true;
   return request;
 }
 

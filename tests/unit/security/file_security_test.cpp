@@ -112,6 +112,15 @@ TEST_F(FileSecurityTest, TakeOwnershipKeepsOldSecurityAndGrantsFullControl) {
   EXPECT_TRUE(log.messages().empty());
 }
 
+TEST_F(FileSecurityTest, TakeOwnershipOpensAFolderWithBackupSemantics) {
+  port.SetObject(kFolder, AnnasDescriptor());
+  SelfRelativeDescriptor saved;
+  ASSERT_EQ(security.TakeOwnership(kFolder, saved, true), hr::kOk);
+  EXPECT_EQ(port.Object(kFolder)->owner, Admin());
+  EXPECT_EQ(saved, SelfRelativeDescriptor::FromAbsolute(AnnasDescriptor()));
+  EXPECT_EQ(files.OpenHandles(), 0);
+}
+
 TEST_F(FileSecurityTest, TakeOwnershipWithoutFullControlWritesOnlyTheOwner) {
   SelfRelativeDescriptor saved;
   ASSERT_EQ(security.TakeOwnership(kFile, saved, false), hr::kOk);

@@ -93,6 +93,17 @@ TEST_F(PosixFileSecurityTest, TakeOwnershipThenApplySecurityRestoresExactly) {
   EXPECT_EQ(Read("profile/ntuser.dat"), before);
 }
 
+TEST_F(PosixFileSecurityTest, FolderOwnershipIsTakenAndRestored) {
+  ASSERT_EQ(::mkdir(folder.Child("anna").c_str(), 0750), 0);
+  Write("anna", Anna(), MakeAcl({Ace::Allowed(0x1F01FF, Anna(), 3)}), DaclProtection::kProtected);
+  const SecurityDescriptor before = Read("anna");
+  SelfRelativeDescriptor saved;
+  ASSERT_EQ(security.TakeOwnership(Win("anna"), saved, true), hr::kOk);
+  EXPECT_EQ(Read("anna").owner, currentUserSid.sid());
+  ASSERT_EQ(security.ApplySecurity(Win("anna"), saved), hr::kOk);
+  EXPECT_EQ(Read("anna"), before);
+}
+
 TEST_F(PosixFileSecurityTest, FileWithoutStoredDescriptorRoundTrips) {
   folder.WriteFile("plain.txt", "p");
   const SecurityDescriptor before = Read("plain.txt");
