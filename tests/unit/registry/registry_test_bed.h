@@ -18,7 +18,9 @@
 #include "fakes/log_capture.h"
 #include "fakes/process_runner.h"
 #include "fakes/temp_folder.h"
+#include "platform/file_system.h"
 #include "platform/posix/native_path.h"
+#include "platform/security_port.h"
 #include "profile/migration_context.h"
 #include "security/codec/ace.h"
 #include "security/codec/acl.h"
@@ -140,5 +142,33 @@ struct RegistryTestBed {
   LogCapture log;
   TempFolder folder;
 };
+
+// A migration context over the process's real file-system and security ports (temporary files
+// named in Windows form) and the fake offline-registry table.
+struct RealFilesTestBed {
+  MigrationSettings settings;
+  FakeOffreg fake;
+  MigrationContext context{&settings, ProcessFileSystem(), ProcessSecurityPort(), fake.offreg()};
+  LogCapture log;
+  TempFolder folder;
+};
+
+// UTF-16LE text as the hex list of a .reg file ("41,00,42,00"), with a terminating zero when
+// `terminated`.
+inline std::string RegHex(const std::wstring& text, bool terminated = true) {
+  static const char* digits = "0123456789abcdef";
+  std::string out;
+  std::wstring all = text;
+  if (terminated) all.push_back(L'\0');
+  for (const wchar_t c : all) {
+    for (const unsigned byte :
+         {static_cast<unsigned>(c) & 0xFFu, (static_cast<unsigned>(c) >> 8) & 0xFFu}) {
+      if (!out.empty()) out.push_back(',');
+      out.push_back(digits[byte >> 4]);
+      out.push_back(digits[byte & 15]);
+    }
+  }
+  return out;
+}
 
 }  // namespace tw::testing

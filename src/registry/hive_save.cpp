@@ -1,0 +1,155 @@
+#include "registry/hive_save.h"
+
+#include "base/shell_path.h"
+#include "log/log.h"
+#include "platform/file_system.h"
+#include "platform/security_port.h"
+#include "registry/offreg_calls.h"
+#include "security/file_security.h"
+#include "security/self_relative_descriptor.h"
+
+namespace tw {
+
+using registry::kNoOrKey;
+
+bool HiveFormatForVersion(std::int32_t targetVersion, HiveFormatVersion& format) {
+  switch (targetVersion) {
+    case 2:
+      format = {6, 1};
+      return true;
+    case 3:
+      format = {6, 2};
+      return true;
+    case 4:
+      format = {6, 3};
+      return true;
+    case 5:
+    case 6:
+      format = {10, 0};
+      return true;
+    default:
+      return false;
+  }
+}
+
+err::Win32Error SaveTargetHive(MigrationContext& context, OrKey& hive, std::int32_t targetVersion,
+                               const std::wstring& hiveFilePath) {
+  const COffregWrapper& offreg = context.offreg;
+  FileSystem& files = context.files;
+
+  // 1. The format; a version the program never passes is refused before anything is touched.
+  HiveFormatVersion format;
+  if (!HiveFormatForVersion(targetVersion, format)) return err::kInvalidParameter;
+
+  // 2. "<folder of the hive>\~mighive.dat".
+  std::wstring temporaryPath = hiveFilePath;
+  PathRemoveFileSpecW(temporaryPath);
+  PathAddBackslashW(temporaryPath);
+  PathAppendW(temporaryPath, kTemporaryHiveName);
+
+  // 3. Save; a failure falls through to the copy, which then fails and is logged (intended).
+  if (hive != kNoOrKey) {
+    const OrDword saved =
+        registry::CallSaveHive(offreg, hive, temporaryPath.c_str(), format.major, format.minor);
+    if (saved != err::kSuccess) {
+      Log(L"Failed saving hive file (0x%08X): %s", HResultFromWin32(saved), temporaryPath);
+    }
+  }
+
+  // 4. The hive is closed; the caller's handle is -1 until the re-open.
+  if (hive != kNoOrKey) registry::CallCloseHive(offreg, hive);
+  hive = kNoOrKey;
+
+  // 5. The hive file's owner and DACL, to put back after the copy.
+  FileSecurity fileSecurity(files, context.security);
+  SelfRelativeDescriptor savedSecurity;
+  err::Win32Error readError = err::kSuccess;
+  if (!fileSecurity.ReadFileSecurity(hiveFilePath, savedSecurity, readError) &&
+      readError != err::kSuccess) {
+    Log(L"Failed getting security descriptor (0x%08X): %s", HResultFromWin32(readError),
+        hiveFilePath);
+    files.DeleteFileAt(temporaryPath);
+    return readError;
+  }
+
+  // 6. Attributes, with READONLY and HIDDEN cleared for the copy.
+  std::uint32_t attributes = file_attr::kInvalid;
+  files.GetAttributes(hiveFilePath, attributes);
+  const err::Win32Error cleared =
+      files.SetAttributes(hiveFilePath, attributes & ~(file_attr::kReadOnly | file_attr::kHidden));
+  if (cleared != err::kSuccess) {
+    Log(L"Failed setting attribute (0x%08X): %s", HResultFromWin32(cleared), hiveFilePath);
+    files.DeleteFileAt(temporaryPath);
+    return cleared;
+  }
+
+  // 7. The saved hive replaces the file.
+  const err::Win32Error copied = files.CopyFileTo(temporaryPath, hiveFilePath, false);
+  if (copied != err::kSuccess) {
+    Log(L"Failed copying %s --> %s (0x%08X)", temporaryPath, hiveFilePath,
+        HResultFromWin32(copied));
+    files.DeleteFileAt(temporaryPath);
+    return copied;
+  }
+
+  // 8. The temporary file goes; the attributes come back.
+  files.DeleteFileAt(temporaryPath);
+  const err::Win32Error restored = files.SetAttributes(hiveFilePath, attributes);
+  if (restored != err::kSuccess) {
+    Log(L"Failed setting attribute (0x%08X): %s", HResultFromWin32(restored), hiveFilePath);
+    return restored;
+  }
+
+  // 9. Open the new file for writing its security.
+  FileOpenRequest request;
+  request.read = false;
+  request.write = true;
+  request.shareRead = true;
+  request.disposition = CreationDisposition::kOpenExisting;
+  FileHandle opened = kInvalidFileHandle;
+  const err::Win32Error openError = files.Open(hiveFilePath, request, opened);
+  if (openError != err::kSuccess) {
+    Log(L"Failed opening newly created hive (0x%08X): %s", HResultFromWin32(openError),
+        hiveFilePath);
+    return openError;
+  }
+  UniqueFileHandle file(files, opened);
+
+  err::Win32Error lastError = err::kSuccess;
+  const security::SecurityDescriptor kept = savedSecurity.ToAbsolute();
+
+  // 10. The owner, when the saved descriptor has one.
+  if (kept.owner.has_value()) {
+    SecurityWrite ownerWrite;
+    ownerWrite.writeOwner = true;
+    ownerWrite.owner = kept.owner;
+    const err::Win32Error ownerError =
+        context.security.WriteNamedSecurity(hiveFilePath, ownerWrite);
+    if (ownerError != err::kSuccess) {
+      Log(L"Failed setting owner SID (0x%08X): %s", HResultFromWin32(ownerError), hiveFilePath);
+      lastError = ownerError;
+    }
+  }
+
+  // 11. The DACL; one that is present but null, or absent, is written as the NULL DACL.
+  SecurityWrite daclWrite;
+  daclWrite.writeDacl = true;
+  if (kept.HasDacl()) daclWrite.dacl = kept.dacl;
+  daclWrite.protection = DaclProtection::kKeep;
+  const err::Win32Error daclError = context.security.WriteNamedSecurity(hiveFilePath, daclWrite);
+  if (daclError != err::kSuccess) {
+    Log(L"Failed setting DACL (0x%08X): %s", HResultFromWin32(daclError), hiveFilePath);
+    lastError = daclError;
+  }
+
+  // 12. Close, and re-open the saved hive for the caller.
+  file.reset();
+  if (lastError == err::kSuccess) {
+    lastError = registry::CallOpenHive(offreg, hiveFilePath.c_str(), &hive);
+  }
+
+  // 13. The saved descriptor is freed with its object.
+  return lastError;
+}
+
+}  // namespace tw
