@@ -1,0 +1,144 @@
+#include "registry/hive_save.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "base/win32_error.h"
+#include "registry/offreg_calls.h"
+#include "registry_test_bed.h"
+
+namespace tw {
+namespace {
+
+using ::testing::ElementsAre;
+using testing::ExportHive;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using testing::MakeDescriptor;
+using testing::MakeHive;
+using testing::OffregFunction;
+using testing::RealFilesTestBed;
+using testing::WinPath;
+
+class HiveSaveTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    MakeHive(file, "[\\Software]\n\"Old\"=\"o\"\n\n");
+    ASSERT_EQ(bed.fake.offreg().OROpenHive(path.c_str(), &hive), 0u);
+    // A change to be saved.
+    std::vector<std::uint8_t> data = {'n', 0, 0, 0};
+    ASSERT_EQ(bed.fake.offreg().ORSetValue(hive, L"New", 1, data.data(), 4), 0u);
+  }
+  void TearDown() override {
+    if (hive != nullptr && hive != registry::kNoOrKey) bed.fake.offreg().ORCloseHive(hive);
+  }
+
+  RealFilesTestBed bed;
+  std::filesystem::path file = bed.folder.path() / "profile" / "ntuser.dat";
+  std::wstring path = WinPath(file);
+  OrKey hive = nullptr;
+};
+
+TEST_F(HiveSaveTest, AHiddenHiveKeepsItsAttributesOwnerAndDaclAndIsReopened) {
+  FileSystem& files = bed.context.files;
+  SecurityWrite write;
+  write.writeDacl = true;
+  security::SecurityDescriptor custom;
+  // The running user keeps full access (on Linux the DACL also decides the mode bits).
+  const std::wstring user = bed.context.security.CurrentUserSid().value().ToString();
+  ASSERT_EQ(security::ParseSelfRelative(
+                MakeDescriptor(nullptr, {user.c_str(), L"S-1-5-21-3-3-3-1003"}), &custom),
+            0u);
+  write.dacl = custom.dacl;
+  ASSERT_EQ(bed.context.security.WriteNamedSecurity(path, write), 0u);
+  security::SecurityDescriptor before;
+  ASSERT_EQ(bed.context.security.ReadNamedSecurity(path, before), 0u);
+  ASSERT_EQ(files.SetAttributes(path, file_attr::kHidden | file_attr::kArchive), 0u);
+
+  EXPECT_EQ(SaveTargetHive(bed.context, hive, 2, path), 0u);
+  EXPECT_THAT(bed.log.messages(), IsEmpty());
+  std::uint32_t attributes = 0;
+  ASSERT_EQ(files.GetAttributes(path, attributes), 0u);
+  EXPECT_EQ(attributes & (file_attr::kReadOnly | file_attr::kHidden), file_attr::kHidden);
+  security::SecurityDescriptor after;
+  ASSERT_EQ(bed.context.security.ReadNamedSecurity(path, after), 0u);
+  EXPECT_EQ(after.owner, before.owner);
+  EXPECT_EQ(after.dacl, before.dacl);
+  // The new content, read independently; the temporary file is gone; the handle is the re-opened
+  // hive.
+  EXPECT_THAT(ExportHive(file), HasSubstr("\"New\"="));
+  EXPECT_FALSE(std::filesystem::exists(file.parent_path() / "~mighive.dat"));
+  ASSERT_NE(hive, registry::kNoOrKey);
+  OrKey software = nullptr;
+  EXPECT_EQ(bed.fake.offreg().OROpenKey(hive, L"Software", &software), 0u);
+  bed.fake.offreg().ORCloseKey(software);
+}
+
+// The attributes are put back before the file is opened for writing its security, so a
+// read-only hive is replaced and keeps READONLY and HIDDEN, but the open for writing is then
+// refused (as CreateFileW refuses GENERIC_WRITE on a read-only file): the order of the steps is
+// kept as it is.
+TEST_F(HiveSaveTest, AReadOnlyHiddenHiveKeepsItsAttributesAndTheOpenForSecurityIsRefused) {
+  FileSystem& files = bed.context.files;
+  ASSERT_EQ(files.SetAttributes(path, file_attr::kReadOnly | file_attr::kHidden), 0u);
+  EXPECT_EQ(SaveTargetHive(bed.context, hive, 2, path), err::kAccessDenied);
+  EXPECT_THAT(bed.log.messages(),
+              ElementsAre(L"Failed opening newly created hive (0x80070005): " + path));
+  std::uint32_t attributes = 0;
+  ASSERT_EQ(files.GetAttributes(path, attributes), 0u);
+  EXPECT_EQ(attributes & (file_attr::kReadOnly | file_attr::kHidden),
+            file_attr::kReadOnly | file_attr::kHidden);
+  EXPECT_THAT(ExportHive(file), HasSubstr("\"New\"="));
+  EXPECT_EQ(hive, registry::kNoOrKey);
+  hive = nullptr;
+  ASSERT_EQ(files.SetAttributes(path, file_attr::kArchive), 0u);
+}
+
+TEST_F(HiveSaveTest, FormatVersionsFollowTheTargetVersionAndOthersAreAnError) {
+  HiveFormatVersion format;
+  ASSERT_TRUE(HiveFormatForVersion(2, format));
+  EXPECT_EQ(format.major * 10 + format.minor, 61u);
+  ASSERT_TRUE(HiveFormatForVersion(3, format));
+  EXPECT_EQ(format.major * 10 + format.minor, 62u);
+  ASSERT_TRUE(HiveFormatForVersion(4, format));
+  EXPECT_EQ(format.major * 10 + format.minor, 63u);
+  ASSERT_TRUE(HiveFormatForVersion(5, format));
+  EXPECT_EQ(format.major * 10 + format.minor, 100u);
+  ASSERT_TRUE(HiveFormatForVersion(6, format));
+  EXPECT_EQ(format.major * 10 + format.minor, 100u);
+  EXPECT_FALSE(HiveFormatForVersion(1, format));
+  EXPECT_FALSE(HiveFormatForVersion(7, format));
+
+  const OrKey open = hive;
+  EXPECT_EQ(SaveTargetHive(bed.context, hive, 7, path), err::kInvalidParameter);
+  EXPECT_EQ(hive, open);  // untouched, still open for the caller
+  EXPECT_THAT(bed.fake.CallsOf(OffregFunction::kSaveHive), IsEmpty());
+  EXPECT_THAT(bed.log.messages(), IsEmpty());
+}
+
+TEST_F(HiveSaveTest, AStaleTemporaryFileMakesTheSaveFailAndIsThenReplacedByNothing) {
+  // A "~mighive.dat" left over: the save refuses to overwrite it, and the copy then puts the
+  // stale file in place of the hive; it is deleted afterwards.
+  MakeHive(file.parent_path() / "~mighive.dat", "[\\Stale]\n\n");
+  EXPECT_EQ(SaveTargetHive(bed.context, hive, 5, path), 0u);
+  const std::wstring temporary = WinPath(file.parent_path() / "~mighive.dat");
+  EXPECT_THAT(bed.log.messages(),
+              ElementsAre(L"Failed saving hive file (0x800700B7): " + temporary));
+  EXPECT_FALSE(std::filesystem::exists(file.parent_path() / "~mighive.dat"));
+}
+
+TEST_F(HiveSaveTest, AHiveWhoseSecurityCannotBeReadIsNotReplaced) {
+  const std::wstring missing = WinPath(bed.folder.path() / "gone" / "ntuser.dat");
+  EXPECT_EQ(SaveTargetHive(bed.context, hive, 2, missing), err::kPathNotFound);
+  EXPECT_EQ(hive, registry::kNoOrKey);
+  hive = nullptr;
+  EXPECT_THAT(bed.log.messages(),
+              ElementsAre(L"Failed saving hive file (0x80070003): " +
+                              WinPath(bed.folder.path() / "gone" / "~mighive.dat"),
+                          L"Failed getting security descriptor (0x80070003): " + missing));
+}
+
+}  // namespace
+}  // namespace tw
