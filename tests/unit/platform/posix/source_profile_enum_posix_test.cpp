@@ -3,12 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
 #include "fakes/temp_folder.h"
 #include "platform/file_system.h"
 #include "platform/posix/native_path.h"
+#include "platform/posix/share_map.h"
 #include "run/source_profile_enum.h"
 
 namespace tw {
@@ -70,6 +72,34 @@ TEST_F(SourceProfileEnumPosixTest, V2WildcardSkipsV2FoldersAndReturnsAParentProf
 
 TEST_F(SourceProfileEnumPosixTest, StarAfterAFolderIsOneFolderInTheDefaultMode) {
   EXPECT_THAT(Enumerate(root_ + L"\\*", nullptr), IsEmpty());
+}
+
+// Through a share: names resolve in any case, as the command line lower-cases the source path.
+class SourceProfileEnumShareTest : public SourceProfileEnumPosixTest {
+ protected:
+  void SetUp() override {
+    temp_.WriteFile("share/ALICE.V5/NTUSER.DAT", "regf");
+    temp_.WriteFile("share/Bob.V5/ntuser.dat", "regf");
+    temp_.WriteFile("share/Carol.V2/ntuser.dat", "regf");
+    fs::create_directory_symlink(temp_.path() / "share" / "ALICE.V5",
+                                 temp_.path() / "share" / "Junction.V5");
+    const fs::path map = temp_.path() / "shares.conf";
+    std::ofstream(map, std::ios::binary) << "\\\\Srv\\Profiles = " << temp_.Child("share") << "\n";
+    posix::UseShareMapFileForTesting(map.string());
+  }
+  void TearDown() override { posix::UseShareMapFileForTesting(""); }
+};
+
+TEST_F(SourceProfileEnumShareTest, WildcardOverAShareYieldsItsProfilesInTheirOwnCase) {
+  EXPECT_THAT(Enumerate(L"\\\\srv\\profiles\\*.v5", L"V5"),
+              UnorderedElementsAre(L"\\\\srv\\profiles\\ALICE.V5", L"\\\\srv\\profiles\\Bob.V5"));
+  EXPECT_THAT(Enumerate(L"\\\\srv\\profiles\\*.v2", L"V2"), IsEmpty());
+}
+
+TEST_F(SourceProfileEnumShareTest, SingleProfileOnAShareIsFoundInAnyCase) {
+  EXPECT_THAT(Enumerate(L"\\\\srv\\profiles\\alice.v5", nullptr),
+              ElementsAre(L"\\\\srv\\profiles\\alice.v5"));
+  EXPECT_THAT(Enumerate(L"\\\\nosuch\\profiles\\alice.v5", nullptr), IsEmpty());
 }
 
 }  // namespace
