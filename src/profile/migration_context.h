@@ -6,6 +6,7 @@
 
 #include "config/migration_settings.h"
 #include "platform/file_system.h"
+#include "platform/network_port.h"
 #include "platform/offreg_wrapper.h"
 #include "platform/security_port.h"
 
@@ -16,6 +17,13 @@ struct MigrationContext {
   FileSystem& files;
   SecurityPort& security;
   COffregWrapper& offreg;  // the bound offline-registry and user-profile functions
+  // The reachability test's port for the target share; null: the process's network port.
+  NetworkPort* network = nullptr;
 };
+
+// The network port a context reaches the reachability test through.
+inline NetworkPort& NetworkOf(const MigrationContext& context) {
+  return context.network != nullptr ? *context.network : ProcessNetworkPort();
+}
 
 }  // namespace tw

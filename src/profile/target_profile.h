@@ -1,0 +1,58 @@
+// The target profile folder: its path derived from the source folder's name and the target
+// version, the creation of the target root with the source's security (an earlier, interrupted
+// migration is recognised by its marker file and rebuilt), and the deletion of a folder tree,
+// used for every rollback and for the temporary profile.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "base/hresult.h"
+#include "profile/migration_context.h"
+#include "security/self_relative_descriptor.h"
+
+namespace tw {
+
+// The file that marks a target profile as under construction; joined to the target path with
+// "%s\\%s".
+inline constexpr wchar_t kMarkerFileName[] = L"_qzk_mig_marker_";
+
+// Characters of DeleteFolderTree's double-zero buffer (1040 bytes): a path is cut to 519.
+inline constexpr std::size_t kDeleteBufferChars = 520;
+
+// target\_qzk_mig_marker_.
+std::wstring MarkerPathOf(const std::wstring& targetPath);
+
+// The target profile folder of sourcePath for targetVersion:
+// 1. the folder name is what follows the last backslash of sourcePath; no backslash, or only
+//    one at the first character, gives E_FAIL (0x80004005);
+// 2. a ".V2", ".V5" or ".V6" ending (any case) is removed;
+// 3. target version 2, 5 or 6 appends ".V2", ".V5" or ".V6"; any other version leaves the name
+//    without a suffix;
+// 4. the name is joined (PathCombineW) to the settings' target root folder, or, when that is
+//    empty, to the source path's parent: the target then lies beside the source.
+// Returns 0 with targetPath set. A join that does not fit MAX_PATH leaves targetPath empty (as
+// the emptied buffer of the Windows call would) and still returns 0: the later UNC test of the
+// per-profile migration refuses the empty path.
+HResult GetTargetPath(MigrationContext& context, const std::wstring& sourcePath,
+                      std::wstring& targetPath, std::uint32_t targetVersion);
+
+// Creates the target root folder with the owner and DACL of sourceSecurity (none when it is
+// empty):
+// - an existing target holding the marker file is an interrupted migration: "The target profile
+//   contains an interrupted migration, rebuilding profile: %s" is logged and its tree deleted
+//   (the deletion's result is not looked at) before the folder is created anew;
+// - an existing target without the marker is a finished profile: "The target profile path
+//   already exists: %s" is logged and 0x800700B7 returned; nothing is changed;
+// - a failed creation logs "Failed creating folder (0x%08X): %s already exists" (183),
+//   "... %s not found" (3) or "... %s" (any other error) and returns the error's HRESULT.
+HResult CreateTargetProfileFolder(MigrationContext& context, const std::wstring& targetPath,
+                                  const SelfRelativeDescriptor& sourceSecurity);
+
+// Deletes path with everything in it for good (SHFileOperationW FO_DELETE, no undo); a path
+// longer than 519 characters is cut at 519. Returns 0, or 0x80004005 for any failure. Logs
+// nothing.
+HResult DeleteFolderTree(MigrationContext& context, const std::wstring& path);
+
+}  // namespace tw
