@@ -62,8 +62,10 @@ class LinkedSecurityPort : public FakeSecurityPort {
     if (files_.HasFolder(path)) return err::kAlreadyExists;
     const err::Win32Error made = files_.MakeFolderPath(path);
     if (made != err::kSuccess) return made;
-    const err::Win32Error created = FakeSecurityPort::CreateFolderPathWithSecurity(path, sd);
-    return created == err::kAlreadyExists ? err::kSuccess : created;
+    security::SecurityDescriptor object = sd != nullptr ? OwnerAndDaclOf(*sd) : DefaultNewObject();
+    if (!object.owner) object.owner = userSid;
+    SetObject(std::wstring(path), object);
+    return err::kSuccess;
   }
 
  private:

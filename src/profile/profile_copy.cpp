@@ -1,0 +1,260 @@
+#include "profile/profile_copy.h"
+
+#include <optional>
+
+#include "base/format.h"
+#include "base/shell_path.h"
+#include "base/win32_error.h"
+#include "log/log.h"
+#include "platform/file_system.h"
+#include "security/file_security.h"
+
+namespace tw {
+namespace {
+
+bool IsDotEntry(const std::wstring& name) { return name == L"." || name == L".."; }
+
+bool IsReparsePoint(const FindEntry& entry) {
+  return (entry.attributes & file_attr::kReparsePoint) != 0;
+}
+
+bool IsFolder(const FindEntry& entry) { return (entry.attributes & file_attr::kDirectory) != 0; }
+
+// CreateFileW(path, FILE_WRITE_ATTRIBUTES | WRITE_DAC | WRITE_OWNER, FILE_SHARE_READ, NULL,
+// OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | FILE_ATTRIBUTE_NORMAL, NULL): folders open too.
+FileOpenRequest TargetObjectRequest() {
+  FileOpenRequest request;
+  request.read = false;
+  request.write = false;
+  request.shareRead = true;
+  request.disposition = CreationDisposition::kOpenExisting;
+  request.otherAccess =
+      file_access::kFileWriteAttributes | file_access::kWriteDac | file_access::kWriteOwner;
+  request.attributes = file_attr::kNormal;
+  request.backupSemantics = true;
+  return request;
+}
+
+// One level of the default profile copy. The top level (ownerSource set) takes the owner from
+// the source's descriptor once its search has started; the levels below get it handed down.
+HResult CopyDefaultFolder(MigrationContext& context, const std::wstring& defaultProfile,
+                          const std::wstring& targetFolder, std::optional<security::Sid>& owner,
+                          const SelfRelativeDescriptor* ownerSource) {
+  FileSystem& files = context.files;
+  const std::wstring pattern = !defaultProfile.empty() && defaultProfile.back() == L'\\'
+                                   ? Format(L"%s*", defaultProfile)
+                                   : Format(L"%s\\*", defaultProfile);
+  SearchHandle search = kInvalidSearchHandle;
+  FindEntry entry;
+  const err::Win32Error searchError = files.FindFirstEntry(pattern, search, entry);
+  if (searchError != err::kSuccess) {
+    const HResult code = HResultFromWin32(searchError);
+    Log(L"Failed enumerating folder(0x%08X): %s", code, pattern);
+    return code;
+  }
+  const UniqueSearchHandle searching(files, search);
+
+  if (ownerSource != nullptr) {
+    owner = ownerSource->Owner();
+    if (!owner) {
+      Log(L"Failed getting profile owner (0x%08X): %s", HResultFromWin32(err::kInvalidOwner),
+          defaultProfile);
+    }
+  }
+
+  do {
+    if (IsDotEntry(entry.name) || IsReparsePoint(entry)) continue;
+    const std::wstring sourceItem = Format(L"%s\\%s", defaultProfile, entry.name);
+    const std::wstring targetItem = Format(L"%s\\%s", targetFolder, entry.name);
+
+    if (IsFolder(entry)) {
+      const err::Win32Error made = files.MakeFolder(targetItem);
+      if (made != err::kSuccess) {
+        Log(L"Failed creating folder (0x%08X): %s", HResultFromWin32(made), targetItem);
+      } else {
+        const err::Win32Error attributed = files.SetAttributes(targetItem, entry.attributes);
+        if (attributed != err::kSuccess) {
+          Log(L"Failed setting folder attributes (0x%08X): %s", HResultFromWin32(attributed),
+              targetItem);
+        }
+        const HResult copied = CopyDefaultFolder(context, sourceItem, targetItem, owner, nullptr);
+        if (copied != hr::kOk) {
+          Log(L"Failed copying folder (0x%08X): %s", HResultFromWin32(copied), targetItem);
+        }
+      }
+    } else if (!files.PathExists(targetItem)) {
+      const err::Win32Error copied = files.CopyFileTo(sourceItem, targetItem, false);
+      if (copied != err::kSuccess) {
+        Log(L"Failed copying file (0x%08X): %s", HResultFromWin32(copied), targetItem);
+      }
+    }
+
+    err::Win32Error lastError = err::kInvalidOwner;
+    if (owner) {
+      SecurityWrite write;
+      write.writeOwner = true;
+      write.owner = owner;
+      lastError = context.security.WriteNamedSecurity(targetItem, write);
+    }
+    if (lastError != err::kSuccess) {
+      Log(L"Failed setting object owner (0x%08X): %s", HResultFromWin32(lastError), targetItem);
+    }
+  } while (files.FindNextEntry(search, entry) == err::kSuccess);
+  return hr::kOk;
+}
+
+}  // namespace
+
+HResult CopyDefaultProfile(MigrationContext& context, const std::wstring& defaultProfile,
+                           const std::wstring& targetFolder,
+                           const SelfRelativeDescriptor& sourceSecurity) {
+  std::optional<security::Sid> owner;
+  const HResult searched =
+      CopyDefaultFolder(context, defaultProfile, targetFolder, owner, &sourceSecurity);
+  return searched;
+}
+
+HResult CreateTargetFolderPath(FolderMigrator& migrator, const std::wstring& sourceFolder,
+                               const std::wstring& targetFolder) {
+  MigrationContext& context = migrator.context();
+  FileSecurity fileSecurity(context.files, context.security);
+  SelfRelativeDescriptor sourceSecurity;
+  err::Win32Error readError = err::kSuccess;
+  fileSecurity.ReadFileSecurity(sourceFolder, sourceSecurity, readError);  // failure: no descriptor
+
+  err::Win32Error made = err::kSuccess;
+  if (sourceSecurity.empty()) {
+    made = context.security.CreateFolderPathWithSecurity(targetFolder, nullptr);
+  } else {
+    const security::SecurityDescriptor descriptor = sourceSecurity.ToAbsolute();
+    made = context.security.CreateFolderPathWithSecurity(targetFolder, &descriptor);
+  }
+  if (made != err::kSuccess && made != err::kAlreadyExists) {
+    const HResult code = HResultFromWin32(made);
+    Log(L"Failed to create target profile path (0x%08X): %s", code, targetFolder);
+    return code;
+  }
+
+  std::uint32_t attributes = file_attr::kInvalid;
+  const err::Win32Error read = context.files.GetAttributes(sourceFolder, attributes);
+  if (read != err::kSuccess) {
+    Log(L"Failed getting source folder attributes (0x%08X): %s", HResultFromWin32(read),
+        sourceFolder);
+  } else {
+    const err::Win32Error set = context.files.SetAttributes(targetFolder, attributes);
+    if (set != err::kSuccess) {
+      Log(L"Failed setting target folder attributes (0x%08X): %s", HResultFromWin32(set),
+          targetFolder);
+    }
+  }
+  return hr::kOk;
+}
+
+HResult CopyFolder(FolderMigrator& migrator, const std::wstring& sourceFolder,
+                   const std::wstring& targetFolder) {
+  MigrationContext& context = migrator.context();
+  FileSystem& files = context.files;
+  FileSecurity fileSecurity(files, context.security);
+
+  std::wstring pattern;
+  PathCombineW(pattern, sourceFolder, L"*");
+  SearchHandle search = kInvalidSearchHandle;
+  FindEntry entry;
+  const err::Win32Error searchError = files.FindFirstEntry(pattern, search, entry);
+  if (searchError != err::kSuccess) {
+    const HResult code = HResultFromWin32(searchError);
+    Log(L"Failed enumerating source folder (0x%08X): %s", code, pattern);
+    return code;
+  }
+  const UniqueSearchHandle searching(files, search);
+
+  if (!files.PathExists(targetFolder)) CreateTargetFolderPath(migrator, sourceFolder, targetFolder);
+
+  do {
+    if (IsDotEntry(entry.name) || IsReparsePoint(entry)) continue;
+    std::wstring sourceItem;
+    std::wstring targetItem;
+    if (!PathCombineW(sourceItem, sourceFolder, entry.name) ||
+        !PathCombineW(targetItem, targetFolder, entry.name)) {
+      break;
+    }
+
+    // The source's security; a source item that cannot be read is not copied.
+    SelfRelativeDescriptor itemSecurity;
+    bool ownershipTaken = false;
+    err::Win32Error readError = err::kSuccess;
+    if (!fileSecurity.ReadFileSecurity(sourceItem, itemSecurity, readError)) {
+      HResult code = HResultFromWin32(readError);
+      if (code == hr::kAccessDenied && migrator.settings().takeOwnership) {
+        code = fileSecurity.TakeOwnership(sourceItem, itemSecurity, true);
+        ownershipTaken = Succeeded(code);
+      }
+      if (!ownershipTaken) {
+        Log(L"Failed getting security descriptor (0x%08X): %s", code, sourceItem);
+        continue;
+      }
+    }
+    // Gives a source item that was taken over its prior security back.
+    const auto restoreSource = [&] {
+      if (!ownershipTaken) return;
+      const HResult restored = fileSecurity.ApplySecurity(sourceItem, itemSecurity);
+      if (Failed(restored)) {
+        Log(L"Failed to set security on object (0x%08X): %s", restored, sourceItem);
+      }
+    };
+
+    if (!IsFolder(entry)) {
+      if (files.PathExists(targetItem)) {
+        restoreSource();
+        continue;
+      }
+      const err::Win32Error copied = files.CopyFileTo(sourceItem, targetItem, true);
+      if (copied != err::kSuccess) {
+        Log(L"Failed migrating file (0x%08X): %s", HResultFromWin32(copied), sourceItem);
+      }
+    } else {
+      if (!files.PathExists(targetItem)) {
+        const err::Win32Error made = files.MakeFolder(targetItem);
+        if (made != err::kSuccess) {
+          Log(L"Failed creating folder (0x%08X): %s", HResultFromWin32(made), targetItem);
+        }
+      }
+      const HResult copied = CopyFolder(migrator, sourceItem, targetItem);
+      if (copied != hr::kOk) {
+        Log(L"Failed migrating folder (0x%08X): %s", HResultFromWin32(copied), sourceItem);
+      }
+    }
+
+    const err::Win32Error attributed = files.SetAttributes(targetItem, entry.attributes);
+    if (attributed != err::kSuccess) {
+      Log(L"Failed setting V2 file object attributes (0x%08X): %s", HResultFromWin32(attributed),
+          targetItem);
+    }
+
+    FileHandle handle = kInvalidFileHandle;
+    const err::Win32Error opened = files.Open(targetItem, TargetObjectRequest(), handle);
+    if (opened != err::kSuccess) {
+      Log(L"Failed to open the target file object (0x%08X): %s", HResultFromWin32(opened),
+          targetItem);
+      restoreSource();
+      continue;
+    }
+    {
+      const UniqueFileHandle target(files, handle);
+      const err::Win32Error timed = files.SetTimes(handle, entry.times);
+      if (timed != err::kSuccess) {
+        Log(L"Failed setting V2 file object times (0x%08X): %s", HResultFromWin32(timed),
+            targetItem);
+      }
+    }
+
+    const HResult secured = fileSecurity.ApplySecurity(targetItem, itemSecurity);
+    if (Failed(secured)) {
+      Log(L"Failed to set security on object (0x%08X): %s", secured, targetItem);
+    }
+    restoreSource();
+  } while (files.FindNextEntry(search, entry) == err::kSuccess);
+  return hr::kOk;
+}
+
+}  // namespace tw
