@@ -24,12 +24,12 @@
 
 namespace tw::testing {
 
-// The fake security port over a fake file system: folders it creates appear in the file system,
-// and an object of the file system that has no descriptor yet gets the one a new object
-// receives when it is first read or written.
+// The fake security port over a file system (the fake, or the real one over temp folders):
+// folders it creates appear in the file system, and an object of the file system that has no
+// descriptor yet gets the one a new object receives when it is first read or written.
 class LinkedSecurityPort : public FakeSecurityPort {
  public:
-  explicit LinkedSecurityPort(FakeFileSystem& files) : files_(files) {}
+  explicit LinkedSecurityPort(FileSystem& files) : files_(files) {}
 
   err::Win32Error ReadNamedSecurity(std::wstring_view path,
                                     security::SecurityDescriptor& sd) override {
@@ -47,7 +47,7 @@ class LinkedSecurityPort : public FakeSecurityPort {
   }
   err::Win32Error CreateFolderWithSecurity(std::wstring_view path,
                                            const security::SecurityDescriptor* sd) override {
-    if (files_.HasFolder(path) || files_.HasFile(path)) return err::kAlreadyExists;
+    if (files_.PathExists(path)) return err::kAlreadyExists;
     const err::Win32Error made = files_.MakeFolder(path);
     if (made != err::kSuccess) return made;
     const err::Win32Error created = FakeSecurityPort::CreateFolderWithSecurity(path, sd);
@@ -59,7 +59,6 @@ class LinkedSecurityPort : public FakeSecurityPort {
   }
   err::Win32Error CreateFolderPathWithSecurity(std::wstring_view path,
                                                const security::SecurityDescriptor* sd) override {
-    if (files_.HasFolder(path)) return err::kAlreadyExists;
     const err::Win32Error made = files_.MakeFolderPath(path);
     if (made != err::kSuccess) return made;
     security::SecurityDescriptor object = sd != nullptr ? OwnerAndDaclOf(*sd) : DefaultNewObject();
@@ -74,7 +73,7 @@ class LinkedSecurityPort : public FakeSecurityPort {
       SetObject(std::wstring(path), DefaultNewObject());
     }
   }
-  FakeFileSystem& files_;
+  FileSystem& files_;
 };
 
 inline security::Sid AnnaSid() { return security::Sid(5, {21, 1, 2, 3, 1001}); }
