@@ -1,10 +1,7 @@
 // The module port on Linux: there are no system libraries to load, so the two libraries the
 // tool binds are served from built-in tables.
 //   "offreg.dll"  the hive engine's functions (hive/offreg_api.h), always complete;
-//   "userenv.dll" the built-in CreateProfile and DeleteProfileW. They are not part of this
-//                 build yet: the module loads but both functions are missing, so the binding
-//                 logs "Failed getting userenv.dll function pointers" and the run flow stops
-//                 with "Windows 7 APIs are not available" until they are added to the table.
+//   "userenv.dll" the built-in CreateProfile and DeleteProfileW (user_profile_posix.h).
 // The core hands the offline-registry functions Windows-form paths ("\\server\share\x",
 // "Z:\tmp\x"), as it does every port; OROpenHive and ORSaveHive are therefore served by shims that
 // map the path to the Linux path behind it (native_path.h) and then call the engine. A path that
@@ -21,6 +18,7 @@
 #include "platform/module_loader.h"
 #include "platform/offreg_wrapper.h"
 #include "platform/posix/native_path.h"
+#include "platform/posix/user_profile_posix.h"
 
 namespace tw {
 namespace {
@@ -40,6 +38,8 @@ static_assert(std::is_same_v<ORSetKeySecurityFunction, decltype(&hive::tw_ORSetK
 static_assert(std::is_same_v<ORGetValueFunction, decltype(&hive::tw_ORGetValue)>);
 static_assert(std::is_same_v<ORSetValueFunction, decltype(&hive::tw_ORSetValue)>);
 static_assert(std::is_same_v<OREnumValueFunction, decltype(&hive::tw_OREnumValue)>);
+static_assert(std::is_same_v<CreateProfileFunction, decltype(&posix::BuiltInCreateProfile)>);
+static_assert(std::is_same_v<DeleteProfileWFunction, decltype(&posix::BuiltInDeleteProfileW)>);
 
 // The engine's path for a Windows-form path, or the error of the mapping.
 hive::DWORD MapHivePath(const wchar_t* path, std::wstring& mapped) {
@@ -87,8 +87,9 @@ BuiltInFunction Export(const char* name, Function function) {
 std::vector<BuiltInModule> MakeModules() {
   const hive::OffregFunctions& engine = hive::EngineFunctions();
   std::vector<BuiltInModule> modules;
-  // CreateProfile and DeleteProfileW join this table with the built-in profile functions.
-  modules.push_back({L"userenv.dll", {}});
+  modules.push_back({L"userenv.dll",
+                     {Export("CreateProfile", &posix::BuiltInCreateProfile),
+                      Export("DeleteProfileW", &posix::BuiltInDeleteProfileW)}});
   modules.push_back(
       {L"offreg.dll",
        {Export("OROpenHive", &OpenHiveAtWindowsPath), Export("ORCreateHive", engine.ORCreateHive),

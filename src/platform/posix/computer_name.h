@@ -1,0 +1,17 @@
+// The computer name on Linux, in the form Windows shows its NetBIOS computer name.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace tw::posix {
+
+// The NetBIOS-style name for a host name: the part before the first ".", upper-cased with
+// Windows' case table and cut to 15 characters (the NetBIOS limit); "LOCALHOST" when that leaves
+// nothing.
+std::wstring ComputerNameFromHostName(std::string_view hostName);
+
+// GetComputerNameW: ComputerNameFromHostName of gethostname().
+std::wstring ComputerName();
+
+}  // namespace tw::posix

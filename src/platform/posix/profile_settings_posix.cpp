@@ -1,0 +1,68 @@
+// Where the built-in profile functions put profiles and find their template, and how they name
+// a profile's folder (user_profile_posix.h).
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "base/text_encoding.h"
+#include "platform/posix/computer_name.h"
+#include "platform/posix/user_profile_posix.h"
+
+namespace tw::posix {
+namespace {
+
+constexpr int kLastNumberedAttempt = 1001;  // ".999"
+
+std::string Variable(const char* name) {
+  const char* value = std::getenv(name);
+  return value == nullptr ? std::string() : std::string(value);
+}
+
+// The folder of the running executable, or "" when /proc/self/exe cannot be read.
+std::string ExecutableFolder() {
+  std::string buffer(4096, '\0');
+  const ssize_t length = ::readlink("/proc/self/exe", buffer.data(), buffer.size());
+  if (length <= 0 || static_cast<std::size_t>(length) >= buffer.size()) return std::string();
+  buffer.resize(static_cast<std::size_t>(length));
+  const std::size_t slash = buffer.rfind('/');
+  if (slash == std::string::npos) return std::string();
+  return slash == 0 ? std::string("/") : buffer.substr(0, slash);
+}
+
+}  // namespace
+
+ProfileSettings ProcessProfileSettings() {
+  ProfileSettings settings;
+  std::string root = Variable(kProfileRootVariable);
+  if (root.empty()) {
+    std::string temporary = Variable("TMPDIR");
+    if (temporary.empty()) temporary = "/tmp";
+    if (temporary.size() > 1 && temporary.back() == '/') temporary.pop_back();
+    root = temporary + "/tarnwick-profiles";
+  }
+  settings.root = Utf8ToWide(root);
+  std::string templateFolder = Variable(kDefaultProfileVariable);
+  if (templateFolder.empty()) {
+    const std::string folder = ExecutableFolder();
+    if (!folder.empty()) templateFolder = folder + "/" + kTemplateFolderName;
+  }
+  settings.templateFolder = Utf8ToWide(templateFolder);
+  settings.computerName = ComputerName();
+  return settings;
+}
+
+std::wstring ProfileFolderCandidate(std::wstring_view userName, std::wstring_view computerName,
+                                    int attempt) {
+  if (attempt < 0 || attempt > kLastNumberedAttempt) return std::wstring();
+  std::wstring name(userName);
+  if (attempt == 0) return name;
+  name.append(L".").append(computerName);
+  if (attempt == 1) return name;
+  char number[8];
+  std::snprintf(number, sizeof number, ".%03d", attempt - 2);
+  return name + Utf8ToWide(number);
+}
+
+}  // namespace tw::posix
