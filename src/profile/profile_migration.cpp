@@ -1,0 +1,228 @@
+#include "profile/profile_migration.h"
+
+#include <array>
+#include <optional>
+
+#include "base/win32_error.h"
+#include "log/log.h"
+#include "platform/file_system.h"
+#include "platform/last_error.h"
+#include "platform/network_reachability.h"
+#include "profile/folder_migrator.h"
+#include "profile/profile_copy.h"
+#include "profile/target_profile.h"
+#include "profile/user_profile_migration.h"
+#include "security/codec/sid.h"
+#include "security/file_security.h"
+#include "security/self_relative_descriptor.h"
+
+namespace tw {
+namespace {
+
+// CreateFileW(marker, GENERIC_ALL, FILE_SHARE_READ, NULL, CREATE_ALWAYS,
+// FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN, NULL).
+FileOpenRequest MarkerRequest() {
+  FileOpenRequest request;
+  request.read = false;
+  request.write = false;
+  request.otherAccess = file_access::kGenericAll;
+  request.shareRead = true;
+  request.disposition = CreationDisposition::kCreateAlways;
+  request.attributes = file_attr::kReadOnly | file_attr::kHidden;
+  return request;
+}
+
+// The code of a failed DeleteProfileW: the thread's last error, E_FAIL when none is set.
+HResult DeleteProfileFailure() {
+  const HResult code = HResultFromWin32(ThreadLastError());
+  return code == hr::kOk ? hr::kFail : code;
+}
+
+}  // namespace
+
+HResult MigrateProfile(MigrationContext& context, const std::wstring& sourcePath,
+                       std::uint32_t sourceVersion, std::wstring& targetPath,
+                       std::uint32_t targetVersion) {
+  // 1.
+  std::array<wchar_t, kTemporaryProfileBuffer> temporaryBuffer{};
+
+  // 2.
+  HResult result = GetTargetPath(context, sourcePath, targetPath, targetVersion);
+  if (result != hr::kOk) {
+    Log(L"Failed to get target path (0x%08X)", result);
+    return result;
+  }
+
+  // 3.
+  if (!IsUncPath(sourcePath)) {
+    Log(L"Source path not valid: %s", sourcePath);
+    return hr::kSourceProfileInvalid;
+  }
+  std::uint32_t attributes = file_attr::kInvalid;
+  const err::Win32Error attributeError = context.files.GetAttributes(sourcePath, attributes);
+  if (attributeError != err::kSuccess && attributeError != err::kAccessDenied) {
+    Log(L"Source path not reachable: %s", sourcePath);
+    return hr::kSourceProfileInvalid;
+  }
+
+  // 4.
+  if (!IsUncPath(targetPath)) {
+    Log(L"Target path not valid: %s", targetPath);
+    return hr::kTargetProfileInvalid;
+  }
+  if (!IsNetworkPathReachable(NetworkOf(context), kInvalidTokenHandle, targetPath)) {
+    Log(L"Target path not reachable: %s", targetPath);
+    return hr::kTargetProfileInvalid;
+  }
+
+  // 5.
+  FileSecurity fileSecurity(context.files, context.security);
+  SelfRelativeDescriptor sourceSecurity;
+  SelfRelativeDescriptor savedSecurity;
+  bool ownershipTaken = false;
+  const auto restoreSource = [&] { return fileSecurity.ApplySecurity(sourcePath, savedSecurity); };
+  err::Win32Error readError = err::kSuccess;
+  if (!fileSecurity.ReadFileSecurity(sourcePath, sourceSecurity, readError)) {
+    HResult code = HResultFromWin32(readError);
+    if (code == hr::kAccessDenied && context.settings->takeOwnership) {
+      code = fileSecurity.TakeOwnership(sourcePath, savedSecurity, true);
+      if (Succeeded(code)) {
+        ownershipTaken = true;
+        if (fileSecurity.ReadFileSecurity(sourcePath, sourceSecurity, readError)) {
+          code = hr::kOk;
+        } else {
+          code = HResultFromWin32(readError);
+        }
+      }
+    }
+    if (code != hr::kOk) {
+      Log(L"Failed to get security descriptor for profile (0x%08X): %s", code, sourcePath);
+      restoreSource();
+      return code;
+    }
+  }
+
+  // 6.
+  result = CreateTargetProfileFolder(context, targetPath, sourceSecurity);
+  if (result != hr::kOk) {
+    Log(L"Failed to create the root profile folder (0x%08X): %s", result, targetPath);
+    restoreSource();
+    return result;
+  }
+
+  // 7.
+  const std::wstring markerPath = MarkerPathOf(targetPath);
+  {
+    FileHandle marker = kInvalidFileHandle;
+    const err::Win32Error created = context.files.Open(markerPath, MarkerRequest(), marker);
+    if (created != err::kSuccess) {
+      Log(L"Failed to create marker file (0x%08X)", HResultFromWin32(created));
+    } else {
+      context.files.Close(marker);
+    }
+  }
+
+  // 8.
+  std::optional<security::Sid> owner;
+  if (ownershipTaken) {
+    owner = savedSecurity.Owner();
+    if (owner) sourceSecurity.SetOwner(*owner);
+  } else {
+    owner = sourceSecurity.Owner();
+  }
+  if (!owner) {
+    Log(L"Failed to get owner sid of source profile folder (0x%08X): %s",
+        HResultFromWin32(ThreadLastError()), sourcePath);
+    DeleteFolderTree(context, targetPath);
+    restoreSource();
+    return result;
+  }
+  const std::wstring ownerText = owner->ToString();
+
+  bool migrated = false;
+  do {
+    // 9.
+    if (context.offreg.CreateProfile == nullptr) {
+      result = 1;
+    } else {
+      result = context.offreg.CreateProfile(ownerText.c_str(), kTemporaryProfileUser,
+                                            temporaryBuffer.data(),
+                                            static_cast<OrDword>(temporaryBuffer.size()));
+      temporaryBuffer.back() = L'\0';
+    }
+    if (context.offreg.CreateProfile == nullptr || Failed(result)) {
+      Log(L"Failed creating profile (0x%08X)", result);
+      DeleteFolderTree(context, targetPath);
+      restoreSource();
+      break;
+    }
+
+    // 10.
+    const std::wstring temporaryPath(temporaryBuffer.data());
+    if (targetPath.empty() || temporaryPath.empty()) {
+      result = static_cast<HResult>(err::kPathNotFound);
+    } else {
+      result = CopyDefaultProfile(context, temporaryPath, targetPath, sourceSecurity);
+    }
+    if (result != hr::kOk) {
+      Log(L"Failed to copy the default profile (0x%08X - %s): %s", result, temporaryPath,
+          targetPath);
+      DeleteFolderTree(context, targetPath);
+      restoreSource();
+      break;
+    }
+
+    // 11.
+    {
+      FolderMigrator migrator(context);
+      result = MigrateUserProfile(migrator, sourcePath, static_cast<std::int32_t>(sourceVersion),
+                                  targetPath, static_cast<std::int32_t>(targetVersion));
+    }
+    if (result != hr::kOk) {
+      Log(L"Failed to migrate the user profile (0x%08X): %s", result, sourcePath);
+      DeleteFolderTree(context, targetPath);
+      restoreSource();
+      return result;
+    }
+    migrated = true;
+  } while (false);
+
+  // 12.
+  if (migrated) {
+    context.files.SetAttributes(markerPath, file_attr::kNormal);
+    context.files.DeleteFileAt(markerPath);
+    const HResult sourceRestored = restoreSource();
+    if (sourceRestored != hr::kOk) {
+      Log(L"Failed to restore security on user profile (0x%08X): %s", sourceRestored, sourcePath);
+    }
+    result = fileSecurity.ApplySecurity(targetPath, savedSecurity);
+    if (result != hr::kOk) {
+      Log(L"Failed to restore security on user profile (0x%08X): %s", result, targetPath);
+    }
+  }
+
+  // 13.
+  const std::wstring temporaryPath(temporaryBuffer.data());
+  if (!temporaryPath.empty()) {
+    DeleteFolderTree(context, temporaryPath);
+    bool deleted = false;
+    HResult deleteCode = HResultFromWin32(err::kProcNotFound);
+    if (context.offreg.DeleteProfileW != nullptr) {
+      SetThreadLastError(err::kSuccess);
+      deleted =
+          context.offreg.DeleteProfileW(ownerText.c_str(), temporaryPath.c_str(), nullptr) != 0;
+      if (!deleted) deleteCode = DeleteProfileFailure();
+    }
+    if (deleted) {
+      Log(L"Deleted temporary profile: %s", temporaryPath);
+    } else {
+      Log(L"Failed deleting (0x%08X): %s", deleteCode, temporaryPath);
+      result = deleteCode;
+    }
+  }
+
+  // 14.
+  return result;
+}
+
+}  // namespace tw

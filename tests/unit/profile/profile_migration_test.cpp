@@ -1,0 +1,380 @@
+// The per-profile migration over real folders behind a share map in temp folders (the POSIX
+// file-system adapter), hives made by hivexregedit, the fake offline-registry table over the hive
+// engine, a fake security port that can deny reads, the fake network port, and stand-ins for
+// CreateProfile and DeleteProfileW.
+#include "profile/profile_migration.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "platform/file_system.h"
+#include "platform/last_error.h"
+#include "platform/posix/share_map.h"
+#include "profile_test_bed.h"
+#include "unit/registry/registry_test_bed.h"
+
+namespace tw {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::AdminSid;
+using testing::AnnaSid;
+using testing::MakeHive;
+using testing::OwnedBy;
+using testing::RegHex;
+using testing::SecurityOp;
+using testing::WinPath;
+
+constexpr const char* kExplorer =
+    "[\\Software]\n\n[\\Software\\Microsoft]\n\n[\\Software\\Microsoft\\Windows]\n\n"
+    "[\\Software\\Microsoft\\Windows\\CurrentVersion]\n\n"
+    "[\\Software\\Microsoft\\Windows\\CurrentVersion\\Explorer]\n\n";
+
+std::string Section(const char* key) {
+  return std::string("[\\Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\") + key + "]\n";
+}
+
+std::string Value(const char* name, const std::wstring& text) {
+  return std::string("\"") + name + "\"=hex(2):" + RegHex(text) + "\n";
+}
+
+void Write(const fs::path& file, const std::string& content) {
+  fs::create_directories(file.parent_path());
+  std::ofstream(file, std::ios::binary) << content;
+}
+
+// What the stand-ins of CreateProfile and DeleteProfileW do and were asked.
+struct ProfileCalls {
+  fs::path templateFolder;  // copied to make the temporary profile
+  fs::path profileFolder;   // where it is made
+  HResult createResult = hr::kOk;
+  bool createWritesPath = true;
+  std::wstring createPath;  // the path written into the buffer (default: profileFolder)
+  std::int32_t deleteResult = 1;
+  std::uint32_t deleteError = 0;
+  std::vector<std::wstring> created;  // "sid|user"
+  std::vector<std::wstring> deleted;  // "sid|path|computer-null"
+};
+ProfileCalls* calls = nullptr;
+
+HResult TW_OR_CALL FakeCreateProfile(const wchar_t* sid, const wchar_t* user, wchar_t* path,
+                                     OrDword size) {
+  calls->created.push_back(std::wstring(sid) + L"|" + user);
+  if (Failed(calls->createResult)) return calls->createResult;
+  fs::copy(calls->templateFolder, calls->profileFolder, fs::copy_options::recursive);
+  const std::wstring written =
+      calls->createPath.empty() ? WinPath(calls->profileFolder) : calls->createPath;
+  if (calls->createWritesPath && written.size() < size) {
+    std::copy(written.begin(), written.end(), path);
+    path[written.size()] = L'\0';
+  }
+  return calls->createResult;
+}
+
+std::int32_t TW_OR_CALL FakeDeleteProfile(const wchar_t* sid, const wchar_t* path,
+                                          const wchar_t* computer) {
+  calls->deleted.push_back(std::wstring(sid) + L"|" + path + L"|" +
+                           (computer == nullptr ? L"null" : computer));
+  if (calls->deleteResult == 0) SetThreadLastError(calls->deleteError);
+  return calls->deleteResult;
+}
+
+// Reading the denied path's security fails with access denied until the running user owns it.
+class DenyingSecurityPort : public testing::LinkedSecurityPort {
+ public:
+  using LinkedSecurityPort::LinkedSecurityPort;
+  std::wstring denied;
+  err::Win32Error ReadNamedSecurity(std::wstring_view path,
+                                    security::SecurityDescriptor& sd) override {
+    if (path == denied && Object(path) != nullptr && Object(path)->owner != AdminSid()) {
+      return err::kAccessDenied;
+    }
+    return LinkedSecurityPort::ReadNamedSecurity(path, sd);
+  }
+};
+
+class ProfileMigrationTest : public ::testing::Test {
+ protected:
+  ProfileMigrationTest() {
+    currentUserSid.Clear();
+    currentUserSid.Set(AdminSid());
+    security.userSid = AdminSid();
+    network.statuses[L"\\Device\\Mup\\srv\\profiles"] = ntstatus::kSuccess;
+    calls = &profiles;
+    bed.fake.offreg().CreateProfile = &FakeCreateProfile;
+    bed.fake.offreg().DeleteProfileW = &FakeDeleteProfile;
+  }
+  ~ProfileMigrationTest() override {
+    calls = nullptr;
+    currentUserSid.Clear();
+    posix::UseShareMapFileForTesting("");
+  }
+
+  void SetUp() override {
+    Write(bed.folder.path() / "shares.conf",
+          "\\\\srv\\profiles = " + (bed.folder.path() / "share").string() + "\n");
+    posix::UseShareMapFileForTesting((bed.folder.path() / "shares.conf").string());
+    MakeHive(source() / "ntuser.dat", kExplorer + Section("User Shell Folders") +
+                                          Value("Desktop", L"%USERPROFILE%\\Desktop") + "\n");
+    Write(source() / "Desktop" / "d.txt", "desk");
+    Write(source() / "Other" / "o.txt", "other");
+    security.SetObject(kSource, OwnedBy(AnnaSid()));
+
+    profiles.templateFolder = bed.folder.path() / "template";
+    profiles.profileFolder = bed.folder.path() / "local" / "_tarnwick_";
+    fs::create_directories(profiles.profileFolder.parent_path());
+    MakeHive(profiles.templateFolder / "NTUSER.DAT",
+             kExplorer + Section("User Shell Folders") +
+                 Value("Desktop", L"%USERPROFILE%\\Desktop") + "\n" + Section("Shell Folders") +
+                 "\"Desktop\"=hex(1):" + RegHex(L"C:\\Users\\x\\Desktop") + "\n\n");
+    Write(profiles.templateFolder / "AppData" / "Local" / "default.ini", "default");
+  }
+
+  fs::path source() const { return bed.folder.path() / "share" / "anna"; }
+  fs::path target() const { return bed.folder.path() / "share" / "anna.V2"; }
+  std::wstring Temporary() const { return WinPath(profiles.profileFolder); }
+
+  HResult Migrate(const std::wstring& sourcePath = kSource) {
+    targetPath = L"in";
+    return MigrateProfile(context, sourcePath, 1, targetPath, 2);
+  }
+  bool Logged(const std::wstring& message) const {
+    for (const std::wstring& logged : bed.log.messages()) {
+      if (logged == message) return true;
+    }
+    return false;
+  }
+  std::wstring Joined() const {
+    std::wstring all;
+    for (const std::wstring& logged : bed.log.messages()) all += logged + L"\n";
+    return all;
+  }
+
+  static constexpr const wchar_t* kSource = L"\\\\srv\\profiles\\anna";
+  static constexpr const wchar_t* kTarget = L"\\\\srv\\profiles\\anna.V2";
+  testing::RealFilesTestBed bed;
+  DenyingSecurityPort security{ProcessFileSystem()};
+  testing::FakeNetworkPort network;
+  MigrationContext context{&bed.settings, ProcessFileSystem(), security, bed.fake.offreg(),
+                           &network};
+  ProfileCalls profiles;
+  std::wstring targetPath;
+};
+
+TEST_F(ProfileMigrationTest, MigratesIntoTheV2FolderBesideTheSource) {
+  EXPECT_EQ(Migrate(), hr::kOk) << Joined();
+  EXPECT_EQ(targetPath, kTarget);
+  EXPECT_EQ(testing::ReadWholeFile(target() / "Desktop" / "d.txt"), "desk");
+  EXPECT_EQ(testing::ReadWholeFile(target() / "Other" / "o.txt"), "other");
+  EXPECT_EQ(testing::ReadWholeFile(target() / "AppData" / "Local" / "default.ini"), "default");
+  EXPECT_FALSE(fs::exists(target() / "_qzk_mig_marker_"));
+  EXPECT_FALSE(fs::exists(profiles.profileFolder));
+  EXPECT_EQ(profiles.created, std::vector<std::wstring>{AnnaSid().ToString() + L"|_tarnwick_"});
+  EXPECT_EQ(profiles.deleted,
+            std::vector<std::wstring>{AnnaSid().ToString() + L"|" + Temporary() + L"|null"});
+  EXPECT_TRUE(Logged(L"Deleted temporary profile: " + Temporary()));
+  // The target root has the source's security; the default profile's objects its owner.
+  EXPECT_EQ(security.Object(kTarget)->owner, AnnaSid());
+  EXPECT_EQ(security.Object(std::wstring(kTarget) + L"\\AppData")->owner, AnnaSid());
+  // The source is unchanged.
+  EXPECT_EQ(testing::ReadWholeFile(source() / "Desktop" / "d.txt"), "desk");
+}
+
+TEST_F(ProfileMigrationTest, ATargetRootIsHonoured) {
+  fs::create_directories(bed.folder.path() / "share" / "new");
+  bed.settings.targetPath = L"\\\\srv\\profiles\\new";
+  EXPECT_EQ(Migrate(), hr::kOk) << Joined();
+  EXPECT_EQ(targetPath, L"\\\\srv\\profiles\\new\\anna.V2");
+  EXPECT_TRUE(fs::exists(bed.folder.path() / "share" / "new" / "anna.V2" / "Desktop" / "d.txt"));
+}
+
+TEST_F(ProfileMigrationTest, ADrivePathSourceIsNotValidEvenIfItExists) {
+  const std::wstring drivePath = WinPath(source());
+  EXPECT_EQ(Migrate(drivePath), static_cast<HResult>(0x80040001u));
+  EXPECT_EQ(bed.log.messages(), std::vector<std::wstring>{L"Source path not valid: " + drivePath});
+}
+
+TEST_F(ProfileMigrationTest, AMissingSourceIsNotReachable) {
+  EXPECT_EQ(Migrate(L"\\\\srv\\profiles\\bob"), static_cast<HResult>(0x80040001u));
+  EXPECT_EQ(bed.log.messages(),
+            std::vector<std::wstring>{L"Source path not reachable: \\\\srv\\profiles\\bob"});
+}
+
+TEST_F(ProfileMigrationTest, TheTargetMustBeUncAndItsShareReachable) {
+  bed.settings.targetPath = WinPath(bed.folder.path());
+  EXPECT_EQ(Migrate(), static_cast<HResult>(0x80040002u));
+  EXPECT_EQ(bed.log.messages(),
+            std::vector<std::wstring>{L"Target path not valid: " + targetPath});
+  bed.log.Clear();
+  bed.settings.targetPath.clear();
+  network.statuses.clear();
+  EXPECT_EQ(Migrate(), static_cast<HResult>(0x80040002u));
+  EXPECT_EQ(bed.log.messages(),
+            std::vector<std::wstring>{L"Target path not reachable: \\\\srv\\profiles\\anna.V2"});
+  EXPECT_FALSE(fs::exists(target()));
+}
+
+TEST_F(ProfileMigrationTest, AFinishedTargetIsNeverTouched) {
+  Write(target() / "ntuser.dat", "finished");
+  EXPECT_EQ(Migrate(), static_cast<HResult>(0x800700B7u));
+  EXPECT_EQ(bed.log.messages(),
+            (std::vector<std::wstring>{
+                L"The target profile path already exists: \\\\srv\\profiles\\anna.V2",
+                L"Failed to create the root profile folder (0x800700B7): "
+                L"\\\\srv\\profiles\\anna.V2"}));
+  EXPECT_EQ(testing::ReadWholeFile(target() / "ntuser.dat"), "finished");
+  EXPECT_TRUE(profiles.created.empty());
+}
+
+TEST_F(ProfileMigrationTest, AnInterruptedTargetIsRebuilt) {
+  Write(target() / "_qzk_mig_marker_", "");
+  Write(target() / "half.txt", "half");
+  EXPECT_EQ(Migrate(), hr::kOk) << Joined();
+  EXPECT_TRUE(Logged(L"The target profile contains an interrupted migration, rebuilding "
+                     L"profile: \\\\srv\\profiles\\anna.V2"));
+  EXPECT_FALSE(fs::exists(target() / "half.txt"));
+  EXPECT_FALSE(fs::exists(target() / "_qzk_mig_marker_"));
+  EXPECT_TRUE(fs::exists(target() / "Desktop" / "d.txt"));
+}
+
+TEST_F(ProfileMigrationTest, AnUnreadableSourceWithoutTakeOwnershipFails) {
+  security.denied = kSource;
+  EXPECT_EQ(Migrate(), hr::kAccessDenied);
+  EXPECT_EQ(bed.log.messages(),
+            std::vector<std::wstring>{L"Failed to get security descriptor for profile "
+                                      L"(0x80070005): \\\\srv\\profiles\\anna"});
+  EXPECT_FALSE(fs::exists(target()));
+}
+
+TEST_F(ProfileMigrationTest, AnUnreadableSourceIsTakenOverAndKeepsItsRealOwner) {
+  bed.settings.takeOwnership = true;
+  security.denied = kSource;
+  EXPECT_EQ(Migrate(), hr::kOk) << Joined();
+  // The temporary profile is made for the source's former owner, the copies carry it, and
+  // source and target end with the source's former security.
+  EXPECT_EQ(profiles.created, std::vector<std::wstring>{AnnaSid().ToString() + L"|_tarnwick_"});
+  EXPECT_EQ(security.Object(std::wstring(kTarget) + L"\\AppData")->owner, AnnaSid());
+  EXPECT_EQ(security.Object(kSource)->owner, AnnaSid());
+  EXPECT_EQ(security.Object(kSource)->dacl, OwnedBy(AnnaSid()).dacl);
+  EXPECT_EQ(security.Object(kTarget)->owner, AnnaSid());
+  EXPECT_EQ(security.Object(kTarget)->dacl, OwnedBy(AnnaSid()).dacl);
+}
+
+TEST_F(ProfileMigrationTest, ASourceWithoutOwnerDeletesTheTargetAndStillReturnsZero) {
+  security::SecurityDescriptor ownerless = OwnedBy(AnnaSid());
+  ownerless.owner.reset();
+  security.SetObject(kSource, ownerless);
+  EXPECT_EQ(Migrate(), hr::kOk);
+  EXPECT_EQ(bed.log.messages(),
+            std::vector<std::wstring>{L"Failed to get owner sid of source profile folder "
+                                      L"(0x00000000): \\\\srv\\profiles\\anna"});
+  EXPECT_FALSE(fs::exists(target()));
+  EXPECT_TRUE(profiles.created.empty());
+}
+
+TEST_F(ProfileMigrationTest, CreateProfileUnboundOrFailingDeletesTheTarget) {
+  bed.fake.offreg().CreateProfile = nullptr;
+  EXPECT_EQ(Migrate(), 1);
+  EXPECT_EQ(bed.log.messages(), std::vector<std::wstring>{L"Failed creating profile (0x00000001)"});
+  EXPECT_FALSE(fs::exists(target()));
+  bed.log.Clear();
+  bed.fake.offreg().CreateProfile = &FakeCreateProfile;
+  profiles.createResult = hr::kAccessDenied;
+  EXPECT_EQ(Migrate(), hr::kAccessDenied);
+  EXPECT_EQ(bed.log.messages(), std::vector<std::wstring>{L"Failed creating profile (0x80070005)"});
+  EXPECT_FALSE(fs::exists(target()));
+  EXPECT_TRUE(profiles.deleted.empty());
+}
+
+TEST_F(ProfileMigrationTest, AFailingDefaultProfileCopyDeletesTargetAndTemporaryProfile) {
+  profiles.createPath = WinPath(bed.folder.path() / "nowhere");
+  EXPECT_EQ(Migrate(), static_cast<HResult>(0x80070003u));
+  const std::wstring nowhere = profiles.createPath;
+  EXPECT_TRUE(Logged(L"Failed enumerating folder(0x80070003): " + nowhere + L"\\*"));
+  EXPECT_TRUE(Logged(L"Failed to copy the default profile (0x80070003 - " + nowhere +
+                     L"): \\\\srv\\profiles\\anna.V2"));
+  EXPECT_TRUE(Logged(L"Deleted temporary profile: " + nowhere));
+  EXPECT_FALSE(fs::exists(target()));
+}
+
+TEST_F(ProfileMigrationTest, AnEmptyTemporaryProfilePathIsCodeThree) {
+  profiles.createWritesPath = false;
+  EXPECT_EQ(Migrate(), 3);
+  EXPECT_TRUE(Logged(L"Failed to copy the default profile (0x00000003 - ): "
+                     L"\\\\srv\\profiles\\anna.V2"));
+  EXPECT_FALSE(fs::exists(target()));
+  EXPECT_TRUE(profiles.deleted.empty());  // nothing to delete
+}
+
+TEST_F(ProfileMigrationTest, AFailedUserProfileMigrationKeepsTheTemporaryProfile) {
+  fs::remove(source() / "ntuser.dat");
+  EXPECT_EQ(Migrate(), static_cast<HResult>(0x80070002u));
+  EXPECT_EQ(bed.log.messages().back(),
+            L"Failed to migrate the user profile (0x80070002): \\\\srv\\profiles\\anna");
+  EXPECT_FALSE(fs::exists(target()));
+  EXPECT_TRUE(fs::exists(profiles.profileFolder / "NTUSER.DAT"));
+  EXPECT_TRUE(profiles.deleted.empty());
+}
+
+TEST_F(ProfileMigrationTest, AFailingDeleteProfileFailsAnOtherwiseSuccessfulMigration) {
+  profiles.deleteResult = 0;
+  profiles.deleteError = err::kSharingViolation;
+  EXPECT_EQ(Migrate(), static_cast<HResult>(0x80070020u));
+  EXPECT_EQ(bed.log.messages().back(), L"Failed deleting (0x80070020): " + Temporary());
+  EXPECT_TRUE(fs::exists(target() / "Desktop" / "d.txt"));
+  EXPECT_FALSE(fs::exists(target() / "_qzk_mig_marker_"));
+}
+
+TEST_F(ProfileMigrationTest, AnUnboundDeleteProfileFailsTheMigration) {
+  bed.fake.offreg().DeleteProfileW = nullptr;
+  EXPECT_EQ(Migrate(), static_cast<HResult>(0x8007007Fu));
+  EXPECT_EQ(bed.log.messages().back(), L"Failed deleting (0x8007007F): " + Temporary());
+  EXPECT_FALSE(fs::exists(profiles.profileFolder));
+}
+
+TEST_F(ProfileMigrationTest, AFailedTargetRestoreIsTheResultAndTheSourceRestoreOnlyLogs) {
+  bed.settings.takeOwnership = true;
+  security.denied = kSource;
+  security.FailOn(SecurityOp::kWriteDacl, kTarget, err::kAccessDenied);
+  EXPECT_EQ(Migrate(), hr::kAccessDenied);
+  EXPECT_EQ(bed.log.messages().back(), L"Deleted temporary profile: " + Temporary());
+  EXPECT_TRUE(Logged(L"Failed to restore security on user profile (0x80070005): "
+                     L"\\\\srv\\profiles\\anna.V2"));
+  EXPECT_TRUE(fs::exists(target() / "Desktop" / "d.txt"));
+}
+
+// Over the fakes: a marker that cannot be created is only logged, and a source whose attributes
+// cannot be read for lack of access still passes the source test.
+TEST(ProfileMigrationFakes, MarkerFailureOnlyLogsAndADeniedSourcePassesValidation) {
+  testing::ProfileTestBed bed;
+  ProfileCalls profiles;
+  profiles.createResult = hr::kFail;
+  calls = &profiles;
+  bed.fake.offreg().CreateProfile = &FakeCreateProfile;
+  bed.files.AddFolder(L"\\\\srv\\profiles\\anna");
+  bed.security.SetObject(L"\\\\srv\\profiles\\anna", OwnedBy(AnnaSid()));
+  bed.files.FailPath(testing::FileOp::kGetAttributes, L"\\\\srv\\profiles\\anna",
+                     err::kAccessDenied);
+  bed.files.FailOperation(testing::FileOp::kOpen, err::kAccessDenied);
+  std::wstring target;
+  EXPECT_EQ(MigrateProfile(bed.context, L"\\\\srv\\profiles\\anna", 1, target, 2), hr::kFail);
+  EXPECT_EQ(bed.log.messages(),
+            (std::vector<std::wstring>{L"Failed to create marker file (0x80070005)",
+                                       L"Failed creating profile (0x80004005)"}));
+  EXPECT_FALSE(bed.files.PathExists(L"\\\\srv\\profiles\\anna.V2"));
+  calls = nullptr;
+}
+
+TEST(ProfileMigrationFakes, NoBackslashInTheSourceFailsFirst) {
+  testing::ProfileTestBed bed;
+  std::wstring target = L"kept";
+  EXPECT_EQ(MigrateProfile(bed.context, L"anna", 1, target, 2), hr::kFail);
+  EXPECT_EQ(bed.log.messages(), std::vector<std::wstring>{L"Failed to get target path (0x80004005)"});
+}
+
+}  // namespace
+}  // namespace tw
