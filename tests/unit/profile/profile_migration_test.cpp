@@ -14,6 +14,7 @@
 #include "platform/file_system.h"
 #include "platform/last_error.h"
 #include "platform/posix/share_map.h"
+#include "profile/special_folder_table.h"
 #include "profile_test_bed.h"
 #include "unit/registry/registry_test_bed.h"
 
@@ -109,6 +110,11 @@ class ProfileMigrationTest : public ::testing::Test {
     bed.fake.offreg().DeleteProfileW = &FakeDeleteProfile;
   }
   ~ProfileMigrationTest() override {
+    // The migration fills the process-wide table's locations; later tests expect them empty.
+    for (SpecialFolderRow& row : SpecialFolders()) {
+      row.sourceLocation.clear();
+      row.targetLocation.clear();
+    }
     calls = nullptr;
     currentUserSid.Clear();
     posix::UseShareMapFileForTesting("");
