@@ -265,3 +265,26 @@ TEST_F(UserProfileMigrationTest, ASecurityFailureOfARemainingFolderShowsTheLastE
 
 }  // namespace
 }  // namespace tw
+
+namespace tw {
+namespace {
+
+TEST_F(UserProfileMigrationTest, AUncRedirectedFolderStaysRedirectedAndIsNotCopied) {
+  MakeHive(source() / "ntuser.dat",
+           kExplorer + Section("User Shell Folders") +
+               Value("Desktop", L"%USERPROFILE%\\Desktop") +
+               Value("Personal", L"\\\\server\\share\\docs") + "\n");
+  EXPECT_EQ(Folders(), hr::kOk);
+  EXPECT_FALSE(Logged(L"Processing folder Personal"));
+  EXPECT_TRUE(Logged(L"Processing folder Desktop"));
+  EXPECT_FALSE(fs::exists(target() / "Documents"));
+  const std::string exported = testing::ExportHive(
+      target() / "ntuser.dat",
+      "\\Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\User Shell Folders");
+  EXPECT_NE(exported.find("\"Personal\"=hex(2):" + RegHex(L"\\\\server\\share\\docs", false)),
+            std::string::npos)
+      << exported;
+}
+
+}  // namespace
+}  // namespace tw
