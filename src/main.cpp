@@ -8,21 +8,26 @@
 #include "platform/console.h"
 #include "platform/file_system.h"
 #include "platform/offreg_wrapper.h"
+#include "platform/security_port.h"
 #include "platform/xml_document.h"
+#include "profile/profile_migration.h"
 #include "run/run_flow.h"
 
 #ifndef _WIN32
+#include <cstdio>
+
 #include "base/text_encoding.h"
+#include "platform/posix/share_map.h"
 #endif
 
 namespace {
 
 int Run(std::vector<std::wstring> args) {
   std::unique_ptr<tw::XmlDocument> configDocument = tw::NewXmlDocument();
-  tw::RunServices services{tw::ProcessConsole(), tw::ProcessComRuntime(), tw::ProcessFileSystem(),
-                           *configDocument};
-  services.userenvBound = tw::g_offreg.IsUserenvBound();
-  services.offregComplete = tw::g_offreg.IsOffregComplete();
+  tw::RunServices services{tw::ProcessConsole(),      tw::ProcessComRuntime(),
+                           tw::ProcessFileSystem(),   *configDocument,
+                           tw::ProcessSecurityPort(), tw::g_offreg,
+                           nullptr,                   tw::MigrateProfile};
   return tw::RunTarnwick(args, services);
 }
 
@@ -34,6 +39,12 @@ int wmain(int argc, wchar_t** argv) {
 }
 #else
 int main(int argc, char** argv) {
+  // A share map that cannot be used leaves every UNC path unknown (error 53); say why once, on
+  // standard error, so the console output of the run itself stays as it is.
+  std::wstring problem;
+  if (!tw::posix::LoadProcessShareMap(problem)) {
+    std::fprintf(stderr, "tarnwick: %s\n", tw::WideToUtf8(problem).c_str());
+  }
   std::vector<std::wstring> args;
   args.reserve(static_cast<std::size_t>(argc));
   for (int i = 0; i < argc; ++i) args.push_back(tw::Utf8ToWide(argv[i]));

@@ -5,9 +5,14 @@
 #include "base/format.h"
 #include "base/wide_string.h"
 #include "config/migration_settings.h"
+#include "profile/profile_migration.h"
 #include "run/command_line.h"
+#include "run/profile_loop.h"
 #include "run/report.h"
+#include "run/source_profile_enum.h"
 #include "run/usage_text.h"
+#include "security/current_user_sid.h"
+#include "security/migration_privileges.h"
 
 namespace tw {
 namespace {
@@ -46,8 +51,10 @@ bool AcceptSourceForV1Mode(const std::wstring& sourcePath, Console& console) {
 // The mode and binding checks. Returns false after reporting why the run cannot go on.
 bool CheckModeAndBinding(const MigrationSettings& settings, const RunServices& services) {
   Console& console = services.console;
+  const bool userenvBound = services.offreg.IsUserenvBound();
+  const bool offregComplete = services.offreg.IsOffregComplete();
   if (IsVersionMode(g_sourceVersion, g_targetVersion)) {
-    if (!services.userenvBound) {
+    if (!userenvBound) {
       // This wording is deliberate: the userenv functions choose it, not offreg.
       Report(console,
              L"Windows offline registry APIs are not available\r\n---------- Exiting tarnwick.exe "
@@ -57,13 +64,13 @@ bool CheckModeAndBinding(const MigrationSettings& settings, const RunServices& s
   } else if (!AcceptSourceForV1Mode(settings.sourcePath, console)) {
     return false;
   }
-  if (!services.userenvBound) {
+  if (!userenvBound) {
     Report(console,
            L"Windows 7 APIs are not available\r\n---------- Exiting tarnwick.exe (return -1) "
            L"----------");
     return false;
   }
-  if (!services.offregComplete) {
+  if (!offregComplete) {
     Report(console,
            L"Offline registry APIs are not available\r\n---------- Exiting tarnwick.exe (return "
            L"-1) ----------");
@@ -106,10 +113,45 @@ int RunTarnwick(std::span<const std::wstring> args, RunServices& services) {
     return kExitFailure;
   }
 
-  // The privilege step, the profile loop and the summary are not part of this build yet; with
-  // every function bound the run ends here.
+  PrivilegeToken token;
+  const PrivilegeResult privileges =
+      EnableMigrationPrivileges(services.security, settings.takeOwnership, token);
+  if (Failed(privileges.code)) {
+    Report(console, privileges.message);  // no exit banner of its own
+    services.com.Uninitialize();
+    return kExitFailure;
+  }
+
+  // The migration context records the running user once per process.
+  LoadCurrentUserSid(services.security);
+  MigrationContext context{&settings, services.files, services.security, services.offreg,
+                           services.network};
+  CSourceProfileEnum profiles(services.files, settings.sourcePath);
+  const MigrateProfileFunction migrate =
+      services.migrateProfile ? services.migrateProfile : MigrateProfileFunction(MigrateProfile);
+  const ProfileLoopOutcome outcome = RunProfileLoop(profiles, context, migrate, console);
+
+  token.Close();
   services.com.Uninitialize();
-  return kExitFailure;
+  Report(console, Format(L"---------- Exiting tarnwick.exe (return %d) ----------",
+                         outcome.returnValue));
+  // The summary names the source path as given, wildcard included. The loop without a suffix
+  // uses formats that carry their own "\r\n", so its log entry ends in a line break and the
+  // console shows an empty line after it; the difference between the loops is deliberate.
+  if (IsSuffixLoop()) {
+    Report(console, outcome.migrated < 1
+                        ? Format(L"The source does not contain any profiles to migrate: %s",
+                                 settings.sourcePath)
+                        : Format(L"%d profiles were migrated from %s.", outcome.migrated,
+                                 settings.sourcePath));
+  } else {
+    Report(console, outcome.migrated < 1
+                        ? Format(L"The source does not contain any profiles to migrate: %s\r\n",
+                                 settings.sourcePath)
+                        : Format(L"%d profiles were migrated from %s.\r\n", outcome.migrated,
+                                 settings.sourcePath));
+  }
+  return outcome.returnValue;
 }
 
 }  // namespace tw

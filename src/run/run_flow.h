@@ -1,24 +1,41 @@
-// The run of the program: banner, command line, mode and binding checks, and (as they are built)
-// privileges, the loop over the source profiles, the summary and the exit value.
+// The run of the program: banner, command line, mode and binding checks, privileges, the loop
+// over the source profiles with its per-profile reports, the exit banner, the summary and the
+// exit value.
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
 
+#include "base/hresult.h"
 #include "platform/com_runtime.h"
 #include "platform/console.h"
 #include "platform/file_system.h"
+#include "platform/network_port.h"
+#include "platform/offreg_wrapper.h"
+#include "platform/security_port.h"
 #include "platform/xml_document.h"
+#include "profile/migration_context.h"
 
 namespace tw {
+
+// The per-profile migration as the loop calls it: (context, source path, source version,
+// target path out, target version) -> result code.
+using MigrateProfileFunction = std::function<HResult(
+    MigrationContext&, const std::wstring&, std::uint32_t, std::wstring&, std::uint32_t)>;
 
 struct RunServices {
   Console& console;
   ComRuntime& com;
   FileSystem& files;
   XmlDocument& configDocument;  // a new document for the configuration file
-  bool userenvBound = false;    // CreateProfile and DeleteProfileW are both bound
-  bool offregComplete = false;  // the offline-registry table is complete
+  SecurityPort& security;
+  COffregWrapper& offreg;  // the bound offline-registry and user-profile functions
+  // The reachability port handed to the migration context; null: the process's.
+  NetworkPort* network = nullptr;
+  // The per-profile migration; MigrateProfile unless a test replaces it.
+  MigrateProfileFunction migrateProfile;
 };
 
 // args are the process arguments, args[0] the program. Returns the exit value, 0 or -1.

@@ -12,6 +12,7 @@ class FakeConsole : public Console {
  public:
   void Write(std::wstring_view text) override { text_.append(text); }
   const std::wstring& text() const { return text_; }
+  void Clear() { text_.clear(); }
 
  private:
   std::wstring text_;

@@ -3,15 +3,21 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "fakes/fake_com_runtime.h"
 #include "fakes/fake_console.h"
+#include "fakes/fake_file_system.h"
+#include "fakes/fake_module_loader.h"
+#include "fakes/fake_security_port.h"
 #include "fakes/log_capture.h"
 #include "fakes/temp_folder.h"
 #include "platform/file_system.h"
+#include "platform/offreg_wrapper.h"
 #include "platform/xml_document.h"
 #include "run/command_line.h"
 
@@ -23,6 +29,21 @@ using ::testing::ElementsAre;
 constexpr const wchar_t* kStart = L"---------- Starting tarnwick.exe ----------";
 constexpr const wchar_t* kExitBanner = L"---------- Exiting tarnwick.exe (return -1) ----------";
 
+void Bound() {}
+
+std::map<std::string, ModuleFunction> Exports(std::initializer_list<const char*> names) {
+  std::map<std::string, ModuleFunction> functions;
+  for (const char* name : names) functions[name] = &Bound;
+  return functions;
+}
+
+// One call of the per-profile migration as the loop made it.
+struct MigrateCall {
+  std::wstring source;
+  std::uint32_t sourceVersion;
+  std::uint32_t targetVersion;
+};
+
 class RunFlowTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -31,11 +52,42 @@ class RunFlowTest : public ::testing::Test {
     g_profilePath.clear();
   }
 
+  // A binding whose userenv and offline-registry tables are complete or missing. The binding's
+  // own log lines are kept out of the test's capture.
+  void Bind(bool userenvBound, bool offregComplete) {
+    if (userenvBound) loader_.AddModule(L"userenv.dll", Exports({"CreateProfile", "DeleteProfileW"}));
+    if (offregComplete) {
+      loader_.AddModule(L"offreg.dll",
+                        Exports({"OROpenHive", "ORCloseHive", "ORSaveHive", "OROpenKey",
+                                 "ORCloseKey", "ORCreateKey", "ORQueryInfoKey", "OREnumKey",
+                                 "ORGetKeySecurity", "ORSetKeySecurity", "ORGetValue",
+                                 "ORSetValue", "OREnumValue"}));
+    }
+    testing::LogCapture bindingLog;
+    offreg_ = std::make_unique<COffregWrapper>(loader_);
+  }
+
+  void AddProfile(const std::wstring& folder) {
+    files_.AddFolder(folder);
+    files_.SetFile(folder + L"\\ntuser.dat", "regf");
+  }
+
   int Run(std::vector<std::wstring> args, bool userenvBound = true, bool offregComplete = true) {
+    if (!offreg_) Bind(userenvBound, offregComplete);
     args.insert(args.begin(), L"tarnwick.exe");
     std::unique_ptr<XmlDocument> document = NewXmlDocument();
-    RunServices services{console_, com_, ProcessFileSystem(), *document, userenvBound,
-                         offregComplete};
+    RunServices services{console_, com_,     files_,  *document,
+                         security_, *offreg_, nullptr, [this](MigrationContext& context,
+                                                              const std::wstring& source,
+                                                              std::uint32_t sourceVersion,
+                                                              std::wstring& target,
+                                                              std::uint32_t targetVersion) {
+                           EXPECT_EQ(context.settings->sourcePath.empty(), false);
+                           calls_.push_back({source, sourceVersion, targetVersion});
+                           target = source + L".target";
+                           const auto result = results_.find(source);
+                           return result == results_.end() ? HResult{0} : result->second;
+                         }};
     return RunTarnwick(args, services);
   }
 
@@ -44,6 +96,12 @@ class RunFlowTest : public ::testing::Test {
 
   testing::FakeConsole console_;
   testing::FakeComRuntime com_;
+  testing::FakeFileSystem files_;
+  testing::FakeSecurityPort security_;
+  testing::FakeModuleLoader loader_;
+  std::unique_ptr<COffregWrapper> offreg_;
+  std::map<std::wstring, HResult> results_;  // per source path; 0 when absent
+  std::vector<MigrateCall> calls_;
   testing::LogCapture log_;
 };
 
@@ -61,17 +119,15 @@ TEST_F(RunFlowTest, HelpPrintsUsageOnlyAndKeepsComInitialised) {
       testing::ReadWholeFile(std::string(TARNWICK_TESTDATA_DIR) + "/usage-text.txt");
   ASSERT_FALSE(expected.empty());
   for (const wchar_t* form : {L"/help", L"-help", L"/?", L"-?"}) {
-    testing::FakeConsole console;
-    testing::LogCapture log;
-    testing::FakeComRuntime com;
-    std::unique_ptr<XmlDocument> document = NewXmlDocument();
-    RunServices services{console, com, ProcessFileSystem(), *document, true, true};
-    const std::vector<std::wstring> args{L"tarnwick.exe", form};
-    EXPECT_EQ(RunTarnwick(args, services), 0) << form;
-    EXPECT_EQ(console.text(), Line(kStart) + std::wstring(expected.begin(), expected.end()));
-    EXPECT_THAT(log.messages(), ElementsAre(kStart));  // the usage text is never logged
-    EXPECT_EQ(com.initializeCalls, 1);
-    EXPECT_EQ(com.uninitializeCalls, 0);
+    console_.Clear();
+    log_.Clear();
+    com_.initializeCalls = 0;
+    com_.uninitializeCalls = 0;
+    EXPECT_EQ(Run({form}), 0) << form;
+    EXPECT_EQ(console_.text(), Line(kStart) + std::wstring(expected.begin(), expected.end()));
+    EXPECT_THAT(log_.messages(), ElementsAre(kStart));  // the usage text is never logged
+    EXPECT_EQ(com_.initializeCalls, 1);
+    EXPECT_EQ(com_.uninitializeCalls, 0);
   }
 }
 
@@ -161,6 +217,156 @@ TEST_F(RunFlowTest, PercentInPathIsReportedVerbatim) {
                          L"V2 to V5 or V2 to V6 or V5 to V6\r\n") +
                 kExitBanner);
   EXPECT_THAT(console_.text(), ::testing::Not(::testing::HasSubstr(L"(null)")));
+}
+
+TEST_F(RunFlowTest, PrivilegesAreEnabledInOrderWithoutTakeOwnership) {
+  AddProfile(L"\\\\srv\\p\\alice");
+  EXPECT_EQ(Run({L"/s:\\\\srv\\p\\alice"}), 0);
+  EXPECT_THAT(security_.privilegeCalls(), ElementsAre(L"SeBackupPrivilege", L"SeRestorePrivilege"));
+  EXPECT_EQ(security_.closeTokenCalls(), 1);
+}
+
+TEST_F(RunFlowTest, TakeOwnershipAddsItsPrivilegeLast) {
+  AddProfile(L"\\\\srv\\p\\alice");
+  EXPECT_EQ(Run({L"/s:\\\\srv\\p\\alice", L"/takeownership"}), 0);
+  EXPECT_THAT(security_.privilegeCalls(),
+              ElementsAre(L"SeBackupPrivilege", L"SeRestorePrivilege", L"SeTakeOwnershipPrivilege"));
+}
+
+TEST_F(RunFlowTest, PrivilegeNotHeldGoesOnWithoutAMessage) {
+  security_.notHeld.insert(L"SeBackupPrivilege");
+  security_.notHeld.insert(L"SeRestorePrivilege");
+  AddProfile(L"\\\\srv\\p\\alice");
+  EXPECT_EQ(Run({L"/s:\\\\srv\\p\\alice"}), 0);
+  ASSERT_EQ(calls_.size(), 1u);
+  EXPECT_THAT(log_.messages(),
+              ElementsAre(kStart, L"---------- Exiting tarnwick.exe (return 0) ----------",
+                          L"1 profiles were migrated from \\\\srv\\p\\alice.\r\n"));
+}
+
+TEST_F(RunFlowTest, TokenThatCannotBeOpenedEndsTheRun) {
+  security_.openTokenError = err::kAccessDenied;
+  AddProfile(L"\\\\srv\\p\\alice");
+  EXPECT_EQ(Run({L"/s:\\\\srv\\p\\alice"}), -1);
+  const std::wstring message =
+      L"Failed to open the process token to set necessary privileges (0x80070005)";
+  EXPECT_THAT(log_.messages(), ElementsAre(kStart, message));  // no exit banner of its own
+  EXPECT_EQ(console_.text(), Line(kStart) + Line(message));
+  EXPECT_TRUE(calls_.empty());
+  EXPECT_EQ(com_.uninitializeCalls, 1);
+}
+
+TEST_F(RunFlowTest, PrivilegeThatCannotBeEnabledEndsTheRun) {
+  security_.enableErrors[L"SeRestorePrivilege"] = err::kNoSuchPrivilege;
+  AddProfile(L"\\\\srv\\p\\alice");
+  EXPECT_EQ(Run({L"/s:\\\\srv\\p\\alice"}), -1);
+  EXPECT_THAT(log_.messages(),
+              ElementsAre(kStart, L"Failed to set necessary token privileges (0x80070521)"));
+  EXPECT_TRUE(calls_.empty());
+  EXPECT_EQ(com_.uninitializeCalls, 1);
+  EXPECT_EQ(security_.closeTokenCalls(), 0);  // the token is not closed on this path
+}
+
+TEST_F(RunFlowTest, V1LoopMigratesEachProfileAsV1ToV2WithItsOwnLineBreakSummary) {
+  AddProfile(L"\\\\srv\\p\\alice");
+  EXPECT_EQ(Run({L"/s:\\\\srv\\p\\alice"}), 0);
+  ASSERT_EQ(calls_.size(), 1u);
+  EXPECT_EQ(calls_[0].source, L"\\\\srv\\p\\alice");
+  EXPECT_EQ(calls_[0].sourceVersion, 1u);
+  EXPECT_EQ(calls_[0].targetVersion, 2u);
+  const std::wstring exitBanner = L"---------- Exiting tarnwick.exe (return 0) ----------";
+  const std::wstring summary = L"1 profiles were migrated from \\\\srv\\p\\alice.\r\n";
+  EXPECT_THAT(log_.messages(), ElementsAre(kStart, exitBanner, summary));
+  EXPECT_EQ(console_.text(), Line(kStart) + Line(exitBanner) + Line(summary));
+  EXPECT_EQ(com_.uninitializeCalls, 1);
+}
+
+TEST_F(RunFlowTest, V6SelectionRunsAsV1ToV2) {
+  AddProfile(L"\\\\srv\\p\\alice");
+  EXPECT_EQ(Run({L"/s:\\\\srv\\p\\alice", L"/V6TOV6"}), 0);
+  ASSERT_EQ(calls_.size(), 1u);
+  EXPECT_EQ(calls_[0].sourceVersion, 1u);
+  EXPECT_EQ(calls_[0].targetVersion, 2u);
+}
+
+TEST_F(RunFlowTest, SuffixLoopAnnouncesEachProfileAndUsesTheModeVersions) {
+  AddProfile(L"\\\\srv\\p\\alice.V5");
+  AddProfile(L"\\\\srv\\p\\bob.V5");
+  EXPECT_EQ(Run({L"/s:\\\\srv\\p\\*.V5", L"/V5TOV6"}), 0);
+  ASSERT_EQ(calls_.size(), 2u);
+  EXPECT_EQ(calls_[0].sourceVersion, 5u);
+  EXPECT_EQ(calls_[0].targetVersion, 6u);
+  const std::wstring alice = L"\\\\srv\\p\\alice.V5";
+  const std::wstring bob = L"\\\\srv\\p\\bob.V5";
+  const std::wstring exitBanner = L"---------- Exiting tarnwick.exe (return 0) ----------";
+  const std::wstring summary = L"2 profiles were migrated from \\\\srv\\p\\*.v5.";
+  EXPECT_THAT(log_.messages(), ElementsAre(kStart, L"Migrating profile: " + calls_[0].source,
+                                           L"Migrating profile: " + calls_[1].source, exitBanner,
+                                           summary));
+  EXPECT_EQ(console_.text(), Line(kStart) + L"Migrating profile: " + calls_[0].source +
+                                 L"...\r\n" + L"Migrating profile: " + calls_[1].source +
+                                 L"...\r\n" + Line(exitBanner) + Line(summary));
+  EXPECT_TRUE((calls_[0].source == alice && calls_[1].source == bob) ||
+              (calls_[0].source == bob && calls_[1].source == alice));
+}
+
+TEST_F(RunFlowTest, V2WildcardWithModeRunsTheLoopWithSuffixV2) {
+  AddProfile(L"\\\\srv\\p\\bob.V2");
+  EXPECT_EQ(Run({L"/s:\\\\srv\\p\\*.V2", L"/V2TOV6"}), 0);
+  EXPECT_TRUE(calls_.empty());  // a .V2 folder is never yielded by the search
+  EXPECT_EQ(log_.messages().back(),
+            L"The source does not contain any profiles to migrate: \\\\srv\\p\\*.v2");
+}
+
+TEST_F(RunFlowTest, NoProfilesGiveTheEmptySummaryAndExitZero) {
+  files_.AddFolder(L"\\\\srv\\p\\empty");
+  EXPECT_EQ(Run({L"/s:\\\\srv\\p\\empty"}), 0);
+  EXPECT_EQ(log_.messages().back(),
+            L"The source does not contain any profiles to migrate: \\\\srv\\p\\empty\r\n");
+  EXPECT_EQ(console_.text().substr(console_.text().size() - 4), L"\r\n\r\n");
+}
+
+TEST_F(RunFlowTest, FinishedTargetsCountAsFailuresAndTheBare183DoesNot) {
+  // The table keyed by the profile's path; the enumerator yields the bare path for one profile.
+  AddProfile(L"\\\\srv\\p\\done");
+  results_[L"\\\\srv\\p\\done"] = hr::kAlreadyExists;
+  EXPECT_EQ(Run({L"/s:\\\\srv\\p\\done"}), -1);
+  EXPECT_THAT(log_.messages(),
+              ElementsAre(kStart,
+                          L"Failed migrating profile (0x800700B7): \\\\srv\\p\\done",
+                          L"---------- Exiting tarnwick.exe (return -1) ----------",
+                          L"The source does not contain any profiles to migrate: "
+                          L"\\\\srv\\p\\done\r\n"));
+}
+
+TEST_F(RunFlowTest, Bare183ReportsTheTargetAndKeepsTheReturnValue) {
+  AddProfile(L"\\\\srv\\p\\again");
+  results_[L"\\\\srv\\p\\again"] = 183;
+  EXPECT_EQ(Run({L"/s:\\\\srv\\p\\again"}), 0);
+  EXPECT_EQ(log_.messages().at(1),
+            L"Target profile already exists: \\\\srv\\p\\again.target");
+}
+
+TEST_F(RunFlowTest, SourceAndTargetCodesReportTheirPaths) {
+  AddProfile(L"\\\\srv\\p\\x.V5");
+  AddProfile(L"\\\\srv\\p\\y.V5");
+  AddProfile(L"\\\\srv\\p\\z.V5");
+  results_[L"\\\\srv\\p\\x.V5"] = hr::kSourceProfileInvalid;
+  results_[L"\\\\srv\\p\\y.V5"] = hr::kTargetProfileInvalid;
+  EXPECT_EQ(Run({L"/s:\\\\srv\\p\\*.V5", L"/V5TOV6"}), -1);
+  ASSERT_EQ(calls_.size(), 3u);  // a failed profile never stops the loop
+  const auto& messages = log_.messages();
+  EXPECT_NE(std::find(messages.begin(), messages.end(),
+                      L"Source profile is either not valid or cannot be accessed: "
+                      L"\\\\srv\\p\\x.V5"),
+            messages.end());
+  EXPECT_NE(std::find(messages.begin(), messages.end(),
+                      L"Target profile is either not valid or cannot be accessed: "
+                      L"\\\\srv\\p\\y.V5.target"),
+            messages.end());
+  EXPECT_EQ(messages.at(messages.size() - 2),
+            L"---------- Exiting tarnwick.exe (return -1) ----------");
+  EXPECT_EQ(messages.back(), L"1 profiles were migrated from \\\\srv\\p\\*.v5.");
 }
 
 }  // namespace

@@ -1,0 +1,67 @@
+#include "run/profile_loop.h"
+
+#include <string>
+
+#include "base/format.h"
+#include "log/log.h"
+#include "run/command_line.h"
+#include "run/report.h"
+
+namespace tw {
+namespace {
+
+// The bare Win32 value the result is compared with. MigrateProfile reports an existing, finished
+// target as the HRESULT 0x800700B7, which therefore falls into the last row as a failure: this
+// asymmetry is the required behaviour; the row stays for any path that returns the bare value.
+constexpr HResult kBareAlreadyExists = 183;
+
+// Reports one profile's result and updates the outcome.
+void TakeResult(HResult code, const std::wstring& sourcePath, const std::wstring& targetPath,
+                Console& console, ProfileLoopOutcome& outcome) {
+  if (code == 0) {
+    ++outcome.migrated;
+  } else if (code == kBareAlreadyExists) {
+    Report(console, Format(L"Target profile already exists: %s", targetPath));
+  } else if (code == hr::kSourceProfileInvalid) {
+    Report(console,
+           Format(L"Source profile is either not valid or cannot be accessed: %s", sourcePath));
+    outcome.returnValue = -1;
+  } else if (code == hr::kTargetProfileInvalid) {
+    Report(console,
+           Format(L"Target profile is either not valid or cannot be accessed: %s", targetPath));
+    outcome.returnValue = -1;
+  } else {
+    Report(console, Format(L"Failed migrating profile (0x%08X): %s", code, sourcePath));
+    outcome.returnValue = -1;
+  }
+}
+
+}  // namespace
+
+bool IsSuffixLoop() { return g_sourceVersion == 2 || g_sourceVersion == 5; }
+
+ProfileLoopOutcome RunProfileLoop(CSourceProfileEnum& profiles, MigrationContext& context,
+                                  const MigrateProfileFunction& migrateProfile,
+                                  Console& console) {
+  ProfileLoopOutcome outcome;
+  const bool suffixLoop = IsSuffixLoop();
+  const wchar_t* suffix = suffixLoop ? (g_sourceVersion == 2 ? L"V2" : L"V5") : nullptr;
+  std::wstring sourcePath;
+  for (bool found = profiles.FindFirstProfile(sourcePath, suffix); found;
+       found = profiles.FindNextProfile(sourcePath)) {
+    std::wstring targetPath;
+    HResult code = 0;
+    if (suffixLoop) {
+      Log(L"Migrating profile: %s", sourcePath);
+      console.Write(Format(L"Migrating profile: %s...\r\n", sourcePath));
+      code = migrateProfile(context, sourcePath, static_cast<std::uint32_t>(g_sourceVersion),
+                            targetPath, static_cast<std::uint32_t>(g_targetVersion));
+    } else {
+      code = migrateProfile(context, sourcePath, 1, targetPath, 2);
+    }
+    TakeResult(code, sourcePath, targetPath, console, outcome);
+  }
+  return outcome;
+}
+
+}  // namespace tw
