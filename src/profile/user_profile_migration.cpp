@@ -13,6 +13,13 @@
 namespace tw {
 namespace {
 
+// A rooted path: "X:\..." or a UNC path "\\server\share...".
+bool IsFullPath(const std::wstring& path) {
+  if (path.size() >= 3 && path[1] == L':' && path[2] == L'\\') return true;
+  return path.size() >= 2 && path[0] == L'\\' && path[1] == L'\\';
+}
+
+
 constexpr wchar_t kUserProfileVariable[] = L"%USERPROFILE%";
 
 // Replaces every occurrence of `variable` (exact case) in text by `value`.
@@ -102,6 +109,14 @@ HResult MigrateProfileFolders(FolderMigrator& migrator, const std::wstring& sour
       continue;
     }
     if (!context.files.PathExists(sourceLocation)) continue;
+    // Our decision: a target hive that gives no full location for this folder (none at all, or
+    // a relative one after the expansion) would make the copy land in the process's current
+    // folder. The row is not copied and the log says so; the source stays as it is.
+    if (!IsFullPath(targetLocation)) {
+      Log(L"No target location for folder %s, not migrated: %s", mapping.NameAt(i),
+          sourceLocation);
+      continue;
+    }
 
     SelfRelativeDescriptor sourceSaved;
     SelfRelativeDescriptor targetSaved;

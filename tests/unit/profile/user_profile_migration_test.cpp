@@ -160,6 +160,12 @@ TEST_F(UserProfileMigrationTest, AVariableInTheTargetLocationIsReportedWithTheSo
   EXPECT_TRUE(Logged(L"Cannot migrate profile folders containing environment variables: " +
                      Source(L"Desktop")));
   EXPECT_FALSE(fs::exists(target() / "Desktop" / "d.txt"));
+  // This target hive gives "Personal" no location: its folder is not copied anywhere, least of
+  // all into the current folder.
+  EXPECT_TRUE(Logged(L"No target location for folder Personal, not migrated: " +
+                     Source(L"My Documents")));
+  EXPECT_FALSE(fs::exists(fs::current_path() / "sub\\doc.txt"));
+  EXPECT_FALSE(fs::exists(fs::current_path() / "sub"));
 }
 
 TEST_F(UserProfileMigrationTest, RowsOutsideTheMaskAreSkippedWithTheirSourceLocation) {
