@@ -161,6 +161,14 @@ bool ParseProfileDescription(std::string_view text, ProfileDescription& descript
       } else {
         description.hives.push_back({std::wstring(line), {}});
       }
+    } else if (word == L"file") {
+      // "file <path>" (empty) or "file <path> = <text>"; the path ends at the first " = ".
+      const std::size_t equals = line.find(L" = ");
+      const std::wstring_view path = line.substr(0, equals);
+      if (!IsRelativePath(path)) return fail("a relative path is expected");
+      description.files.push_back({std::wstring(path), equals == std::wstring_view::npos
+                                                           ? std::string()
+                                                           : WideToUtf8(line.substr(equals + 3))});
     } else if (word == L"attributes") {
       const std::size_t blank = line.rfind(L' ');
       std::uint64_t attributes = 0;

@@ -1,5 +1,5 @@
 // The text description of the default profile template (default_profile.txt explains the
-// format): folders, hive files with their keys and values, and attributes.
+// format): folders, plain files, hive files with their keys and values, and attributes.
 #pragma once
 
 #include <cstdint>
@@ -25,6 +25,11 @@ struct HiveSpec {
   std::vector<KeySpec> keys;
 };
 
+struct FileSpec {
+  std::wstring path;  // relative to the profile folder
+  std::string text;   // the content, UTF-8, as written in the description
+};
+
 struct AttributeSpec {
   std::wstring path;  // relative to the profile folder
   std::uint32_t attributes = 0;
@@ -32,6 +37,7 @@ struct AttributeSpec {
 
 struct ProfileDescription {
   std::vector<std::wstring> folders;
+  std::vector<FileSpec> files;
   std::vector<HiveSpec> hives;
   std::vector<AttributeSpec> attributes;
 };
