@@ -13,7 +13,7 @@ namespace {
 using format_detail::Arg;
 using format_detail::ArgKind;
 
-struct Spec {
+struct Conversion {
   bool left = false;
   bool plus = false;
   bool space = false;
@@ -50,9 +50,9 @@ std::wstring Digits(std::uint64_t value, unsigned base, bool upper) {
   return out;
 }
 
-void Pad(std::wstring& out, std::wstring_view body, const Spec& spec) {
-  const std::size_t fill = spec.width > body.size() ? spec.width - body.size() : 0;
-  if (spec.left) {
+void Pad(std::wstring& out, std::wstring_view body, const Conversion& conversion) {
+  const std::size_t fill = conversion.width > body.size() ? conversion.width - body.size() : 0;
+  if (conversion.left) {
     out.append(body);
     out.append(fill, L' ');
   } else {
@@ -61,10 +61,10 @@ void Pad(std::wstring& out, std::wstring_view body, const Spec& spec) {
   }
 }
 
-void FormatInteger(std::wstring& out, const Arg& arg, const Spec& spec) {
+void FormatInteger(std::wstring& out, const Arg& arg, const Conversion& conversion) {
   std::wstring prefix;
   std::wstring digits;
-  switch (spec.type) {
+  switch (conversion.type) {
     case L'd':
     case L'i': {
       const std::int64_t value = SignedValue(arg);
@@ -74,9 +74,9 @@ void FormatInteger(std::wstring& out, const Arg& arg, const Spec& spec) {
       digits = Digits(magnitude, 10, false);
       if (value < 0) {
         prefix = L"-";
-      } else if (spec.plus) {
+      } else if (conversion.plus) {
         prefix = L"+";
-      } else if (spec.space) {
+      } else if (conversion.space) {
         prefix = L" ";
       }
       break;
@@ -86,40 +86,40 @@ void FormatInteger(std::wstring& out, const Arg& arg, const Spec& spec) {
       break;
     case L'o':
       digits = Digits(UnsignedValue(arg), 8, false);
-      if (spec.alternate && digits != L"0") prefix = L"0";
+      if (conversion.alternate && digits != L"0") prefix = L"0";
       break;
     case L'x':
     case L'p':
       digits = Digits(UnsignedValue(arg), 16, false);
-      if (spec.alternate && UnsignedValue(arg) != 0) prefix = L"0x";
+      if (conversion.alternate && UnsignedValue(arg) != 0) prefix = L"0x";
       break;
     default:  // 'X', and a conversion without a type letter
       digits = Digits(UnsignedValue(arg), 16, true);
-      if (spec.alternate && UnsignedValue(arg) != 0) prefix = L"0X";
+      if (conversion.alternate && UnsignedValue(arg) != 0) prefix = L"0X";
       break;
   }
-  if (spec.hasPrecision) {
-    if (spec.precision == 0 && UnsignedValue(arg) == 0) digits.clear();
-    if (digits.size() < spec.precision) digits.insert(0, spec.precision - digits.size(), L'0');
-  } else if (spec.zero && !spec.left) {
+  if (conversion.hasPrecision) {
+    if (conversion.precision == 0 && UnsignedValue(arg) == 0) digits.clear();
+    if (digits.size() < conversion.precision) digits.insert(0, conversion.precision - digits.size(), L'0');
+  } else if (conversion.zero && !conversion.left) {
     const std::size_t used = prefix.size() + digits.size();
-    if (spec.width > used) digits.insert(0, spec.width - used, L'0');
+    if (conversion.width > used) digits.insert(0, conversion.width - used, L'0');
   }
-  Pad(out, prefix + digits, spec);
+  Pad(out, prefix + digits, conversion);
 }
 
-void FormatText(std::wstring& out, const Arg& arg, const Spec& spec) {
+void FormatText(std::wstring& out, const Arg& arg, const Conversion& conversion) {
   std::wstring_view text = arg.text ? std::wstring_view(arg.text, arg.length) : L"(null)";
-  if (spec.hasPrecision && text.size() > spec.precision) text = text.substr(0, spec.precision);
-  Pad(out, text, spec);
+  if (conversion.hasPrecision && text.size() > conversion.precision) text = text.substr(0, conversion.precision);
+  Pad(out, text, conversion);
 }
 
-void FormatPointer(std::wstring& out, const Arg& arg, const Spec& spec) {
+void FormatPointer(std::wstring& out, const Arg& arg, const Conversion& conversion) {
   // Windows prints a pointer as upper-case hex digits, as wide as a pointer.
   std::wstring digits = Digits(UnsignedValue(arg), 16, true);
   const std::size_t wide = static_cast<std::size_t>(arg.size) * 2u;
   if (digits.size() < wide) digits.insert(0, wide - digits.size(), L'0');
-  Pad(out, digits, spec);
+  Pad(out, digits, conversion);
 }
 
 bool IsIntegerType(wchar_t c) {
@@ -143,28 +143,28 @@ std::wstring FormatWithArgs(std::wstring_view format, std::span<const Arg> args)
       out.push_back(L'%');
       continue;
     }
-    Spec spec;
+    Conversion conversion;
     for (;; ++i) {
       const wchar_t c = at(i);
       if (c == L'-') {
-        spec.left = true;
+        conversion.left = true;
       } else if (c == L'+') {
-        spec.plus = true;
+        conversion.plus = true;
       } else if (c == L' ') {
-        spec.space = true;
+        conversion.space = true;
       } else if (c == L'#') {
-        spec.alternate = true;
+        conversion.alternate = true;
       } else if (c == L'0') {
-        spec.zero = true;
+        conversion.zero = true;
       } else {
         break;
       }
     }
-    while (at(i) >= L'0' && at(i) <= L'9') spec.width = spec.width * 10 + (at(i++) - L'0');
+    while (at(i) >= L'0' && at(i) <= L'9') conversion.width = conversion.width * 10 + (at(i++) - L'0');
     if (at(i) == L'.') {
       ++i;
-      spec.hasPrecision = true;
-      while (at(i) >= L'0' && at(i) <= L'9') spec.precision = spec.precision * 10 + (at(i++) - L'0');
+      conversion.hasPrecision = true;
+      while (at(i) >= L'0' && at(i) <= L'9') conversion.precision = conversion.precision * 10 + (at(i++) - L'0');
     }
     while (at(i) == L'h' || at(i) == L'l' || at(i) == L'z' || at(i) == L'j' || at(i) == L't' ||
            at(i) == L'w')
@@ -172,23 +172,23 @@ std::wstring FormatWithArgs(std::wstring_view format, std::span<const Arg> args)
     if (at(i) == L'I' && at(i + 1) == L'6' && at(i + 2) == L'4') i += 3;
     if (next >= args.size() || at(i) == L'*' || at(i) == L'S') ThrowHResult(hr::kInvalidArg);
     const Arg& arg = args[next++];
-    spec.type = at(i);
-    if (spec.type == L's') {
+    conversion.type = at(i);
+    if (conversion.type == L's') {
       if (arg.kind != ArgKind::kString) ThrowHResult(hr::kInvalidArg);
-      FormatText(out, arg, spec);
-    } else if (spec.type == L'p') {
+      FormatText(out, arg, conversion);
+    } else if (conversion.type == L'p') {
       if (arg.kind == ArgKind::kString) ThrowHResult(hr::kInvalidArg);
-      FormatPointer(out, arg, spec);
+      FormatPointer(out, arg, conversion);
     } else {
       if (arg.kind != ArgKind::kInteger) ThrowHResult(hr::kInvalidArg);
-      if (spec.type == L'c') {
-        Pad(out, std::wstring(1, static_cast<wchar_t>(UnsignedValue(arg))), spec);
+      if (conversion.type == L'c') {
+        Pad(out, std::wstring(1, static_cast<wchar_t>(UnsignedValue(arg))), conversion);
       } else {
-        if (!IsIntegerType(spec.type)) {
-          spec.type = L'\0';  // no type letter: formatted as "%X" would be
+        if (!IsIntegerType(conversion.type)) {
+          conversion.type = L'\0';  // no type letter: formatted as "%X" would be
           --i;                // and the character that ended it is literal text
         }
-        FormatInteger(out, arg, spec);
+        FormatInteger(out, arg, conversion);
       }
     }
   }
