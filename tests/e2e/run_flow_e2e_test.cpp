@@ -152,5 +152,66 @@ TEST_F(RunFlowE2eTest, OneFailingProfileAmongSeveral) {
   EXPECT_FALSE(fs::exists(share_.localProfiles() / "_tarnwick_"));
 }
 
+// A target that still carries the marker of an interrupted run is deleted and built anew.
+TEST_F(RunFlowE2eTest, MarkedTargetIsRebuilt) {
+  share_.AddV1Profile("alice");
+  testing::WriteText(share_.share() / "alice.V2" / "_qzk_mig_marker_", "");
+  testing::WriteText(share_.share() / "alice.V2" / "Half" / "half.txt", "half");
+  const ProcessResult result = share_.Run({"/s:\\\\fs\\profiles\\alice"});
+  EXPECT_EQ(result.exitStatus, 0);
+  EXPECT_EQ(result.output,
+            kStart + kExit0 + "1 profiles were migrated from \\\\fs\\profiles\\alice.\r\n\r\n");
+  EXPECT_EQ(share_.CountLogged("The target profile contains an interrupted migration, rebuilding "
+                               "profile: \\\\fs\\profiles\\alice.V2"),
+            1);
+  const std::vector<std::string> tree = Tree(share_.share() / "alice.V2");
+  EXPECT_TRUE(std::find(tree.begin(), tree.end(), "Other/Deep/other.txt") != tree.end());
+  EXPECT_FALSE(std::find(tree.begin(), tree.end(), "Half/") != tree.end());
+  EXPECT_FALSE(std::find(tree.begin(), tree.end(), "_qzk_mig_marker_") != tree.end());
+}
+
+// A V1 source's classes hive is looked for under "Local Settings\Application Data" in the target
+// too, where the new profile has none while the hive step runs (folders come after it): the step
+// logs its failure and the profile is migrated all the same.
+TEST_F(RunFlowE2eTest, ClassesHiveOfAV1SourceUsesTheV1PathOnBothSides) {
+  const fs::path source = share_.AddV1Profile("alice");
+  share_.MakeHive(
+      source / "Local Settings" / "Application Data" / "Microsoft" / "Windows" / "UsrClass.dat",
+      RegSection("Software\\Classes", RegString("Tw", "classes")));
+  const ProcessResult result = share_.Run({"/s:\\\\fs\\profiles\\alice"});
+  EXPECT_EQ(result.exitStatus, 0);
+  EXPECT_EQ(share_.CountLogged("Failed to open target registry hive (0x80070003): "
+                               "\\\\fs\\profiles\\alice.V2\\Local Settings\\Application "
+                               "Data\\Microsoft\\Windows\\UsrClass.dat"),
+            1);
+  EXPECT_EQ(share_.CountLoggedContaining("Failed to migrate UsrClass.dat security (0x80070003)"),
+            1);
+}
+
+// A special folder the source redirects to a UNC path is carried into the target's "User Shell
+// Folders" and not copied.
+TEST_F(RunFlowE2eTest, FolderRedirectedToAUncPathStaysRedirected) {
+  share_.AddProfile(
+      "alice",
+      RegSection(testing::kUserShellFolders, RegString("Desktop", "%USERPROFILE%\\Desktop") +
+                                                 RegString("Personal", "\\\\home\\alice\\docs")),
+      {{"Desktop/desk.txt", "desk"}, {"Documents/doc.txt", "doc"}});
+  const ProcessResult result = share_.Run({"/s:\\\\fs\\profiles\\alice"});
+  EXPECT_EQ(result.exitStatus, 0);
+  const fs::path target = share_.share() / "alice.V2";
+  const std::string hive =
+      E2eShare::ExportHive(target / "ntuser.dat", std::string("\\") + testing::kUserShellFolders);
+  // The value holds the path with the type found (REG_SZ, as the key copy brought it) and
+  // without a terminating zero.
+  std::string expected = testing::ExportedString("Personal", "\\\\home\\alice\\docs");
+  expected.resize(expected.size() - 6);  // ",00,00": the terminating zero
+  EXPECT_TRUE(Contains(hive, expected + "\n")) << hive;
+  const std::vector<std::string> tree = Tree(target);
+  EXPECT_TRUE(std::find(tree.begin(), tree.end(), "Desktop/desk.txt") != tree.end());
+  // "Documents" is no special folder's name in the source: copied by the second pass as it is.
+  EXPECT_TRUE(std::find(tree.begin(), tree.end(), "Documents/doc.txt") != tree.end());
+  EXPECT_EQ(share_.CountLoggedContaining("\\\\home\\alice\\docs"), 0);
+}
+
 }  // namespace
 }  // namespace tw
