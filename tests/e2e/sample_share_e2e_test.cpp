@@ -377,5 +377,72 @@ TEST_F(SampleShare, ARerunOverFinishedTargetsFailsEachProfile) {
             "Dear frank, this is a letter.");
 }
 
+// A share description of the user's own, read from --layouts: placeholders ("set" over
+// "default", "{user}" inside them), empty and non-empty files, and the owner.
+TEST(SampleShareGenerator, BuildsAShareFromOtherDescriptions) {
+  testing::TempFolder temp;
+  temp.WriteFile("layouts/share.txt",
+                 "share \\\\files\\roaming\n"
+                 "default where = %USERPROFILE%\\{user} docs\n"
+                 "profile ann.V5 tiny.txt S-1-5-21-1-2-3-500\n"
+                 "profile ben tiny.txt S-1-5-21-1-2-3-501\n"
+                 "  set where = \\\\files\\home\\{user}\n"
+                 "file hello.txt = hi\n");
+  temp.WriteFile("layouts/tiny.txt",
+                 "file Documents\\{user}.txt = text of {user}\n"
+                 "file empty.txt\n"
+                 "hive ntuser.dat\n"
+                 "  key Software\\Test\n"
+                 "    value REG_EXPAND_SZ Where = {where}\n"
+                 "    value REG_SZ Braces = {1234-{user}}\n");
+  const fs::path dir = temp.path() / "out";
+  const testing::ProcessResult result =
+      testing::RunProcess(kGenerator, {"--layouts", temp.Child("layouts"), dir.string()});
+  ASSERT_EQ(result.exitStatus, 0) << result.errors;
+  EXPECT_EQ(testing::ReadWholeFile(dir / "shares.conf"),
+            "\\\\files\\roaming = " + (dir / "share").string() + "\n");
+  EXPECT_EQ(testing::ReadWholeFile(dir / "share/ann.V5/Documents/ann.txt"), "text of ann");
+  EXPECT_TRUE(fs::is_regular_file(dir / "share/ben/empty.txt"));
+  EXPECT_EQ(fs::file_size(dir / "share/ben/empty.txt"), 0u);
+  EXPECT_EQ(testing::ReadWholeFile(dir / "share/hello.txt"), "hi\n");
+  const auto ann = ReadKey(dir / "share/ann.V5/ntuser.dat", "Software\\Test");
+  EXPECT_EQ(ann.at("Where").text, "%USERPROFILE%\\ann docs");
+  EXPECT_EQ(ann.at("Where").type, 2);
+  EXPECT_EQ(ann.at("Braces").text, "{1234-ann}");
+  EXPECT_EQ(ReadKey(dir / "share/ben/ntuser.dat", "Software\\Test").at("Where").text,
+            "\\\\files\\home\\ben");
+  EXPECT_EQ(OwnerOf(dir / "share/ann.V5"), "S-1-5-21-1-2-3-500");
+  EXPECT_EQ(OwnerOf(dir / "share/ben/Documents/ben.txt"), "S-1-5-21-1-2-3-501");
+}
+
+TEST(SampleShareGenerator, NamesTheMalformedLine) {
+  testing::TempFolder temp;
+  temp.WriteFile("layouts/share.txt", "share \\\\files\\roaming\nprofile ann tiny.txt\n");
+  const testing::ProcessResult result =
+      testing::RunProcess(kGenerator, {"--layouts", temp.Child("layouts"), temp.Child("out")});
+  EXPECT_EQ(result.exitStatus, 1);
+  EXPECT_EQ(result.errors, "tarnwick-sample-share: " + temp.Child("layouts") +
+                               "/share.txt: line 2: \"profile <folder> <layout> <SID>\" is "
+                               "expected\n");
+
+  temp.WriteFile("layouts/share.txt", "share \\\\files\\roaming\nprofile ann tiny.txt S-1-1-0\n");
+  temp.WriteFile("layouts/tiny.txt", "folder A\nvalue REG_SZ x = y\n");
+  const testing::ProcessResult layout =
+      testing::RunProcess(kGenerator, {"--layouts", temp.Child("layouts"), temp.Child("out2")});
+  EXPECT_EQ(layout.exitStatus, 1);
+  EXPECT_EQ(layout.errors,
+            "tarnwick-sample-share: tiny.txt (for ann): line 2: a value outside a key\n");
+}
+
+TEST(SampleShareGenerator, UsageErrorsExitWithTwo) {
+  for (const std::vector<std::string>& args :
+       {std::vector<std::string>{}, std::vector<std::string>{"a", "b"},
+        std::vector<std::string>{""}}) {
+    const testing::ProcessResult result = testing::RunProcess(kGenerator, args);
+    EXPECT_EQ(result.exitStatus, 2);
+    EXPECT_EQ(result.errors, "usage: tarnwick-sample-share [--layouts FOLDER] DIR\n");
+  }
+}
+
 }  // namespace
 }  // namespace tw
