@@ -95,6 +95,14 @@ TEST_F(ModesE2eTest, V1ToV2BesideTheSource) {
   EXPECT_EQ(share_.CountLogged("1 profiles were migrated from \\\\fs\\profiles\\alice.\r\n"), 1);
   EXPECT_EQ(share_.CountLoggedContaining("Deleted temporary profile: "), 1);
   EXPECT_EQ(share_.CountLogged("Processing folder Desktop"), 1);
+  // The log begins with the start banner and ends with the exit banner and the summary, which
+  // carries its own line break; the temporary profile is deleted before the end.
+  const std::vector<std::string> messages = share_.LogMessages();
+  ASSERT_GE(messages.size(), 4u);
+  EXPECT_EQ(messages.front(), "---------- Starting tarnwick.exe ----------");
+  EXPECT_EQ(messages[messages.size() - 2], "---------- Exiting tarnwick.exe (return 0) ----------");
+  EXPECT_EQ(messages.back(), "1 profiles were migrated from \\\\fs\\profiles\\alice.\r\n");
+  EXPECT_EQ(messages[messages.size() - 3].rfind("Deleted temporary profile: ", 0), 0u);
 }
 
 TEST_F(ModesE2eTest, V1ToV2UnderAnotherShare) {
