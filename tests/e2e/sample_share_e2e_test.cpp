@@ -377,6 +377,41 @@ TEST_F(SampleShare, ARerunOverFinishedTargetsFailsEachProfile) {
             "Dear frank, this is a letter.");
 }
 
+// The troubleshooting step of the README: a failed user-profile migration leaves the temporary
+// profile of its owner registered, so that owner's next migration fails at CreateProfile until
+// the registration file and its folder are removed.
+TEST_F(SampleShare, ALeftOverTemporaryProfileIsRemovedAsTheReadmeSays) {
+  const fs::path hive = share_ / "grace.V5" / "ntuser.dat";
+  const std::string goodHive = testing::ReadWholeFile(hive);
+  temp_.WriteFile("sample/share/grace.V5/ntuser.dat", std::string(4096, 'x'));
+  const testing::ProcessResult failed = Tarnwick({"/s:\\\\sample\\profiles\\*.V5", "/V5TOV6"});
+  EXPECT_EQ(failed.exitStatus, 255);
+  EXPECT_NE(failed.output.find("1 profiles were migrated"), std::string::npos) << failed.output;
+  EXPECT_TRUE(fs::exists(share_ / "frank.V6"));   // another owner: not affected
+  EXPECT_FALSE(fs::exists(share_ / "grace.V6"));  // no partial target
+  const fs::path registration = dir_ / "profiles" / "[ProfileList]" / OwnerOf(share_ / "grace.V5");
+  ASSERT_TRUE(fs::is_regular_file(registration));
+  std::string folder = testing::ReadWholeFile(registration);
+  ASSERT_FALSE(folder.empty());
+  folder.pop_back();  // the "\n"
+  EXPECT_EQ(fs::path(folder).filename(), "_tarnwick_");
+
+  temp_.WriteFile("sample/share/grace.V5/ntuser.dat", goodHive);
+  const testing::ProcessResult blocked = Tarnwick({"/s:\\\\sample\\profiles\\grace.V5", "/V5TOV6"});
+  EXPECT_EQ(blocked.exitStatus, 255);
+  EXPECT_NE(blocked.output.find("Failed migrating profile (0x800700B7): "
+                                "\\\\sample\\profiles\\grace.v5\r\n"),
+            std::string::npos)
+      << blocked.output;
+
+  fs::remove_all(folder);
+  fs::remove(registration);
+  const testing::ProcessResult fixed = Tarnwick({"/s:\\\\sample\\profiles\\grace.V5", "/V5TOV6"});
+  EXPECT_EQ(fixed.exitStatus, 0) << fixed.output;
+  EXPECT_EQ(testing::ReadWholeFile(share_ / "grace.V6/Documents/letter.txt"),
+            "Dear grace, this is a letter.");
+}
+
 // A share description of the user's own, read from --layouts: placeholders ("set" over
 // "default", "{user}" inside them), empty and non-empty files, and the owner.
 TEST(SampleShareGenerator, BuildsAShareFromOtherDescriptions) {
