@@ -29,11 +29,11 @@ class HiveHandle {
   hive::ORHKEY handle_ = nullptr;
 };
 
-std::string WriteHive(const HiveSpec& spec, const fs::path& file) {
+std::string WriteHive(const HiveSpec& description, const fs::path& file) {
   HiveHandle hive;
   if (const hive::DWORD error = hive::tw_ORCreateHive(hive.out()); error != 0)
     return "cannot create a hive (error " + std::to_string(error) + ")";
-  for (const KeySpec& keySpec : spec.keys) {
+  for (const KeySpec& keySpec : description.keys) {
     hive::ORHKEY key = nullptr;
     hive::DWORD disposition = 0;
     hive::DWORD error = hive::tw_ORCreateKey(hive.get(), keySpec.path.c_str(), nullptr, 0, nullptr,
@@ -73,28 +73,28 @@ std::string BuildProfile(const ProfileDescription& description, const fs::path& 
     fs::create_directories(PathBelow(folder, relative), failure);
     if (failure) return "cannot create " + PathBelow(folder, relative).string();
   }
-  for (const FileSpec& spec : description.files) {
-    const fs::path file = PathBelow(folder, spec.path);
+  for (const FileSpec& fileEntry : description.files) {
+    const fs::path file = PathBelow(folder, fileEntry.path);
     fs::create_directories(file.parent_path(), failure);
     if (failure) return "cannot create " + file.parent_path().string();
     std::ofstream output(file, std::ios::binary | std::ios::trunc);
-    output << spec.text;
+    output << fileEntry.text;
     output.close();
     if (!output) return "cannot write " + file.string();
   }
-  for (const HiveSpec& spec : description.hives) {
-    const fs::path file = PathBelow(folder, spec.path);
+  for (const HiveSpec& hiveEntry : description.hives) {
+    const fs::path file = PathBelow(folder, hiveEntry.path);
     fs::create_directories(file.parent_path(), failure);
     if (failure) return "cannot create " + file.parent_path().string();
-    if (const std::string problem = WriteHive(spec, file); !problem.empty()) return problem;
+    if (const std::string problem = WriteHive(hiveEntry, file); !problem.empty()) return problem;
   }
-  for (const AttributeSpec& spec : description.attributes) {
-    const fs::path target = PathBelow(folder, spec.path);
+  for (const AttributeSpec& attributeEntry : description.attributes) {
+    const fs::path target = PathBelow(folder, attributeEntry.path);
     if (!fs::exists(target))
       return "attributes for a path the description does not make: " + target.string();
     const std::wstring windowsPath = posix::ToWindowsPath(fs::absolute(target).string());
     if (const err::Win32Error error =
-            ProcessFileSystem().SetAttributes(windowsPath, spec.attributes);
+            ProcessFileSystem().SetAttributes(windowsPath, attributeEntry.attributes);
         error != err::kSuccess)
       return "cannot set the attributes of " + target.string() + " (error " +
              std::to_string(error) + ")";
