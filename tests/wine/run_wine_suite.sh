@@ -1,0 +1,227 @@
+#!/usr/bin/env bash
+# The Wine suite: runs the Windows build of tarnwick.exe under Wine over the sample share, through
+# a UNC path, and compares what it does with the Linux build's run over an identical share.
+#
+#   tests/wine/run_wine_suite.sh MINGW_BUILD_DIR LINUX_BUILD_DIR
+#
+# MINGW_BUILD_DIR holds tarnwick.exe, offreg.dll and the test-only userenv.dll
+# (tests/wine/userenv); LINUX_BUILD_DIR holds tarnwick, its "default-profile" template and
+# tarnwick-sample-share. Everything happens in a temporary folder: a new Wine prefix (its
+# wineserver kept running for the suite and stopped at the end), "dosdevices/unc/sample" linked to
+# a folder holding the share folder "profiles" (the server is linked, not the share: a linked
+# share reports itself as a reparse point), and the exe with both DLLs and the template copied
+# beside it. Wine cannot store security descriptors, creation times or READONLY on folders, so
+# trees are compared by names, types and contents only.
+# TARNWICK_WINE_KEEP=1 keeps the temporary folder for a look afterwards.
+# Prints one line per check and "N passed, N failed"; exits 1 when any check failed, 2 on a
+# usage or setup error.
+set -uo pipefail
+
+if [ $# -ne 2 ]; then
+  echo "usage: $0 MINGW_BUILD_DIR LINUX_BUILD_DIR" >&2
+  exit 2
+fi
+mingw=$(cd "$1" && pwd) || exit 2
+linux=$(cd "$2" && pwd) || exit 2
+here=$(cd "$(dirname "$0")" && pwd)
+
+exe=$mingw/src/tarnwick.exe
+offreg=$mingw/src/hive/dll/offreg.dll
+userenv=$mingw/tests/wine/userenv/userenv.dll
+linux_exe=$linux/src/tarnwick
+template=$linux/src/default-profile
+generator=$linux/tools/sample_share/tarnwick-sample-share
+for needed in "$exe" "$offreg" "$userenv" "$linux_exe" "$generator"; do
+  [ -f "$needed" ] || { echo "missing: $needed" >&2; exit 2; }
+done
+[ -d "$template" ] || { echo "missing: $template" >&2; exit 2; }
+
+wine=${WINE:-}
+if [ -z "$wine" ]; then
+  for candidate in wine64 /usr/lib/wine/wine64 wine; do
+    if command -v "$candidate" >/dev/null 2>&1; then
+      wine=$(command -v "$candidate")
+      break
+    fi
+  done
+fi
+[ -n "$wine" ] || { echo "wine64 is not installed" >&2; exit 2; }
+
+work=$(mktemp -d "${TMPDIR:-/tmp}/tarnwick-wine.XXXXXX")
+export WINEPREFIX=$work/prefix WINEDEBUG=-all WINEARCH=win64
+unset DISPLAY WAYLAND_DISPLAY
+cleanup() {
+  wineserver -k >/dev/null 2>&1
+  wineserver -w >/dev/null 2>&1
+  if [ -n "${TARNWICK_WINE_KEEP:-}" ]; then echo "kept $work"; else rm -rf "$work"; fi
+}
+trap cleanup EXIT
+
+passed=0
+failed=0
+pass() {
+  passed=$((passed + 1))
+  echo "PASS $1"
+}
+fail() {
+  failed=$((failed + 1))
+  echo "FAIL $1"
+  [ $# -lt 2 ] || printf '%s\n' "$2" | head -n 40 | sed 's/^/     /'
+}
+# check NAME EXPECTED ACTUAL: equal texts pass.
+check() {
+  if [ "$2" == "$3" ]; then
+    pass "$1"
+  else
+    fail "$1" "$(diff <(printf '%s\n' "$2") <(printf '%s\n' "$3"))"
+  fi
+}
+# contains NAME TEXT PART
+contains() {
+  if [[ "$2" == *"$3"* ]]; then pass "$1"; else fail "$1" "not found: $3 in: $2"; fi
+}
+
+echo "== Wine prefix in $work"
+WINEDLLOVERRIDES="mscoree,mshtml=" wineboot -i >/dev/null 2>&1
+wineserver -w
+wineserver -p
+[ -d "$WINEPREFIX/drive_c" ] || { echo "the Wine prefix was not made" >&2; exit 2; }
+
+# The programs: Windows beside its DLLs and template, Linux beside its template.
+mkdir -p "$work/app" "$work/linux-app"
+cp "$exe" "$offreg" "$userenv" "$work/app/"
+cp -r "$template" "$work/app/default-profile"
+cp "$linux_exe" "$work/linux-app/tarnwick"
+cp -r "$template" "$work/linux-app/default-profile"
+# Without one DLL each.
+for missing in offreg userenv; do
+  mkdir -p "$work/app-no-$missing"
+  cp "$exe" "$offreg" "$userenv" "$work/app-no-$missing/"
+  rm "$work/app-no-$missing/$missing.dll"
+  cp -r "$template" "$work/app-no-$missing/default-profile"
+done
+
+# Two identical sample shares: one mapped for Linux, one reached by Wine as \\sample\profiles.
+"$generator" "$work/linux-sample" >/dev/null || exit 2
+"$generator" "$work/wine-sample" >/dev/null || exit 2
+mkdir -p "$work/wine-server"
+mv "$work/wine-sample/share" "$work/wine-server/profiles"
+mkdir -p "$WINEPREFIX/dosdevices/unc"
+ln -s "$work/wine-server" "$WINEPREFIX/dosdevices/unc/sample"
+wine_share=$work/wine-server/profiles
+linux_share=$work/linux-sample/share
+
+# Runs set out, status (the exit value modulo 256) and, for Wine, the console with the text mode's
+# "\r\r\n" turned back into "\r\n". Both run from $work, so relative paths name the same files.
+out=""
+status=0
+run_wine() {
+  local app=$1
+  shift
+  out=$(cd "$work" && "$wine" "$work/$app/tarnwick.exe" "$@" 2>/dev/null | perl -pe 's/\r\r\n/\r\n/g'; exit "${PIPESTATUS[0]}")
+  status=$?
+}
+run_linux() {
+  out=$(cd "$work" && TARNWICK_SHARES="$work/linux-sample/shares.conf" \
+    TARNWICK_PROFILE_ROOT="$work/linux-profiles" "$work/linux-app/tarnwick" "$@" 2>/dev/null)
+  status=$?
+}
+# Both runs of the same arguments: console and status must be equal.
+wine_out=""
+wine_status=0
+run_both() {
+  local name=$1
+  shift
+  run_linux "$@"
+  local linux_out=$out linux_status=$status
+  run_wine app "$@"
+  wine_out=$out
+  wine_status=$status
+  check "$name: exit value" "$linux_status" "$wine_status"
+  check "$name: console" "$linux_out" "$wine_out"
+}
+
+# The listing of a migrated tree (tree_listing.py, with hivex for the hives); a listing that
+# cannot be made fails the check that uses it.
+python=/usr/bin/python3
+listing() {
+  "$python" "$here/tree_listing.py" "$1" 2>&1 || echo "LISTING FAILED: $1"
+}
+
+# The log lines without their "[date time][0xthread] " prefix.
+log_messages() {
+  [ -f "$1" ] && perl -pe 's/^\[[^]]*\]\[0x[0-9A-Fa-f]+\] //' "$1"
+}
+
+echo "== no arguments and help"
+run_both "no arguments"
+check "no arguments: exit value is -1" 255 "$wine_status"
+contains "no arguments: message" "$wine_out" "No command line args, exiting."
+run_both "help" "/?"
+contains "help: usage text" "$wine_out" "tarnwick.exe [/s:<source path <version code>>]"
+
+echo "== the log beside the exe"
+log=$work/app/tarnwick.log
+if [ -f "$log" ]; then
+  pass "log: tarnwick.log beside tarnwick.exe"
+else
+  fail "log: tarnwick.log beside tarnwick.exe"
+fi
+check "log: every line ends in CR LF" "" "$(perl -ne 'print "$.\n" unless /\r\n\z/' "$log" 2>&1)"
+check "log: no NUL bytes (not UTF-16)" "0" "$(tr -cd '\000' <"$log" | wc -c)"
+# A name outside ASCII is written in Windows-1252: "zoë" as 7A 6F EB.
+run_wine app '/s:\\sample\profiles\zoë'
+if LC_ALL=C grep -q $'zo\xeb' "$log" && ! LC_ALL=C grep -q $'zo\xc3\xab' "$log"; then
+  pass "log: Windows-1252 bytes"
+else
+  fail "log: Windows-1252 bytes" "$(LC_ALL=C grep -a zo "$log" | od -c | head -n 8)"
+fi
+
+echo "== V1 to V2 migration of every V1 sample profile through \\\\sample\\profiles"
+: >"$work/app/tarnwick.log"
+: >"$work/linux-app/tarnwick.log"
+for user in alice bob carol dave; do
+  run_both "V1 to V2 $user" "/s:\\\\sample\\profiles\\$user"
+  check "V1 to V2 $user: exit value 0" 0 "$wine_status"
+  check "V1 to V2 $user: tree, contents and hives" \
+    "$(listing "$linux_share/$user.V2")" "$(listing "$wine_share/$user.V2")"
+  # What Wine's run wrote, read independently: the source hive's own value and a copied file.
+  wine_listing=$(listing "$wine_share/$user.V2")
+  contains "V1 to V2 $user: hive value read with hivex" "$wine_listing" \
+    "    Owner 1 $(printf '%s' "$user" | iconv -t UTF-16LE | od -An -tx1 | tr -d ' \n')0000"
+  check "V1 to V2 $user: copied document" "Dear $user, this is a letter." \
+    "$(cat "$wine_share/$user.V2/My Documents/letter.txt")"
+done
+# The temporary profile lies in each side's profile root: Linux's (in Windows form) and C:\users.
+export linux_root="Z:${work//\//\\}\\linux-profiles\\"
+check "V1 to V2: log messages" \
+  "$(log_messages "$work/linux-app/tarnwick.log" | perl -pe 's/\Q$ENV{linux_root}\E/<profiles>\\/g')" \
+  "$(log_messages "$work/app/tarnwick.log" | perl -pe 's/C:\\users\\/<profiles>\\/g')"
+check "V1 to V2: share entries" "$(ls "$linux_share")" "$(ls "$wine_share")"
+check "V1 to V2: no temporary profile left" "" \
+  "$(ls "$WINEPREFIX/drive_c/users/[ProfileList]" 2>/dev/null)"
+
+echo "== a configuration file read through MSXML"
+printf '%s' '<migration><source><profilepath>\\sample\profiles\erin.V2</profilepath><migv2tov6>TRUE</migv2tov6></source><registry><excludekeys>Environment</excludekeys></registry></migration>' \
+  >"$work/cfg.xml"
+run_both "configuration file" cfg.xml
+check "configuration file: exit value 0" 0 "$wine_status"
+contains "configuration file: the configured source" "$wine_out" \
+  '1 profiles were migrated from \\sample\profiles\erin.V2.'
+check "configuration file: tree, contents and hives" \
+  "$(listing "$linux_share/erin.V6")" "$(listing "$wine_share/erin.V6")"
+
+echo "== missing DLLs"
+run_wine app-no-offreg '/s:\\sample\profiles\alice'
+check "without offreg.dll: exit value" 255 "$status"
+contains "without offreg.dll: message" "$out" "Offline registry APIs are not available"
+run_wine app-no-userenv '/s:\\sample\profiles\bob'
+check "without userenv.dll, V1 to V2: exit value" 255 "$status"
+contains "without userenv.dll, V1 to V2: message" "$out" "Windows 7 APIs are not available"
+run_wine app-no-userenv '/s:\\sample\profiles\erin.V2' /V2TOV6
+check "without userenv.dll, V2 to V6: exit value" 255 "$status"
+contains "without userenv.dll, V2 to V6: message" "$out" \
+  "Windows offline registry APIs are not available"
+
+echo "$passed passed, $failed failed"
+[ "$failed" -eq 0 ]
