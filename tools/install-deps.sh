@@ -8,6 +8,7 @@ packages=(
   libgtest-dev libgmock-dev libpugixml-dev libbenchmark-dev
   g++-mingw-w64-x86-64-posix
   reglookup python3-hivex libhivex-bin libwin-hivex-perl libregf-utils python3-libregf
+  wine64 libwine
 )
 
 missing=()

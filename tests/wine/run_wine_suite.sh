@@ -36,23 +36,34 @@ for needed in "$exe" "$offreg" "$userenv" "$linux_exe" "$generator"; do
 done
 [ -d "$template" ] || { echo "missing: $template" >&2; exit 2; }
 
-wine=${WINE:-}
-if [ -z "$wine" ]; then
-  for candidate in wine64 /usr/lib/wine/wine64 wine; do
+# The Debian package wine64 alone gives /usr/lib/wine/wine64 and wineserver64 (the "wine" package
+# with the wrappers in /usr/bin is only recommended); wineboot runs as wine64's built-in program.
+first_program() {
+  local candidate
+  for candidate in "$@"; do
     if command -v "$candidate" >/dev/null 2>&1; then
-      wine=$(command -v "$candidate")
-      break
+      command -v "$candidate"
+      return 0
     fi
   done
-fi
-[ -n "$wine" ] || { echo "wine64 is not installed" >&2; exit 2; }
+  return 1
+}
+wine=${WINE:-$(first_program /usr/lib/wine/wine64 wine64)} || {
+  echo "wine64 is not installed" >&2
+  exit 2
+}
+wineserver=${WINESERVER:-$(first_program /usr/lib/wine/wineserver64 wineserver)} || {
+  echo "wineserver is not installed" >&2
+  exit 2
+}
+export WINESERVER=$wineserver
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/tarnwick-wine.XXXXXX")
 export WINEPREFIX=$work/prefix WINEDEBUG=-all WINEARCH=win64
 unset DISPLAY WAYLAND_DISPLAY
 cleanup() {
-  wineserver -k >/dev/null 2>&1
-  wineserver -w >/dev/null 2>&1
+  "$wineserver" -k >/dev/null 2>&1
+  "$wineserver" -w >/dev/null 2>&1
   if [ -n "${TARNWICK_WINE_KEEP:-}" ]; then echo "kept $work"; else rm -rf "$work"; fi
 }
 trap cleanup EXIT
@@ -82,9 +93,9 @@ contains() {
 }
 
 echo "== Wine prefix in $work"
-WINEDLLOVERRIDES="mscoree,mshtml=" wineboot -i >/dev/null 2>&1
-wineserver -w
-wineserver -p
+WINEDLLOVERRIDES="mscoree,mshtml=" "$wine" wineboot -i >/dev/null 2>&1
+"$wineserver" -w
+"$wineserver" -p
 [ -d "$WINEPREFIX/drive_c" ] || { echo "the Wine prefix was not made" >&2; exit 2; }
 
 # The programs: Windows beside its DLLs and template, Linux beside its template.
