@@ -114,8 +114,8 @@ std::wstring RegistrationFolder(const std::wstring& root) { return root + L"\\[P
 // The registered folder of sid, or ERROR_FILE_NOT_FOUND.
 DWORD FindRegistration(const std::wstring& root, const std::wstring& sid, std::wstring& folder) {
   const HANDLE file =
-      ::CreateFileW((RegistrationFolder(root) + L"\\" + sid).c_str(), GENERIC_READ,
-                    FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+      ::CreateFileW((RegistrationFolder(root) + L"\\" + sid).c_str(), GENERIC_READ, FILE_SHARE_READ,
+                    nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file == INVALID_HANDLE_VALUE) return ERROR_FILE_NOT_FOUND;
   char buffer[4096];
   DWORD read = 0;
@@ -134,9 +134,8 @@ DWORD WriteRegistration(const std::wstring& root, const std::wstring& sid,
   if (!::CreateDirectoryW(registrations.c_str(), nullptr) &&
       ::GetLastError() != ERROR_ALREADY_EXISTS)
     return ::GetLastError();
-  const HANDLE file =
-      ::CreateFileW((registrations + L"\\" + sid).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
-                    FILE_ATTRIBUTE_NORMAL, nullptr);
+  const HANDLE file = ::CreateFileW((registrations + L"\\" + sid).c_str(), GENERIC_WRITE, 0,
+                                    nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file == INVALID_HANDLE_VALUE) return ::GetLastError();
   std::string text;
   for (const wchar_t c : folder) text.push_back(static_cast<char>(c));
@@ -212,9 +211,8 @@ bool IsThisComputer(const wchar_t* computer) {
 
 }  // namespace
 
-extern "C" __declspec(dllexport) HRESULT WINAPI CreateProfile(LPCWSTR sid, LPCWSTR userName,
-                                                              LPWSTR profilePath,
-                                                              DWORD cchProfilePath) {
+extern "C" __declspec(dllexport) HRESULT WINAPI
+    CreateProfile(LPCWSTR sid, LPCWSTR userName, LPWSTR profilePath, DWORD cchProfilePath) {
   if (sid == nullptr || userName == nullptr || profilePath == nullptr) return kInvalidArg;
   if (!IsValidUserName(userName)) return kInvalidArg;
   std::wstring sidText;
@@ -252,8 +250,8 @@ extern "C" __declspec(dllexport) HRESULT WINAPI CreateProfile(LPCWSTR sid, LPCWS
   return kOk;
 }
 
-extern "C" __declspec(dllexport) BOOL WINAPI DeleteProfileW(LPCWSTR sid, LPCWSTR profilePath,
-                                                            LPCWSTR computerName) {
+extern "C" __declspec(dllexport) BOOL WINAPI
+    DeleteProfileW(LPCWSTR sid, LPCWSTR profilePath, LPCWSTR computerName) {
   DWORD error = ERROR_SUCCESS;
   std::wstring sidText;
   std::wstring folder;
