@@ -60,6 +60,9 @@ export WINESERVER=$wineserver
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/tarnwick-wine.XXXXXX")
 export WINEPREFIX=$work/prefix WINEDEBUG=-all WINEARCH=win64
+# The wineserver's socket folder ("wine-XXXXXX" in the temporary folder) goes with the rest.
+mkdir -p "$work/tmp"
+export TMPDIR=$work/tmp
 unset DISPLAY WAYLAND_DISPLAY
 cleanup() {
   "$wineserver" -k >/dev/null 2>&1
