@@ -54,6 +54,13 @@ std::string FindEntryNoCase(const std::string& folder, std::string_view name) {
 
 std::string ResolveNameCase(const std::string& native) {
   if (native.empty()) return native;
+  // A path that exists as given (and has no empty component for the walk to drop) resolves to
+  // itself: every prefix of a path the kernel resolves exists too, so the walk below would keep
+  // each component as it stands. One lstat instead of one per component.
+  if (native.find("//") == std::string::npos) {
+    struct stat info {};
+    if (::lstat(native.c_str(), &info) == 0) return native;
+  }
   std::string resolved;
   std::size_t position = 0;
   if (native[0] == '/') {
