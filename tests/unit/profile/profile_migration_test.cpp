@@ -24,24 +24,14 @@ namespace {
 namespace fs = std::filesystem;
 using testing::AdminSid;
 using testing::AnnaSid;
+using testing::ExpandValue;
+using testing::ExplorerSection;
+using testing::kExplorerKeys;
 using testing::MakeHive;
 using testing::OwnedBy;
 using testing::RegHex;
 using testing::SecurityOp;
 using testing::WinPath;
-
-constexpr const char* kExplorer =
-    "[\\Software]\n\n[\\Software\\Microsoft]\n\n[\\Software\\Microsoft\\Windows]\n\n"
-    "[\\Software\\Microsoft\\Windows\\CurrentVersion]\n\n"
-    "[\\Software\\Microsoft\\Windows\\CurrentVersion\\Explorer]\n\n";
-
-std::string Section(const char* key) {
-  return std::string("[\\Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\") + key + "]\n";
-}
-
-std::string Value(const char* name, const std::wstring& text) {
-  return std::string("\"") + name + "\"=hex(2):" + RegHex(text) + "\n";
-}
 
 void Write(const fs::path& file, const std::string& content) {
   fs::create_directories(file.parent_path());
@@ -124,8 +114,8 @@ class ProfileMigrationTest : public ::testing::Test {
     Write(bed.folder.path() / "shares.conf",
           "\\\\srv\\profiles = " + (bed.folder.path() / "share").string() + "\n");
     posix::UseShareMapFileForTesting((bed.folder.path() / "shares.conf").string());
-    MakeHive(source() / "ntuser.dat", kExplorer + Section("User Shell Folders") +
-                                          Value("Desktop", L"%USERPROFILE%\\Desktop") + "\n");
+    MakeHive(source() / "ntuser.dat", kExplorerKeys + ExplorerSection("User Shell Folders") +
+                                          ExpandValue("Desktop", L"%USERPROFILE%\\Desktop") + "\n");
     Write(source() / "Desktop" / "d.txt", "desk");
     Write(source() / "Other" / "o.txt", "other");
     security.SetObject(kSource, OwnedBy(AnnaSid()));
@@ -134,8 +124,9 @@ class ProfileMigrationTest : public ::testing::Test {
     profiles.profileFolder = bed.folder.path() / "local" / "_tarnwick_";
     fs::create_directories(profiles.profileFolder.parent_path());
     MakeHive(profiles.templateFolder / "NTUSER.DAT",
-             kExplorer + Section("User Shell Folders") +
-                 Value("Desktop", L"%USERPROFILE%\\Desktop") + "\n" + Section("Shell Folders") +
+             kExplorerKeys + ExplorerSection("User Shell Folders") +
+                 ExpandValue("Desktop", L"%USERPROFILE%\\Desktop") + "\n" +
+                 ExplorerSection("Shell Folders") +
                  "\"Desktop\"=hex(1):" + RegHex(L"C:\\Users\\x\\Desktop") + "\n\n");
     Write(profiles.templateFolder / "AppData" / "Local" / "default.ini", "default");
   }
@@ -213,8 +204,7 @@ TEST_F(ProfileMigrationTest, AMissingSourceIsNotReachable) {
 TEST_F(ProfileMigrationTest, TheTargetMustBeUncAndItsShareReachable) {
   bed.settings.targetPath = WinPath(bed.folder.path());
   EXPECT_EQ(Migrate(), static_cast<HResult>(0x80040002u));
-  EXPECT_EQ(bed.log.messages(),
-            std::vector<std::wstring>{L"Target path not valid: " + targetPath});
+  EXPECT_EQ(bed.log.messages(), std::vector<std::wstring>{L"Target path not valid: " + targetPath});
   bed.log.Clear();
   bed.settings.targetPath.clear();
   network.statuses.clear();
@@ -240,8 +230,9 @@ TEST_F(ProfileMigrationTest, AnInterruptedTargetIsRebuilt) {
   Write(target() / "_qzk_mig_marker_", "");
   Write(target() / "half.txt", "half");
   EXPECT_EQ(Migrate(), hr::kOk) << Joined();
-  EXPECT_TRUE(Logged(L"The target profile contains an interrupted migration, rebuilding "
-                     L"profile: \\\\srv\\profiles\\anna.V2"));
+  EXPECT_TRUE(
+      Logged(L"The target profile contains an interrupted migration, rebuilding "
+             L"profile: \\\\srv\\profiles\\anna.V2"));
   EXPECT_FALSE(fs::exists(target() / "half.txt"));
   EXPECT_FALSE(fs::exists(target() / "_qzk_mig_marker_"));
   EXPECT_TRUE(fs::exists(target() / "Desktop" / "d.txt"));
@@ -310,8 +301,9 @@ TEST_F(ProfileMigrationTest, AFailingDefaultProfileCopyDeletesTargetAndTemporary
 TEST_F(ProfileMigrationTest, AnEmptyTemporaryProfilePathIsCodeThree) {
   profiles.createWritesPath = false;
   EXPECT_EQ(Migrate(), 3);
-  EXPECT_TRUE(Logged(L"Failed to copy the default profile (0x00000003 - ): "
-                     L"\\\\srv\\profiles\\anna.V2"));
+  EXPECT_TRUE(
+      Logged(L"Failed to copy the default profile (0x00000003 - ): "
+             L"\\\\srv\\profiles\\anna.V2"));
   EXPECT_FALSE(fs::exists(target()));
   EXPECT_TRUE(profiles.deleted.empty());  // nothing to delete
 }
@@ -348,8 +340,9 @@ TEST_F(ProfileMigrationTest, AFailedTargetRestoreIsTheResultAndTheSourceRestoreO
   security.FailOn(SecurityOp::kWriteDacl, kTarget, err::kAccessDenied);
   EXPECT_EQ(Migrate(), hr::kAccessDenied);
   EXPECT_EQ(bed.log.messages().back(), L"Deleted temporary profile: " + Temporary());
-  EXPECT_TRUE(Logged(L"Failed to restore security on user profile (0x80070005): "
-                     L"\\\\srv\\profiles\\anna.V2"));
+  EXPECT_TRUE(
+      Logged(L"Failed to restore security on user profile (0x80070005): "
+             L"\\\\srv\\profiles\\anna.V2"));
   EXPECT_TRUE(fs::exists(target() / "Desktop" / "d.txt"));
 }
 
@@ -379,7 +372,8 @@ TEST(ProfileMigrationFakes, NoBackslashInTheSourceFailsFirst) {
   testing::ProfileTestBed bed;
   std::wstring target = L"kept";
   EXPECT_EQ(MigrateProfile(bed.context, L"anna", 1, target, 2), hr::kFail);
-  EXPECT_EQ(bed.log.messages(), std::vector<std::wstring>{L"Failed to get target path (0x80004005)"});
+  EXPECT_EQ(bed.log.messages(),
+            std::vector<std::wstring>{L"Failed to get target path (0x80004005)"});
 }
 
 }  // namespace

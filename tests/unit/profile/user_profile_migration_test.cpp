@@ -20,24 +20,14 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::AnnaSid;
+using testing::ExpandValue;
+using testing::ExplorerSection;
+using testing::kExplorerKeys;
 using testing::MakeHive;
 using testing::OwnedBy;
 using testing::RegHex;
 using testing::SecurityOp;
 using testing::WinPath;
-
-constexpr const char* kExplorer =
-    "[\\Software]\n\n[\\Software\\Microsoft]\n\n[\\Software\\Microsoft\\Windows]\n\n"
-    "[\\Software\\Microsoft\\Windows\\CurrentVersion]\n\n"
-    "[\\Software\\Microsoft\\Windows\\CurrentVersion\\Explorer]\n\n";
-
-std::string Section(const char* key) {
-  return std::string("[\\Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\") + key + "]\n";
-}
-
-std::string Value(const char* name, const std::wstring& text) {
-  return std::string("\"") + name + "\"=hex(2):" + RegHex(text) + "\n";
-}
 
 void Write(const fs::path& file, const std::string& content) {
   fs::create_directories(file.parent_path());
@@ -47,12 +37,9 @@ void Write(const fs::path& file, const std::string& content) {
 class UserProfileMigrationTest : public ::testing::Test {
  protected:
   UserProfileMigrationTest()
-      : table{{0x4, L"Cookies", L"", L""},
-              {0x8, L"Desktop", L"", L""},
-              {0x10, L"Favorites", L"", L""},
-              {0x800, L"Personal", L"", L""},
-              {0x40000, L"Templates", L"", L""},
-              {0, L"", L"", L""}} {
+      : table{{0x4, L"Cookies", L"", L""},       {0x8, L"Desktop", L"", L""},
+              {0x10, L"Favorites", L"", L""},    {0x800, L"Personal", L"", L""},
+              {0x40000, L"Templates", L"", L""}, {0, L"", L"", L""}} {
     currentUserSid.Clear();
     currentUserSid.Set(testing::AdminSid());
     security.userSid = testing::AdminSid();
@@ -60,19 +47,20 @@ class UserProfileMigrationTest : public ::testing::Test {
   ~UserProfileMigrationTest() override { currentUserSid.Clear(); }
 
   void SetUp() override {
-    MakeHive(source() / "ntuser.dat",
-             kExplorer + Section("User Shell Folders") +
-                 Value("Cookies", L"%USERPROFILE%\\Cookies") +
-                 Value("Desktop", L"%USERPROFILE%\\Desktop") +
-                 Value("Favorites", L"%USERPROFILE%\\Favorites") +
-                 Value("Personal", L"%USERPROFILE%\\My Documents") +
-                 Value("Templates", L"%HOMEDRIVE%\\Templates") + "\n");
+    MakeHive(source() / "ntuser.dat", kExplorerKeys + ExplorerSection("User Shell Folders") +
+                                          ExpandValue("Cookies", L"%USERPROFILE%\\Cookies") +
+                                          ExpandValue("Desktop", L"%USERPROFILE%\\Desktop") +
+                                          ExpandValue("Favorites", L"%USERPROFILE%\\Favorites") +
+                                          ExpandValue("Personal", L"%USERPROFILE%\\My Documents") +
+                                          ExpandValue("Templates", L"%HOMEDRIVE%\\Templates") +
+                                          "\n");
     MakeHive(target() / "ntuser.dat",
-             kExplorer + Section("User Shell Folders") +
-                 Value("Desktop", L"%USERPROFILE%\\Desktop") +
-                 Value("Favorites", L"%USERPROFILE%\\Favorites") +
-                 Value("Personal", L"%USERPROFILE%\\Documents") +
-                 Value("Templates", L"%USERPROFILE%\\Templates") + "\n" + Section("Shell Folders") +
+             kExplorerKeys + ExplorerSection("User Shell Folders") +
+                 ExpandValue("Desktop", L"%USERPROFILE%\\Desktop") +
+                 ExpandValue("Favorites", L"%USERPROFILE%\\Favorites") +
+                 ExpandValue("Personal", L"%USERPROFILE%\\Documents") +
+                 ExpandValue("Templates", L"%USERPROFILE%\\Templates") + "\n" +
+                 ExplorerSection("Shell Folders") +
                  "\"Desktop\"=hex(1):" + RegHex(L"C:\\Users\\anna\\Desktop") + "\n\n");
     Write(source() / "Desktop" / "d.txt", "desk");
     Write(source() / "Favorites" / "f.url", "fav");
@@ -144,8 +132,8 @@ TEST_F(UserProfileMigrationTest, SpecialFoldersGoWhereTheHivesSayAndTheRestKeepT
 }
 
 TEST_F(UserProfileMigrationTest, TheLowerCaseVariableIsNotExpanded) {
-  MakeHive(source() / "ntuser.dat", kExplorer + Section("User Shell Folders") +
-                                        Value("Desktop", L"%userprofile%\\Desktop") + "\n");
+  MakeHive(source() / "ntuser.dat", kExplorerKeys + ExplorerSection("User Shell Folders") +
+                                        ExpandValue("Desktop", L"%userprofile%\\Desktop") + "\n");
   EXPECT_EQ(Folders(), hr::kOk);
   EXPECT_TRUE(Logged(
       L"Cannot migrate profile folders containing environment variables: %userprofile%\\Desktop"));
@@ -153,8 +141,10 @@ TEST_F(UserProfileMigrationTest, TheLowerCaseVariableIsNotExpanded) {
 
 TEST_F(UserProfileMigrationTest, AVariableInTheTargetLocationIsReportedWithTheSourceLocation) {
   MakeHive(target() / "ntuser.dat",
-           kExplorer + Section("User Shell Folders") + Value("Desktop", L"%APPDATA%\\Desktop") +
-               Value("Favorites", L"%USERPROFILE%\\Favorites") + "\n" + Section("Shell Folders") +
+           kExplorerKeys + ExplorerSection("User Shell Folders") +
+               ExpandValue("Desktop", L"%APPDATA%\\Desktop") +
+               ExpandValue("Favorites", L"%USERPROFILE%\\Favorites") + "\n" +
+               ExplorerSection("Shell Folders") +
                "\"Favorites\"=hex(1):" + RegHex(L"C:\\Users\\anna\\Favorites") + "\n\n");
   EXPECT_EQ(Folders(), hr::kOk);
   EXPECT_TRUE(Logged(L"Cannot migrate profile folders containing environment variables: " +
@@ -162,8 +152,8 @@ TEST_F(UserProfileMigrationTest, AVariableInTheTargetLocationIsReportedWithTheSo
   EXPECT_FALSE(fs::exists(target() / "Desktop" / "d.txt"));
   // This target hive gives "Personal" no location: its folder is not copied anywhere, least of
   // all into the current folder.
-  EXPECT_TRUE(Logged(L"No target location for folder Personal, not migrated: " +
-                     Source(L"My Documents")));
+  EXPECT_TRUE(
+      Logged(L"No target location for folder Personal, not migrated: " + Source(L"My Documents")));
   EXPECT_FALSE(fs::exists(fs::current_path() / "sub\\doc.txt"));
   EXPECT_FALSE(fs::exists(fs::current_path() / "sub"));
 }
@@ -242,7 +232,8 @@ TEST_F(UserProfileMigrationTest, AnyOtherReadFailureSkipsTheFolderEvenWithTakeOw
 TEST_F(UserProfileMigrationTest, RemainingFoldersLogTheTruncatedSearchFormat) {
   FolderMigrator migrator(context, table);
   const std::wstring missing = Source(L"gone");
-  EXPECT_EQ(MigrateRemainingFolders(migrator, missing, Target()), static_cast<HResult>(0x80070003u));
+  EXPECT_EQ(MigrateRemainingFolders(migrator, missing, Target()),
+            static_cast<HResult>(0x80070003u));
   EXPECT_EQ(bed.log.messages(),
             std::vector<std::wstring>{L"Failed searching \"" + missing + L"\\*\": 0x80070003"});
 }
@@ -276,10 +267,9 @@ namespace tw {
 namespace {
 
 TEST_F(UserProfileMigrationTest, AUncRedirectedFolderStaysRedirectedAndIsNotCopied) {
-  MakeHive(source() / "ntuser.dat",
-           kExplorer + Section("User Shell Folders") +
-               Value("Desktop", L"%USERPROFILE%\\Desktop") +
-               Value("Personal", L"\\\\server\\share\\docs") + "\n");
+  MakeHive(source() / "ntuser.dat", kExplorerKeys + ExplorerSection("User Shell Folders") +
+                                        ExpandValue("Desktop", L"%USERPROFILE%\\Desktop") +
+                                        ExpandValue("Personal", L"\\\\server\\share\\docs") + "\n");
   EXPECT_EQ(Folders(), hr::kOk);
   EXPECT_FALSE(Logged(L"Processing folder Personal"));
   EXPECT_TRUE(Logged(L"Processing folder Desktop"));

@@ -171,4 +171,21 @@ inline std::string RegHex(const std::wstring& text, bool terminated = true) {
   return out;
 }
 
+// The .reg lines that make the key chain down to the Explorer key of
+// "Software\Microsoft\Windows\CurrentVersion", where the shell-folder keys live.
+inline constexpr const char* kExplorerKeys =
+    "[\\Software]\n\n[\\Software\\Microsoft]\n\n[\\Software\\Microsoft\\Windows]\n\n"
+    "[\\Software\\Microsoft\\Windows\\CurrentVersion]\n\n"
+    "[\\Software\\Microsoft\\Windows\\CurrentVersion\\Explorer]\n\n";
+
+// The .reg header line of a key below Explorer ("User Shell Folders", "Shell Folders").
+inline std::string ExplorerSection(const char* key) {
+  return std::string("[\\Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\") + key + "]\n";
+}
+
+// A REG_EXPAND_SZ value line.
+inline std::string ExpandValue(const char* name, const std::wstring& text) {
+  return std::string("\"") + name + "\"=hex(2):" + RegHex(text) + "\n";
+}
+
 }  // namespace tw::testing

@@ -16,23 +16,16 @@ namespace tw {
 namespace {
 
 using ::testing::ElementsAre;
+using testing::ExplorerSection;
 using testing::ExportHive;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using testing::kExplorerKeys;
 using testing::MakeHive;
 using testing::OffregFunction;
 using testing::RealFilesTestBed;
 using testing::RegHex;
 using testing::WinPath;
-
-constexpr const char* kUsf =
-    "[\\Software]\n\n[\\Software\\Microsoft]\n\n[\\Software\\Microsoft\\Windows]\n\n"
-    "[\\Software\\Microsoft\\Windows\\CurrentVersion]\n\n"
-    "[\\Software\\Microsoft\\Windows\\CurrentVersion\\Explorer]\n\n";
-
-std::string Section(const char* key) {
-  return std::string("[\\Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\") + key + "]\n";
-}
 
 std::string Expand(const std::wstring& text) { return "hex(2):" + RegHex(text) + "\n"; }
 
@@ -47,11 +40,13 @@ class ShellFoldersTest : public ::testing::Test {
         mapping(table) {}
 
   void MakeSource(const std::string& values) {
-    MakeHive(source() / "ntuser.dat", kUsf + Section("User Shell Folders") + values + "\n");
+    MakeHive(source() / "ntuser.dat",
+             kExplorerKeys + ExplorerSection("User Shell Folders") + values + "\n");
   }
   void MakeTarget(const std::string& userShellFolders, const std::string& shellFolders) {
-    MakeHive(target() / "ntuser.dat", kUsf + Section("User Shell Folders") + userShellFolders +
-                                          "\n" + Section("Shell Folders") + shellFolders + "\n");
+    MakeHive(target() / "ntuser.dat", kExplorerKeys + ExplorerSection("User Shell Folders") +
+                                          userShellFolders + "\n" +
+                                          ExplorerSection("Shell Folders") + shellFolders + "\n");
   }
   std::filesystem::path source() const { return bed.folder.path() / "src"; }
   std::filesystem::path target() const { return bed.folder.path() / "tgt"; }
