@@ -28,6 +28,7 @@ template <class Fold>
 int CompareFolded(std::wstring_view a, std::wstring_view b, Fold fold) {
   const std::size_t common = std::min(a.size(), b.size());
   for (std::size_t i = 0; i < common; ++i) {
+    if (a[i] == b[i]) continue;  // equal units fold alike; most names differ in a few
     // Compared as unsigned code units, as Windows compares them.
     const auto x = static_cast<std::uint32_t>(fold(a[i]));
     const auto y = static_cast<std::uint32_t>(fold(b[i]));
@@ -39,9 +40,18 @@ int CompareFolded(std::wstring_view a, std::wstring_view b, Fold fold) {
 
 }  // namespace
 
-wchar_t ToUpperWindows(wchar_t c) { return MapCase(c, case_detail::UpperCaseRanges()); }
+// ASCII, the bulk of every name, is mapped without searching the tables (they map it alike).
+wchar_t ToUpperWindows(wchar_t c) {
+  if (static_cast<std::uint32_t>(c) < 0x80)
+    return (c >= L'a' && c <= L'z') ? static_cast<wchar_t>(c - 0x20) : c;
+  return MapCase(c, case_detail::UpperCaseRanges());
+}
 
-wchar_t ToLowerWindows(wchar_t c) { return MapCase(c, case_detail::LowerCaseRanges()); }
+wchar_t ToLowerWindows(wchar_t c) {
+  if (static_cast<std::uint32_t>(c) < 0x80)
+    return (c >= L'A' && c <= L'Z') ? static_cast<wchar_t>(c + 0x20) : c;
+  return MapCase(c, case_detail::LowerCaseRanges());
+}
 
 int CompareNoCase(std::wstring_view a, std::wstring_view b) {
   return CompareFolded(a, b, ToUpperWindows);

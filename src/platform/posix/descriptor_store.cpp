@@ -27,8 +27,18 @@ constexpr std::uint32_t kOwnerRights = 0x00060000;  // READ_CONTROL | WRITE_DAC
 err::Win32Error LoadStoredDescriptor(const std::string& native,
                                      std::optional<security::SecurityDescriptor>& sd) {
   sd.reset();
-  std::vector<std::uint8_t> bytes;
-  for (;;) {
+  // Most descriptors fit the first buffer, so one call reads them; a larger one is measured.
+  std::vector<std::uint8_t> bytes(1024);
+  const ssize_t first =
+      ::lgetxattr(native.c_str(), kDescriptorAttribute, bytes.data(), bytes.size());
+  if (first >= 0) {
+    bytes.resize(static_cast<std::size_t>(first));
+  } else if (errno == ENODATA || errno == ENOTSUP) {
+    return err::kSuccess;
+  } else if (errno != ERANGE) {
+    return Win32ErrorFromErrno(errno);
+  }
+  while (first < 0) {
     const ssize_t size = ::lgetxattr(native.c_str(), kDescriptorAttribute, nullptr, 0);
     if (size < 0) {
       if (errno == ENODATA || errno == ENOTSUP) return err::kSuccess;

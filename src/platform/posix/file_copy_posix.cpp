@@ -10,6 +10,7 @@
 #include "platform/file_system.h"
 #include "platform/posix/errno_win32.h"
 #include "platform/posix/file_info_posix.h"
+#include "platform/posix/folder_names.h"
 
 namespace tw::posix {
 namespace {
@@ -74,7 +75,7 @@ bool CopyContent(int in, int out) {
 }  // namespace
 
 err::Win32Error CopyNativeFile(const std::string& source, const std::string& target,
-                               bool failIfExists) {
+                               bool failIfExists, const NativeStatus& targetStatus) {
   const Descriptor in(::open(source.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
   if (in.get() < 0) return PathError(source);
   struct stat sourceInfo {};
@@ -82,7 +83,7 @@ err::Win32Error CopyNativeFile(const std::string& source, const std::string& tar
   if (S_ISDIR(sourceInfo.st_mode)) return err::kAccessDenied;
 
   struct stat targetInfo {};
-  const bool targetExists = ::lstat(target.c_str(), &targetInfo) == 0;
+  const bool targetExists = LstatKnown(target, targetStatus, targetInfo) == 0;
   if (targetExists) {
     if (failIfExists) return err::kFileExists;
     if (targetInfo.st_dev == sourceInfo.st_dev && targetInfo.st_ino == sourceInfo.st_ino)
@@ -98,17 +99,20 @@ err::Win32Error CopyNativeFile(const std::string& source, const std::string& tar
   const Descriptor out(::open(target.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC | createFlags,
                               sourceInfo.st_mode & 07777));
   if (out.get() < 0) return PathError(target);
+  if (!targetExists) NoteNameCreated(target);
   if (!CopyContent(in.get(), out.get())) {
     const err::Win32Error error = Win32ErrorFromErrno(errno);
-    if (!targetExists) ::unlink(target.c_str());
+    if (!targetExists && ::unlink(target.c_str()) == 0) NoteNameRemoved(target);
     return error;
   }
 
   std::uint32_t attributes = 0;
   if (ReadStoredAttributes(source, attributes)) {
     WriteStoredAttributes(target, attributes);
-  } else {
+  } else if (targetExists) {
     RemoveStoredAttributes(target);
+  } else {
+    ForgetFallbackAttributes(target);
   }
   const struct timespec times[2] = {sourceInfo.st_atim, sourceInfo.st_mtim};
   ::futimens(out.get(), times);  // as CopyFileW, the copy keeps the last-write time

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "base/win32_error.h"
+#include "platform/posix/native_path.h"
 
 namespace tw::posix {
 
@@ -14,7 +15,9 @@ namespace tw::posix {
 // is replaced unless failIfExists (kFileExists). Refused with kAccessDenied: a folder as source
 // or target, a read-only target. Symbolic links are never followed: a link as source or target
 // fails with kCantResolveFilename (ELOOP). A failed copy removes the target it created.
+// targetStatus: what the path mapping learnt about target, if anything (native_path.h).
 err::Win32Error CopyNativeFile(const std::string& source, const std::string& target,
-                               bool failIfExists);
+                               bool failIfExists,
+                               const NativeStatus& targetStatus = NativeStatus{});
 
 }  // namespace tw::posix

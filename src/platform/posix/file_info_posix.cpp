@@ -115,13 +115,17 @@ bool ReadStoredAttributes(const std::string& native, std::uint32_t& value) {
 }
 
 err::Win32Error WriteStoredAttributes(const std::string& native, std::uint32_t value) {
+  char text[16];
+  const int length = std::snprintf(text, sizeof text, "0x%x", static_cast<unsigned>(value));
+  // The kernel takes user attributes on files and folders only, so success says the type is
+  // right; the type is looked at when the write fails.
+  if (::lsetxattr(native.c_str(), kDosAttribName, text, static_cast<std::size_t>(length), 0) == 0)
+    return err::kSuccess;
+  const int refused = errno;
   struct statx info {};
   if (!StatNoFollow(native, info)) return PathError(native);
   if (!S_ISREG(info.stx_mode) && !S_ISDIR(info.stx_mode)) return err::kAccessDenied;
-  char text[16];
-  const int length = std::snprintf(text, sizeof text, "0x%x", static_cast<unsigned>(value));
-  if (::lsetxattr(native.c_str(), kDosAttribName, text, static_cast<std::size_t>(length), 0) == 0)
-    return err::kSuccess;
+  errno = refused;
   if (errno != ENOTSUP) return PathError(native);
   FallbackStore& store = Fallback();
   const std::lock_guard<std::mutex> guard(store.mutex);
@@ -134,6 +138,18 @@ void RemoveStoredAttributes(const std::string& native) {
   struct statx info {};
   if (!StatNoFollow(native, info)) return;
   FallbackStore& store = Fallback();
+  const std::lock_guard<std::mutex> guard(store.mutex);
+  store.values.erase(InodeKey(info));
+}
+
+void ForgetFallbackAttributes(const std::string& native) {
+  FallbackStore& store = Fallback();
+  {
+    const std::lock_guard<std::mutex> guard(store.mutex);
+    if (store.values.empty()) return;
+  }
+  struct statx info {};
+  if (!StatNoFollow(native, info)) return;
   const std::lock_guard<std::mutex> guard(store.mutex);
   store.values.erase(InodeKey(info));
 }

@@ -44,6 +44,11 @@ err::Win32Error WriteStoredAttributes(const std::string& native, std::uint32_t v
 // Forgets native's stored attributes (it then reads as its type gives).
 void RemoveStoredAttributes(const std::string& native);
 
+// For a file just created: drops what the in-process fallback store may still hold for an
+// earlier file with the same inode number. Costs nothing while the store is empty (user
+// extended attributes supported), as a new file has no extended attributes.
+void ForgetFallbackAttributes(const std::string& native);
+
 // The bits SetFileAttributesW can change: READONLY, HIDDEN, SYSTEM, ARCHIVE, TEMPORARY,
 // OFFLINE, NOT_CONTENT_INDEXED.
 constexpr std::uint32_t kSettableAttributes = 0x3127;

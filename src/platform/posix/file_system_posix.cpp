@@ -23,6 +23,7 @@
 #include "platform/posix/errno_win32.h"
 #include "platform/posix/file_copy_posix.h"
 #include "platform/posix/file_info_posix.h"
+#include "platform/posix/folder_names.h"
 #include "platform/posix/folder_tree_posix.h"
 #include "platform/posix/native_path.h"
 
@@ -75,9 +76,10 @@ class PosixFileSystem final : public FileSystem {
   bool PathExists(std::wstring_view path) override {
     std::string native;
     err::Win32Error error = err::kSuccess;
-    if (!posix::ToNativePath(path, native, error)) return false;
+    posix::NativeStatus status;
+    if (!posix::ToNativePath(path, native, error, &status)) return false;
     struct stat info {};
-    return ::lstat(native.c_str(), &info) == 0;
+    return posix::LstatKnown(native, status, info) == 0;
   }
 
   err::Win32Error Open(std::wstring_view path, const FileOpenRequest& request,
@@ -85,7 +87,8 @@ class PosixFileSystem final : public FileSystem {
     handle = kInvalidFileHandle;
     std::string native;
     err::Win32Error error = err::kSuccess;
-    if (!posix::ToNativePath(path, native, error)) return error;
+    posix::NativeStatus status;
+    if (!posix::ToNativePath(path, native, error, &status)) return error;
 
     const bool writeAccess =
         request.write ||
@@ -119,7 +122,7 @@ class PosixFileSystem final : public FileSystem {
     }
 
     struct stat before {};
-    const bool existed = ::lstat(native.c_str(), &before) == 0;
+    const bool existed = posix::LstatKnown(native, status, before) == 0;
     auto entry = std::make_shared<OpenFileEntry>();
     if (existed && S_ISDIR(before.st_mode)) {
       // A folder opens only with backup semantics, and only to be looked at or stamped.
@@ -133,7 +136,7 @@ class PosixFileSystem final : public FileSystem {
       return Register(std::move(entry), handle);
     }
     if (existed && mustNotExist) return err::kFileExists;
-    if (existed && S_ISREG(before.st_mode)) {
+    if (existed && S_ISREG(before.st_mode) && (writeAccess || truncate)) {
       const std::uint32_t stored = StoredFileAttributes(native);
       if ((stored & file_attr::kReadOnly) != 0 && (writeAccess || truncate))
         return err::kAccessDenied;
@@ -152,6 +155,7 @@ class PosixFileSystem final : public FileSystem {
     flags |= (writeAccess || truncate) ? O_RDWR : O_RDONLY;
     entry->fd = ::open(native.c_str(), flags, 0666);
     if (entry->fd < 0) return PathError(native);
+    if (!existed && create) posix::NoteNameCreated(native);
     if (truncate && ::ftruncate(entry->fd, 0) != 0) return posix::Win32ErrorFromErrno(errno);
     entry->canRead = readAccess;
     entry->canWrite = writeAccess;
@@ -227,9 +231,10 @@ class PosixFileSystem final : public FileSystem {
     std::string source;
     std::string target;
     err::Win32Error error = err::kSuccess;
+    posix::NativeStatus targetStatus;
     if (!posix::ToNativePath(from, source, error)) return error;
-    if (!posix::ToNativePath(to, target, error)) return error;
-    return posix::CopyNativeFile(source, target, failIfExists);
+    if (!posix::ToNativePath(to, target, error, &targetStatus)) return error;
+    return posix::CopyNativeFile(source, target, failIfExists, targetStatus);
   }
 
   err::Win32Error FindFirstEntry(std::wstring_view pattern, SearchHandle& search,

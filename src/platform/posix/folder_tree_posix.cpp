@@ -11,6 +11,7 @@
 #include "platform/file_system.h"
 #include "platform/posix/errno_win32.h"
 #include "platform/posix/file_info_posix.h"
+#include "platform/posix/folder_names.h"
 #include "platform/posix/native_path.h"
 
 namespace tw::posix {
@@ -68,7 +69,10 @@ void EmptyFolder(int fd, err::Win32Error& first) {
 }  // namespace
 
 err::Win32Error MakeNativeFolder(const std::string& native) {
-  if (::mkdir(native.c_str(), 0777) == 0) return err::kSuccess;
+  if (::mkdir(native.c_str(), 0777) == 0) {
+    NoteNameCreated(native);
+    return err::kSuccess;
+  }
   if (errno == EEXIST) return err::kAlreadyExists;
   if (errno == ENOENT || errno == ENOTDIR) return err::kPathNotFound;
   return Win32ErrorFromErrno(errno);
@@ -94,7 +98,9 @@ err::Win32Error MakeFolderPathFromWindows(std::wstring_view path) {
       if (!S_ISDIR(info.st_mode)) return err::kPathNotFound;  // a file on the way
     } else if (errno != ENOENT) {
       return Win32ErrorFromErrno(errno);
-    } else if (::mkdir(prefix.c_str(), 0777) != 0 && errno != EEXIST) {
+    } else if (::mkdir(prefix.c_str(), 0777) == 0) {
+      NoteNameCreated(prefix);
+    } else if (errno != EEXIST) {
       return errno == ENOENT ? err::kPathNotFound : Win32ErrorFromErrno(errno);
     }
     if (end == native.size()) break;
@@ -112,6 +118,7 @@ err::Win32Error DeleteNativeFile(const std::string& native) {
       (stored & file_attr::kReadOnly) != 0)
     return err::kAccessDenied;
   if (::unlink(native.c_str()) != 0) return PathError(native);
+  NoteNameRemoved(native);
   return err::kSuccess;
 }
 
@@ -119,7 +126,9 @@ err::Win32Error DeleteNativeTree(const std::string& native) {
   struct stat info {};
   if (::lstat(native.c_str(), &info) != 0) return PathError(native);
   if (!S_ISDIR(info.st_mode)) {
-    return ::unlink(native.c_str()) == 0 ? err::kSuccess : PathError(native);
+    if (::unlink(native.c_str()) != 0) return PathError(native);
+    NoteNameRemoved(native);
+    return err::kSuccess;
   }
   if ((info.st_mode & S_IWUSR) == 0 || (info.st_mode & S_IXUSR) == 0)
     ::chmod(native.c_str(), (info.st_mode & 07777) | S_IRWXU);
@@ -127,7 +136,11 @@ err::Win32Error DeleteNativeTree(const std::string& native) {
   if (fd < 0) return PathError(native);
   err::Win32Error first = err::kSuccess;
   EmptyFolder(fd, first);
-  if (::rmdir(native.c_str()) != 0) Remember(first, PathError(native));
+  if (::rmdir(native.c_str()) != 0) {
+    Remember(first, PathError(native));
+  } else {
+    NoteNameRemoved(native);
+  }
   return first;
 }
 

@@ -1,12 +1,11 @@
 #include "platform/posix/native_path.h"
 
-#include <dirent.h>
 #include <sys/stat.h>
 
 #include <cerrno>
 
 #include "base/text_encoding.h"
-#include "base/wide_string.h"
+#include "platform/posix/folder_names.h"
 #include "platform/posix/unc_path.h"
 
 namespace tw::posix {
@@ -32,34 +31,52 @@ std::string Join(const std::string& folder, std::string_view name) {
   return joined;
 }
 
-// The entry of folder whose name equals name ignoring case (the first in readdir order), or "".
-std::string FindEntryNoCase(const std::string& folder, std::string_view name) {
-  DIR* stream = ::opendir(folder.empty() ? "." : folder.c_str());
-  if (stream == nullptr) return std::string();
-  const std::wstring wanted = Utf8ToWide(name);
-  std::string found;
-  while (const struct dirent* item = ::readdir(stream)) {
-    const std::string_view entry(item->d_name);
-    if (entry == "." || entry == "..") continue;
-    if (EqualsNoCase(Utf8ToWide(entry), wanted)) {
-      found.assign(entry);
-      break;
-    }
-  }
-  ::closedir(stream);
-  return found;
-}
-
 }  // namespace
 
-std::string ResolveNameCase(const std::string& native) {
+int LstatKnown(const std::string& native, const NativeStatus& status, struct stat& info) {
+  if (!status.known) return ::lstat(native.c_str(), &info);
+  if (status.error != 0) {
+    errno = status.error;
+    return -1;
+  }
+  info = status.info;
+  return 0;
+}
+
+std::string ResolveNameCase(const std::string& native, NativeStatus* status) {
+  if (status != nullptr) *status = NativeStatus{};
   if (native.empty()) return native;
   // A path that exists as given (and has no empty component for the walk to drop) resolves to
   // itself: every prefix of a path the kernel resolves exists too, so the walk below would keep
   // each component as it stands. One lstat instead of one per component.
   if (native.find("//") == std::string::npos) {
     struct stat info {};
-    if (::lstat(native.c_str(), &info) == 0) return native;
+    const bool exists = ::lstat(native.c_str(), &info) == 0;
+    const int missing = exists ? 0 : errno;
+    if (exists) {
+      if (status != nullptr) {
+        status->known = true;
+        status->info = info;
+      }
+      return native;
+    }
+    // The same holds for the folder of a missing last name: when the folder exists as given,
+    // the walk would keep it and look only for the last name, in that folder.
+    const std::string::size_type slash = native.rfind('/');
+    if (slash != std::string::npos && slash + 1 < native.size()) {
+      const std::string_view leaf(native.data() + slash + 1, native.size() - slash - 1);
+      const std::string folder = slash == 0 ? std::string("/") : native.substr(0, slash);
+      struct stat folderInfo {};
+      if (leaf != "." && leaf != ".." && ::lstat(folder.c_str(), &folderInfo) == 0) {
+        const std::string other = missing == ENOENT ? FindNameNoCase(folder, folderInfo, leaf) : "";
+        if (!other.empty()) return Join(folder, other);
+        if (status != nullptr) {
+          status->known = true;
+          status->error = missing;
+        }
+        return native;
+      }
+    }
   }
   std::string resolved;
   std::size_t position = 0;
@@ -78,7 +95,7 @@ std::string ResolveNameCase(const std::string& native) {
     if (resolving && component != "." && component != "..") {
       struct stat info {};
       if (::lstat(candidate.c_str(), &info) != 0) {
-        const std::string other = errno == ENOENT ? FindEntryNoCase(resolved, component) : "";
+        const std::string other = errno == ENOENT ? ReadNameNoCase(resolved, component) : "";
         if (other.empty()) {
           resolving = false;  // the rest does not exist: kept as given
         } else {
@@ -92,7 +109,9 @@ std::string ResolveNameCase(const std::string& native) {
   return resolved;
 }
 
-bool ToNativePath(std::wstring_view path, std::string& native, err::Win32Error& error) {
+bool ToNativePath(std::wstring_view path, std::string& native, err::Win32Error& error,
+                  NativeStatus* status) {
+  if (status != nullptr) *status = NativeStatus{};
   native.clear();
   error = err::kSuccess;
   if (path.empty()) {
@@ -121,7 +140,7 @@ bool ToNativePath(std::wstring_view path, std::string& native, err::Win32Error& 
 
   if (path.starts_with(L"\\\\")) {
     if (!MapUncPathToNative(path, native, error)) return false;
-    native = ResolveNameCase(native);
+    native = ResolveNameCase(native, status);
     return true;
   }
 
@@ -130,16 +149,16 @@ bool ToNativePath(std::wstring_view path, std::string& native, err::Win32Error& 
       error = err::kPathNotFound;  // no such drive
       return false;
     }
-    native = ResolveNameCase(DriveZToNative(path.substr(2)));
+    native = ResolveNameCase(DriveZToNative(path.substr(2)), status);
     return true;
   }
 
   if (path[0] == L'\\') {  // rooted on the current drive, Z:
-    native = ResolveNameCase(DriveZToNative(path));
+    native = ResolveNameCase(DriveZToNative(path), status);
     return true;
   }
 
-  native = ResolveNameCase(WideToUtf8(path));  // a POSIX path
+  native = ResolveNameCase(WideToUtf8(path), status);  // a POSIX path
   return true;
 }
 

@@ -4,12 +4,28 @@
 // share map lives.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <string>
 #include <string_view>
 
 #include "base/win32_error.h"
 
 namespace tw::posix {
+
+// What the mapping learnt about the path it returns, so that a caller about to look at the
+// object does not ask the system twice. Filled only when the last step of the mapping was an
+// lstat of exactly the returned path.
+struct NativeStatus {
+  bool known = false;  // an lstat of the returned path was made
+  int error = 0;       // its errno; 0 when the object exists and `info` describes it
+  struct stat info {};
+
+  bool Exists() const { return known && error == 0; }
+};
+
+// lstat of native, taken from status when it was made there.
+int LstatKnown(const std::string& native, const NativeStatus& status, struct stat& info);
 
 // The Linux path (UTF-8) for path. Accepted forms:
 //   "Z:\tmp\x", "z:/tmp/x"  -> "/tmp/x" (either separator; "Z:" and "Z:\" are "/"; a drive-relative
@@ -23,7 +39,8 @@ namespace tw::posix {
 // Returns false with error set where Windows would fail to find the path: another drive letter
 // or an empty path gives kPathNotFound, an embedded NUL kInvalidName, and an unmapped UNC path
 // the share map's error (kBadNetPath, kBadNetName).
-bool ToNativePath(std::wstring_view path, std::string& native, err::Win32Error& error);
+bool ToNativePath(std::wstring_view path, std::string& native, err::Win32Error& error,
+                  NativeStatus* status = nullptr);
 
 // native with each component that does not exist as written replaced by an entry of its folder
 // whose name equals it ignoring case (Windows' upper-case table; the first such entry in the
@@ -31,7 +48,10 @@ bool ToNativePath(std::wstring_view path, std::string& native, err::Win32Error& 
 // the first on; from the first component that exists in no case, the rest is kept as given, so
 // a path to be created still names the right place. Symbolic links on the way are followed by
 // the system as usual; "." and ".." stay as they are.
-std::string ResolveNameCase(const std::string& native);
+// A missing path is resolved from its deepest existing folder: most often only the last name is
+// missing (a file about to be created), so the cost is one lstat of the path, one of its folder
+// and one reading of that folder.
+std::string ResolveNameCase(const std::string& native, NativeStatus* status = nullptr);
 
 // The Windows form of a Linux path: "/tmp/x" -> "Z:\tmp\x", "/" -> "Z:\". A relative path keeps
 // being relative with backslash separators ("a/b" -> "a\b"). The UTF-8 bytes are decoded with

@@ -97,8 +97,9 @@ err::Win32Error ObjectPathError(const std::string& native, int errnum) {
   return err::kFileNotFound;
 }
 
-err::Win32Error StatObject(const std::string& native, struct stat& info) {
-  if (::lstat(native.c_str(), &info) != 0) return ObjectPathError(native, errno);
+err::Win32Error StatObject(const std::string& native, struct stat& info,
+                           const NativeStatus& status) {
+  if (LstatKnown(native, status, info) != 0) return ObjectPathError(native, errno);
   return err::kSuccess;
 }
 
@@ -111,9 +112,10 @@ err::Win32Error ReadObjectDescriptor(const std::string& native, const struct sta
   return err::kSuccess;
 }
 
-err::Win32Error WriteObjectSecurity(const std::string& native, const SecurityWrite& write) {
+err::Win32Error WriteObjectSecurity(const std::string& native, const SecurityWrite& write,
+                                    const NativeStatus& status) {
   struct stat info {};
-  if (const err::Win32Error error = StatObject(native, info)) return error;
+  if (const err::Win32Error error = StatObject(native, info, status)) return error;
   if (write.writeOwner && !write.owner) return err::kInvalidOwner;
 
   security::SecurityDescriptor sd;

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "base/win32_error.h"
+#include "platform/posix/native_path.h"
 #include "platform/security_port.h"
 #include "security/codec/security_descriptor.h"
 
@@ -18,8 +19,10 @@ namespace tw::posix {
 // errno table.
 err::Win32Error ObjectPathError(const std::string& native, int errnum);
 
-// lstat of `native`, with the error mapped as above.
-err::Win32Error StatObject(const std::string& native, struct stat& info);
+// lstat of `native`, with the error mapped as above; taken from `status` when the path mapping
+// made it.
+err::Win32Error StatObject(const std::string& native, struct stat& info,
+                           const NativeStatus& status = NativeStatus{});
 
 // The whole descriptor of an object (owner, group, DACL): the stored one, else the one
 // synthesised from `info`. A stored value that is not a valid descriptor reads as
@@ -39,7 +42,8 @@ err::Win32Error ReadObjectDescriptor(const std::string& native, const struct sta
 //   a NULL DACL stays NULL; a parent whose security cannot be read passes nothing on;
 // - kKeep writes the DACL with the protection the object has now;
 // - an owner requested without a SID fails with ERROR_INVALID_OWNER and changes nothing.
-err::Win32Error WriteObjectSecurity(const std::string& native, const SecurityWrite& write);
+err::Win32Error WriteObjectSecurity(const std::string& native, const SecurityWrite& write,
+                                    const NativeStatus& status = NativeStatus{});
 
 // Gives a new object the security of a SECURITY_ATTRIBUTES descriptor: its owner (the process's
 // user when it has none) and its DACL, placed as an unprotected or protected write places it

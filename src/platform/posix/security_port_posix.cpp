@@ -14,6 +14,7 @@
 #include <string>
 
 #include "platform/posix/errno_win32.h"
+#include "platform/posix/folder_names.h"
 #include "platform/posix/native_path.h"
 #include "platform/posix/object_security.h"
 #include "platform/security_port.h"
@@ -45,9 +46,10 @@ err::Win32Error MakeFolder(const std::string& native, const security::SecurityDe
     if (errnum == ENOENT || errnum == ENOTDIR) return err::kPathNotFound;
     return posix::Win32ErrorFromErrno(errnum);
   }
+  posix::NoteNameCreated(native);
   if (sd == nullptr) return err::kSuccess;
   const err::Win32Error error = posix::StoreNewObjectSecurity(native, *sd);
-  if (error != err::kSuccess) ::rmdir(native.c_str());
+  if (error != err::kSuccess && ::rmdir(native.c_str()) == 0) posix::NoteNameRemoved(native);
   return error;
 }
 
@@ -73,9 +75,10 @@ class PosixSecurityPort final : public SecurityPort {
                                     security::SecurityDescriptor& sd) override {
     std::string native;
     err::Win32Error error = err::kSuccess;
-    if (!posix::ToNativePath(path, native, error)) return error;
+    posix::NativeStatus status;
+    if (!posix::ToNativePath(path, native, error, &status)) return error;
     struct stat info {};
-    if ((error = posix::StatObject(native, info)) != err::kSuccess) return error;
+    if ((error = posix::StatObject(native, info, status)) != err::kSuccess) return error;
     security::SecurityDescriptor whole;
     if ((error = posix::ReadObjectDescriptor(native, info, whole)) != err::kSuccess) return error;
     sd = OwnerAndDaclOf(whole);
@@ -92,8 +95,9 @@ class PosixSecurityPort final : public SecurityPort {
     if (write.RequestsNothing()) return err::kSuccess;
     std::string native;
     err::Win32Error error = err::kSuccess;
-    if (!posix::ToNativePath(path, native, error)) return error;
-    return posix::WriteObjectSecurity(native, write);
+    posix::NativeStatus status;
+    if (!posix::ToNativePath(path, native, error, &status)) return error;
+    return posix::WriteObjectSecurity(native, write, status);
   }
 
   err::Win32Error CreateFolderWithSecurity(std::wstring_view path,
@@ -158,9 +162,10 @@ class PosixSecurityPort final : public SecurityPort {
       return posix::ObjectPathError(native, errnum);
     }
     ::close(fd);
+    if (created) posix::NoteNameCreated(native);
     if (!created || sd == nullptr) return err::kSuccess;
     error = posix::StoreNewObjectSecurity(native, *sd);
-    if (error != err::kSuccess) ::unlink(native.c_str());
+    if (error != err::kSuccess && ::unlink(native.c_str()) == 0) posix::NoteNameRemoved(native);
     return error;
   }
 };

@@ -19,6 +19,15 @@ TEST(ToUpperWindows, MapsAsciiAndLatin1) {
   EXPECT_EQ(ToUpperWindows(L'\u00F7'), L'\u00F7');  // division sign has no case
 }
 
+TEST(ToUpperWindows, AsciiMapsLetterForLetterAndLeavesTheRest) {
+  for (wchar_t c = 0; c < 0x80; ++c) {
+    const bool lower = c >= L'a' && c <= L'z';
+    const bool upper = c >= L'A' && c <= L'Z';
+    EXPECT_EQ(ToUpperWindows(c), lower ? static_cast<wchar_t>(c - 0x20) : c) << int(c);
+    EXPECT_EQ(ToLowerWindows(c), upper ? static_cast<wchar_t>(c + 0x20) : c) << int(c);
+  }
+}
+
 TEST(ToUpperWindows, MapsOtherScriptsOfTheBasicPlane) {
   EXPECT_EQ(ToUpperWindows(L'\u0101'), L'\u0100');  // Latin Extended-A, every other character
   EXPECT_EQ(ToUpperWindows(L'\u0100'), L'\u0100');

@@ -1,11 +1,18 @@
 // Case resolution of Linux paths: a path that exists as written comes back unchanged (one check
-// for the whole path), and every other path is resolved component by component as before.
+// for the whole path), a missing last name is looked up in its folder (whose listing is kept
+// while the folder does not change, or changes only through this process), and every other
+// path is resolved component by component.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <string>
+#include <thread>
 
 #include "fakes/temp_folder.h"
+#include "platform/posix/file_copy_posix.h"
+#include "platform/posix/folder_tree_posix.h"
 #include "platform/posix/native_path.h"
 
 namespace tw::posix {
@@ -46,6 +53,78 @@ TEST_F(NameCaseResolutionTest, EmptyComponentsAreDroppedEvenWhenThePathExists) {
 TEST_F(NameCaseResolutionTest, MissingRestIsKeptAsGiven) {
   EXPECT_EQ(ResolveNameCase(Root() + "/profiles/alice/New/SUB"),
             Root() + "/Profiles/Alice/New/SUB");
+}
+
+TEST_F(NameCaseResolutionTest, StatusDescribesAnExistingPath) {
+  NativeStatus status;
+  const std::string exact = Root() + "/Profiles/Alice/Documents/letter.txt";
+  EXPECT_EQ(ResolveNameCase(exact, &status), exact);
+  EXPECT_TRUE(status.Exists());
+  EXPECT_TRUE(S_ISREG(status.info.st_mode));
+  EXPECT_EQ(status.info.st_size, 6);
+}
+
+TEST_F(NameCaseResolutionTest, MissingLastNameIsLookedUpInItsFolder) {
+  NativeStatus status;
+  EXPECT_EQ(ResolveNameCase(Root() + "/Profiles/Alice/Documents/LETTER.TXT", &status),
+            Root() + "/Profiles/Alice/Documents/letter.txt");
+  EXPECT_FALSE(status.known);  // the name was replaced: the caller looks at the object itself
+
+  const std::string missing = Root() + "/Profiles/Alice/Documents/new.txt";
+  EXPECT_EQ(ResolveNameCase(missing, &status), missing);
+  EXPECT_TRUE(status.known);
+  EXPECT_EQ(status.error, ENOENT);
+  struct stat info {};
+  EXPECT_EQ(LstatKnown(missing, status, info), -1);
+  EXPECT_EQ(errno, ENOENT);
+}
+
+TEST_F(NameCaseResolutionTest, ToNativePathHandsTheStatusOn) {
+  NativeStatus status;
+  std::string native;
+  err::Win32Error error = err::kSuccess;
+  ASSERT_TRUE(
+      ToNativePath(ToWindowsPath(Root() + "/profiles/ALICE/documents"), native, error, &status));
+  EXPECT_EQ(native, Root() + "/Profiles/Alice/Documents");
+  ASSERT_TRUE(
+      ToNativePath(ToWindowsPath(Root() + "/Profiles/Alice/Documents"), native, error, &status));
+  EXPECT_TRUE(status.Exists());
+  EXPECT_TRUE(S_ISDIR(status.info.st_mode));
+}
+
+// Other processes' names: the folder's times change, and its listing is read again. The pause
+// puts the creation on a later clock tick than the folder's last change, as it would be between
+// two processes on a kernel with coarse file times.
+TEST_F(NameCaseResolutionTest, NameMadeByAnotherProcessAfterTheFolderWasListedIsFound) {
+  const std::string documents = Root() + "/Profiles/Alice/Documents";
+  EXPECT_EQ(ResolveNameCase(documents + "/NOTE.TXT"), documents + "/NOTE.TXT");
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  std::ofstream(documents + "/note.txt") << "n";
+  EXPECT_EQ(ResolveNameCase(documents + "/NOTE.TXT"), documents + "/note.txt");
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  fs::remove(documents + "/note.txt");
+  EXPECT_EQ(ResolveNameCase(documents + "/NOTE.TXT"), documents + "/NOTE.TXT");
+}
+
+TEST_F(NameCaseResolutionTest, NamesThisProcessMakesAndRemovesAreSeenAtOnce) {
+  const std::string documents = Root() + "/Profiles/Alice/Documents";
+  EXPECT_EQ(ResolveNameCase(documents + "/COPY.TXT"), documents + "/COPY.TXT");  // listed
+  ASSERT_EQ(CopyNativeFile(documents + "/letter.txt", documents + "/copy.txt", true),
+            err::kSuccess);
+  ASSERT_EQ(MakeNativeFolder(documents + "/Sub"), err::kSuccess);
+  EXPECT_EQ(ResolveNameCase(documents + "/COPY.TXT"), documents + "/copy.txt");
+  EXPECT_EQ(ResolveNameCase(documents + "/sub"), documents + "/Sub");
+
+  ASSERT_EQ(DeleteNativeFile(documents + "/copy.txt"), err::kSuccess);
+  ASSERT_EQ(DeleteNativeTree(documents + "/Sub"), err::kSuccess);
+  EXPECT_EQ(ResolveNameCase(documents + "/COPY.TXT"), documents + "/COPY.TXT");
+  EXPECT_EQ(ResolveNameCase(documents + "/sub"), documents + "/sub");
+}
+
+TEST_F(NameCaseResolutionTest, FolderReachedThroughALinkIsReadThroughTheLink) {
+  EXPECT_EQ(ResolveNameCase(Root() + "/link/NEW.TXT"), Root() + "/link/NEW.TXT");
+  std::ofstream(Root() + "/Profiles/Alice/new.txt") << "n";
+  EXPECT_EQ(ResolveNameCase(Root() + "/link/NEW.TXT"), Root() + "/link/new.txt");
 }
 
 }  // namespace

@@ -121,6 +121,22 @@ TEST_F(PosixSecurityPortTest, WrittenDescriptorReadsBackAndSurvivesACopy) {
   EXPECT_EQ(Read("b.txt"), a);
 }
 
+TEST_F(PosixSecurityPortTest, DescriptorLargerThanTheFirstReadBufferReadsBackWhole) {
+  folder.WriteFile("many.txt", "m");
+  std::vector<Ace> aces;
+  for (std::uint32_t i = 0; i < 80; ++i) {
+    aces.push_back(Ace::Allowed(0x120089, Sid(5, {21, 7, 8, 9, 2000 + i})));
+  }
+  const Acl dacl = MakeAcl(std::move(aces));
+  ASSERT_EQ(port.WriteNamedSecurity(Win("many.txt"),
+                                    OwnerAndDacl(Anna(), dacl, DaclProtection::kProtected)),
+            err::kSuccess);
+  ASSERT_GT(::lgetxattr(Native("many.txt").c_str(), posix::kDescriptorAttribute, nullptr, 0), 1024);
+  const SecurityDescriptor sd = Read("many.txt");
+  EXPECT_EQ(sd.owner, Anna());
+  EXPECT_EQ(sd.dacl, dacl);
+}
+
 TEST_F(PosixSecurityPortTest, HandleReadIsTheObjectsDescriptor) {
   folder.WriteFile("h.txt", "h");
   SecurityDescriptor byHandle;
