@@ -54,12 +54,17 @@ bool CopyByReading(int in, int out) {
 
 // Copies through copy_file_range, falling back to reading and writing where the kernel or the
 // file systems cannot (nothing has been copied then).
-bool CopyContent(int in, int out) {
+// expected: the source's size when it was opened; once that much is copied the copy ends
+// without asking for more.
+bool CopyContent(int in, int out, off_t expected) {
   bool copiedAny = false;
+  off_t copied = 0;
   for (;;) {
     const ssize_t count = ::copy_file_range(in, nullptr, out, nullptr, 1 << 30, 0);
     if (count > 0) {
       copiedAny = true;
+      copied += count;
+      if (copied >= expected) return true;
       continue;
     }
     if (count == 0) return true;
@@ -100,7 +105,7 @@ err::Win32Error CopyNativeFile(const std::string& source, const std::string& tar
                               sourceInfo.st_mode & 07777));
   if (out.get() < 0) return PathError(target);
   if (!targetExists) NoteNameCreated(target);
-  if (!CopyContent(in.get(), out.get())) {
+  if (!CopyContent(in.get(), out.get(), sourceInfo.st_size)) {
     const err::Win32Error error = Win32ErrorFromErrno(errno);
     if (!targetExists && ::unlink(target.c_str()) == 0) NoteNameRemoved(target);
     return error;

@@ -1,6 +1,7 @@
 #include "platform/posix/folder_names.h"
 
 #include <dirent.h>
+#include <time.h>
 
 #include <mutex>
 #include <unordered_map>
@@ -25,6 +26,10 @@ bool SameTime(const struct timespec& a, const struct timespec& b) {
   return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
 }
 
+bool NotAfter(const struct timespec& a, const struct timespec& b) {
+  return a.tv_sec < b.tv_sec || (a.tv_sec == b.tv_sec && a.tv_nsec <= b.tv_nsec);
+}
+
 struct Stamp {
   dev_t device = 0;
   ino_t inode = 0;
@@ -43,6 +48,20 @@ struct Stamp {
 struct Listing {
   Stamp stamp;
   std::unordered_map<std::wstring, std::string> byFoldedName;  // the first entry of each
+  // Set when this process changed the folder after `stamp` was taken: the folder's next
+  // stamp is taken as its own if the folder was last changed no later than `ownChangeEnd`.
+  bool ownChange = false;
+  struct timespec ownChangeEnd {};
+
+  bool Describes(const Stamp& now) {
+    if (stamp == now) return true;
+    if (!ownChange || now.device != stamp.device || now.inode != stamp.inode ||
+        !NotAfter(now.changed, ownChangeEnd))
+      return false;
+    stamp = now;
+    ownChange = false;
+    return true;
+  }
 };
 
 bool ReadListing(const std::string& folder, Listing& listing) {
@@ -73,7 +92,7 @@ class Listings {
     const std::wstring wanted = Folded(name);
     const std::lock_guard<std::mutex> guard(mutex_);
     auto found = listings_.find(folder);
-    if (found == listings_.end() || !(found->second.stamp == now)) {
+    if (found == listings_.end() || !found->second.Describes(now)) {
       Listing listing;
       listing.stamp = now;
       if (!ReadListing(folder, listing)) {
@@ -92,13 +111,13 @@ class Listings {
     const std::lock_guard<std::mutex> guard(mutex_);
     const auto found = listings_.find(folder);
     if (found == listings_.end()) return;
-    struct stat info {};
-    if (name.empty() || ::lstat(folder.empty() ? "." : folder.c_str(), &info) != 0 ||
-        !S_ISDIR(info.st_mode)) {
+    if (name.empty()) {
       listings_.erase(found);
       return;
     }
-    found->second.stamp = Stamp::Of(info);
+    // The creation has returned, so the folder's change time is no later than this clock.
+    found->second.ownChange = true;
+    ::clock_gettime(CLOCK_REALTIME, &found->second.ownChangeEnd);
     found->second.byFoldedName.emplace(Folded(name), name);
   }
 

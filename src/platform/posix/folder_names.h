@@ -6,11 +6,14 @@
 // A kept listing is used only while the folder's identity and its modification and change times
 // are those seen when it was read (taken before reading, so a change made during the reading
 // shows). Names this process creates or removes through the adapters are entered into the
-// listing as it goes, keeping it valid. The decision: a name that another process creates in a
-// folder at the same instant as this process creates one there can be missed by the lookup of
-// a name in another case (a name that exists as written is always found, as the lstat of the
-// path comes first); such a miss makes a second name differing only in case, never a change to
-// an existing object.
+// listing as it goes, keeping it valid: after a creation, the folder's new times are taken as the
+// process's own when the folder's change time is no later than the moment the creation returned.
+// The decision: a name that another process creates in a folder at the same instant as this
+// process creates one there (between the lookup before the creation and the creation, or
+// within one tick of a coarse file clock after it) can be missed by the lookup of a name in
+// another case (a name that exists as written is always found, as the lstat of the path comes
+// first); such a miss makes a second name differing only in case, never a change to an
+// existing object.
 #pragma once
 
 #include <sys/stat.h>

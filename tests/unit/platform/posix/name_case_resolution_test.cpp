@@ -121,6 +121,17 @@ TEST_F(NameCaseResolutionTest, NamesThisProcessMakesAndRemovesAreSeenAtOnce) {
   EXPECT_EQ(ResolveNameCase(documents + "/sub"), documents + "/sub");
 }
 
+TEST_F(NameCaseResolutionTest, AnotherProcessesNameAfterOneOfOursIsFound) {
+  const std::string documents = Root() + "/Profiles/Alice/Documents";
+  EXPECT_EQ(ResolveNameCase(documents + "/OTHER.TXT"), documents + "/OTHER.TXT");  // listed
+  ASSERT_EQ(CopyNativeFile(documents + "/letter.txt", documents + "/copy.txt", true),
+            err::kSuccess);
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  std::ofstream(documents + "/other.txt") << "o";
+  EXPECT_EQ(ResolveNameCase(documents + "/OTHER.TXT"), documents + "/other.txt");
+  EXPECT_EQ(ResolveNameCase(documents + "/COPY.TXT"), documents + "/copy.txt");
+}
+
 TEST_F(NameCaseResolutionTest, FolderReachedThroughALinkIsReadThroughTheLink) {
   EXPECT_EQ(ResolveNameCase(Root() + "/link/NEW.TXT"), Root() + "/link/NEW.TXT");
   std::ofstream(Root() + "/Profiles/Alice/new.txt") << "n";
