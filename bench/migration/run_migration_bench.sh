@@ -109,16 +109,21 @@ t0=$(now); cp -a "$work/v1/share" "$work/v1-copy"; t1=$(now); cp_v1=$(elapsed "$
 prepare "$work/v5/share"
 t0=$(now); cp -a "$work/v5/share" "$work/v5-copy"; t1=$(now); cp_v5=$(elapsed "$t0" "$t1")
 
-# V5 to V6: one "*.V5" run.
+# V5 to V6: one "*.V5" run. $1 the tool, $2 the share's name under \\bench, $3 its folder, $4 the
+# name for the console output; sets tw_elapsed.
+run_v5() {
+  prepare "$3"
+  t0=$(now)
+  "$1" "/s:\\\\bench\\$2\\*.V5" /V5TOV6 >"$work/$4.out" || {
+    echo "the *.V5 run ($4) failed:" >&2; tail -5 "$work/$4.out" >&2; exit 1; }
+  t1=$(now); tw_elapsed=$(elapsed "$t0" "$t1")
+  migrated=$(ls -d "$3"/*.V6 | wc -l)
+  [ "$migrated" -eq "$count" ] || { echo "only $migrated V6 targets ($4)" >&2; exit 1; }
+}
 cd "$work"
 cp "$tarnwick" "$work/tarnwick"
-prepare "$work/v5/share"
-t0=$(now)
-"$work/tarnwick" '/s:\\bench\v5\*.V5' /V5TOV6 >"$work/v5.out" || {
-  echo "the *.V5 run failed:" >&2; tail -5 "$work/v5.out" >&2; exit 1; }
-t1=$(now); tw_v5=$(elapsed "$t0" "$t1")
-migrated=$(ls -d "$work/v5/share"/*.V6 | wc -l)
-[ "$migrated" -eq "$count" ] || { echo "only $migrated V6 targets" >&2; exit 1; }
+run_v5 "$work/tarnwick" v5 "$work/v5/share" v5
+tw_v5=$tw_elapsed
 
 # V1 to V2: one run per profile.
 prepare "$work/v1/share"
@@ -144,13 +149,8 @@ if [ -d /dev/shm ] && [ -w /dev/shm ]; then
   trap 'rm -rf "$memory"; [ -n "${TARNWICK_BENCH_KEEP:-}" ] || rm -rf "$work"' EXIT
   cp "$tarnwick" "$memory/tarnwick"
   printf '\\\\bench\\v5copy = %s\n' "$work/v5-copy" >>"$work/shares.conf"
-  prepare "$work/v5-copy"
-  t0=$(now)
-  "$memory/tarnwick" '/s:\\bench\v5copy\*.V5' /V5TOV6 >"$work/v5m.out" || {
-    echo "the *.V5 run with the log in memory failed:" >&2; tail -5 "$work/v5m.out" >&2; exit 1; }
-  t1=$(now); tw_v5m=$(elapsed "$t0" "$t1")
-  migrated=$(ls -d "$work/v5-copy"/*.V6 | wc -l)
-  [ "$migrated" -eq "$count" ] || { echo "only $migrated V6 targets in the copy" >&2; exit 1; }
+  run_v5 "$memory/tarnwick" v5copy "$work/v5-copy" v5-memory
+  tw_v5m=$tw_elapsed
 fi
 
 echo
