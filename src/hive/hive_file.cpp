@@ -25,9 +25,10 @@ err::Win32Error FromErrorCode(const std::error_code& ec, err::Win32Error fallbac
   return fallback;
 }
 
-}  // namespace
-
-err::Win32Error ReadWholeFile(const std::wstring& path, std::vector<std::uint8_t>* bytes) {
+// Reads the file into the buffer `place(size)` returns. The stream gets no buffer of its own:
+// the file is read in one piece straight into the caller's.
+template <class Place>
+err::Win32Error ReadInto(const std::wstring& path, Place place) {
   const fs::path p(path);
   std::error_code ec;
   const fs::file_status status = fs::status(p, ec);
@@ -43,14 +44,32 @@ err::Win32Error ReadWholeFile(const std::wstring& path, std::vector<std::uint8_t
   const std::uintmax_t size = fs::file_size(p, ec);
   if (ec) return FromErrorCode(ec, err::kCantRead);
   if (size > kMaxHiveFile) return err::kBadDb;
-  std::ifstream in(p, std::ios::binary);
+  std::ifstream in;
+  in.rdbuf()->pubsetbuf(nullptr, 0);
+  in.open(p, std::ios::binary);
   if (!in) return err::kAccessDenied;
-  bytes->resize(static_cast<std::size_t>(size));
-  if (size != 0 &&
-      !in.read(reinterpret_cast<char*>(bytes->data()), static_cast<std::streamsize>(size))) {
+  std::uint8_t* target = place(static_cast<std::size_t>(size));
+  if (size != 0 && !in.read(reinterpret_cast<char*>(target), static_cast<std::streamsize>(size))) {
     return err::kCantRead;
   }
   return err::kSuccess;
+}
+
+}  // namespace
+
+err::Win32Error ReadWholeFile(const std::wstring& path, FileBytes* bytes) {
+  return ReadInto(path, [bytes](std::size_t size) {
+    bytes->data = std::make_unique_for_overwrite<std::uint8_t[]>(size);
+    bytes->size = size;
+    return bytes->data.get();
+  });
+}
+
+err::Win32Error ReadWholeFile(const std::wstring& path, std::vector<std::uint8_t>* bytes) {
+  return ReadInto(path, [bytes](std::size_t size) {
+    bytes->resize(size);
+    return bytes->data();
+  });
 }
 
 err::Win32Error WriteNewFile(const std::wstring& path, const std::vector<std::uint8_t>& bytes) {

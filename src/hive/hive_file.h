@@ -3,7 +3,10 @@
 // wide strings; std::filesystem converts them (UTF-8 on Linux).
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -11,9 +14,18 @@
 
 namespace tw::hive {
 
+// The bytes of a file, in a buffer that is not cleared before the file is read into it.
+struct FileBytes {
+  std::unique_ptr<std::uint8_t[]> data;
+  std::size_t size = 0;
+
+  std::span<const std::uint8_t> View() const { return {data.get(), size}; }
+};
+
 // Reads the whole file. ERROR_FILE_NOT_FOUND / ERROR_PATH_NOT_FOUND when it is missing,
 // ERROR_ACCESS_DENIED when it cannot be opened or is a directory, ERROR_BADDB when it is larger
 // than 4 GB (it is not read then).
+err::Win32Error ReadWholeFile(const std::wstring& path, FileBytes* bytes);
 err::Win32Error ReadWholeFile(const std::wstring& path, std::vector<std::uint8_t>* bytes);
 
 // Writes a new file. ERROR_ALREADY_EXISTS when something exists under the path (it is never

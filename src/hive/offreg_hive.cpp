@@ -35,10 +35,10 @@ DWORD TW_OR_CALL tw_OROpenHive(PCWSTR lpHivePath, PORHKEY phkResult) {
   if (lpHivePath == nullptr) return err::kInvalidParameter;
   try {
     // The file is read and parsed outside the lock; only registering the hive takes it.
-    std::vector<std::uint8_t> bytes;
+    FileBytes bytes;
     const DWORD read = ReadWholeFile(lpHivePath, &bytes);
     if (read != err::kSuccess) return read;
-    ReadResult parsed = ParseHive(bytes);
+    ReadResult parsed = ParseHive(bytes.View());
     if (parsed.error != err::kSuccess) return parsed.error;
     return Locked(
         [&](Engine& engine) { return RegisterHive(engine, std::move(parsed.hive), phkResult); });
