@@ -44,16 +44,14 @@ std::unique_ptr<Key> RemoveChild(Key& key, const Key* child) {
 
 const Value* FindValue(const Key& key, std::wstring_view name) {
   for (const Value& value : key.values) {
-    if (NamesEqual(value.name, name)) return &value;
+    // The length is compared here first: most names differ in it.
+    if (value.name.size() == name.size() && NamesEqual(value.name, name)) return &value;
   }
   return nullptr;
 }
 
 Value* FindValue(Key& key, std::wstring_view name) {
-  for (Value& value : key.values) {
-    if (NamesEqual(value.name, name)) return &value;
-  }
-  return nullptr;
+  return const_cast<Value*>(FindValue(static_cast<const Key&>(key), name));
 }
 
 std::uint64_t CurrentFileTime() {
