@@ -145,15 +145,29 @@ class Writer {
     return 2 * cells + regf::kBinHeaderSize * count + regf::kBinAlignment;
   }
 
-  std::uint32_t WriteKey(const Key& key, std::uint32_t parent, bool isRoot) {
-    const bool compressed = FitsLatin1(key.name);
-    std::vector<std::uint8_t> name;
-    if (compressed) {
-      for (const wchar_t c : key.name) name.push_back(static_cast<std::uint8_t>(c));
-    } else {
-      AppendUtf16Le(key.name, name);
+  // The size of `name` as the file stores it: one byte per character when every character fits
+  // ("compressed"), else UTF-16LE, which is encoded into utf16_ for PutStoredName.
+  std::size_t StoredNameSize(std::wstring_view name, bool* compressed) {
+    *compressed = FitsLatin1(name);
+    if (*compressed) return name.size();
+    utf16_.clear();
+    AppendUtf16Le(name, utf16_);
+    return utf16_.size();
+  }
+
+  // Writes the name StoredNameSize measured last.
+  void PutStoredName(std::wstring_view name, bool compressed, std::uint8_t* out) const {
+    if (!compressed) {
+      std::copy(utf16_.begin(), utf16_.end(), out);
+      return;
     }
-    const std::uint32_t offset = cells_.Allocate(regf::kNkName + name.size());
+    for (const wchar_t c : name) *out++ = static_cast<std::uint8_t>(c);
+  }
+
+  std::uint32_t WriteKey(const Key& key, std::uint32_t parent, bool isRoot) {
+    bool compressed = false;
+    const std::size_t nameSize = StoredNameSize(key.name, &compressed);
+    const std::uint32_t offset = cells_.Allocate(regf::kNkName + nameSize);
     {
       std::uint8_t* nk = cells_.At(offset);
       std::fill(nk, nk + regf::kNkName, std::uint8_t{0});
@@ -166,16 +180,18 @@ class Writer {
       Put64(nk + regf::kNkLastWrite, key.lastWriteTime);
       Put32(nk + regf::kNkParent, parent);
       Put32(nk + regf::kNkVolatileSubKeyList, regf::kNoCell);
-      Put16(nk + regf::kNkNameLength, static_cast<std::uint16_t>(name.size()));
-      std::copy(name.begin(), name.end(), nk + regf::kNkName);
+      Put16(nk + regf::kNkNameLength, static_cast<std::uint16_t>(nameSize));
+      PutStoredName(key.name, compressed, nk + regf::kNkName);
     }
     const std::uint32_t security = WriteSecurity(key.security);
     std::uint32_t classOffset = regf::kNoCell;
-    std::vector<std::uint8_t> classBytes;
+    std::size_t classSize = 0;
     if (!key.className.empty()) {
-      AppendUtf16Le(key.className, classBytes);
-      classOffset = cells_.Allocate(classBytes.size());
-      std::copy(classBytes.begin(), classBytes.end(), cells_.At(classOffset));
+      utf16_.clear();
+      AppendUtf16Le(key.className, utf16_);
+      classSize = utf16_.size();
+      classOffset = cells_.Allocate(classSize);
+      std::copy(utf16_.begin(), utf16_.end(), cells_.At(classOffset));
     }
     std::uint32_t maxValueName = 0;
     std::uint32_t maxValueData = 0;
@@ -205,7 +221,7 @@ class Writer {
     Put32(nk + regf::kNkMaxSubKeyClass, maxChildClass * 2);
     Put32(nk + regf::kNkMaxValueName, maxValueName * 2);
     Put32(nk + regf::kNkMaxValueData, maxValueData);
-    Put16(nk + regf::kNkClassLength, static_cast<std::uint16_t>(classBytes.size()));
+    Put16(nk + regf::kNkClassLength, static_cast<std::uint16_t>(classSize));
     return offset;
   }
 
@@ -214,8 +230,9 @@ class Writer {
     std::vector<std::uint32_t> offsets;
     offsets.reserve(key.values.size());
     for (const Value& value : key.values) {
-      offsets.push_back(WriteValue(value));
-      *maxName = std::max(*maxName, static_cast<std::uint32_t>(Utf16Length(value.name)));
+      std::size_t nameUnits = 0;
+      offsets.push_back(WriteValue(value, &nameUnits));
+      *maxName = std::max(*maxName, static_cast<std::uint32_t>(nameUnits));
       *maxData = std::max(*maxData, static_cast<std::uint32_t>(value.data.size()));
     }
     const std::uint32_t list = cells_.Allocate(4 * offsets.size());
@@ -224,14 +241,11 @@ class Writer {
     return list;
   }
 
-  std::uint32_t WriteValue(const Value& value) {
-    const bool compressed = FitsLatin1(value.name);
-    std::vector<std::uint8_t> name;
-    if (compressed) {
-      for (const wchar_t c : value.name) name.push_back(static_cast<std::uint8_t>(c));
-    } else {
-      AppendUtf16Le(value.name, name);
-    }
+  // Writes the value with its data; `nameUnits` is the length of its name in UTF-16 units.
+  std::uint32_t WriteValue(const Value& value, std::size_t* nameUnits) {
+    bool compressed = false;
+    const std::size_t nameSize = StoredNameSize(value.name, &compressed);
+    *nameUnits = compressed ? value.name.size() : Utf16Length(value.name);
     const auto size = static_cast<std::uint32_t>(value.data.size());
     std::uint32_t sizeField = size;
     std::uint32_t dataField = 0;
@@ -242,17 +256,17 @@ class Writer {
     } else {
       dataField = WriteData(value.data);
     }
-    const std::uint32_t offset = cells_.Allocate(regf::kVkName + name.size());
+    const std::uint32_t offset = cells_.Allocate(regf::kVkName + nameSize);
     std::uint8_t* vk = cells_.At(offset);
     std::fill(vk, vk + regf::kVkName, std::uint8_t{0});
     vk[0] = 'v';
     vk[1] = 'k';
-    Put16(vk + regf::kVkNameLength, static_cast<std::uint16_t>(name.size()));
+    Put16(vk + regf::kVkNameLength, static_cast<std::uint16_t>(nameSize));
     Put32(vk + regf::kVkDataSize, sizeField);
     Put32(vk + regf::kVkDataOffset, dataField);
     Put32(vk + regf::kVkType, value.type);
     Put16(vk + regf::kVkFlags, compressed ? regf::kVkCompressedName : std::uint16_t{0});
-    std::copy(name.begin(), name.end(), vk + regf::kVkName);
+    PutStoredName(value.name, compressed, vk + regf::kVkName);
     return offset;
   }
 
@@ -359,6 +373,7 @@ class Writer {
   std::unordered_map<const SecurityBytes*, std::size_t> byPointer_;
   std::map<SecurityBytes, std::size_t> byContent_;
   std::vector<SharedSecurity> held_;
+  std::vector<std::uint8_t> utf16_;  // a name or class in UTF-16LE, reused
 };
 
 }  // namespace

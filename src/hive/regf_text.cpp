@@ -3,7 +3,23 @@
 namespace tw::hive {
 
 namespace {
+
 constexpr bool kWideIs32 = sizeof(wchar_t) == 4;
+
+// Calls `unit` with each UTF-16 code unit of `text`.
+template <class Unit>
+void ForEachUtf16Unit(std::wstring_view text, Unit unit) {
+  for (const wchar_t ch : text) {
+    const auto c = static_cast<std::uint32_t>(ch);
+    if (kWideIs32 && c >= 0x10000u && c <= 0x10FFFFu) {
+      unit(static_cast<char16_t>(0xD800u + ((c - 0x10000u) >> 10)));
+      unit(static_cast<char16_t>(0xDC00u + ((c - 0x10000u) & 0x3FFu)));
+    } else {
+      unit(static_cast<char16_t>(c));
+    }
+  }
+}
+
 }  // namespace
 
 std::wstring FromUtf16Le(const std::uint8_t* bytes, std::size_t size) {
@@ -26,31 +42,21 @@ std::wstring FromUtf16Le(const std::uint8_t* bytes, std::size_t size) {
 }
 
 std::wstring FromLatin1(const std::uint8_t* bytes, std::size_t size) {
-  std::wstring out(size, L'\0');
-  for (std::size_t i = 0; i < size; ++i) out[i] = static_cast<wchar_t>(bytes[i]);
-  return out;
+  return std::wstring(bytes, bytes + size);  // each byte widened, without clearing first
 }
 
 std::u16string ToUtf16(std::wstring_view text) {
   std::u16string out;
   out.reserve(text.size());
-  for (const wchar_t ch : text) {
-    const auto c = static_cast<std::uint32_t>(ch);
-    if (kWideIs32 && c >= 0x10000u && c <= 0x10FFFFu) {
-      out.push_back(static_cast<char16_t>(0xD800u + ((c - 0x10000u) >> 10)));
-      out.push_back(static_cast<char16_t>(0xDC00u + ((c - 0x10000u) & 0x3FFu)));
-    } else {
-      out.push_back(static_cast<char16_t>(c));
-    }
-  }
+  ForEachUtf16Unit(text, [&out](char16_t c) { out.push_back(c); });
   return out;
 }
 
 void AppendUtf16Le(std::wstring_view text, std::vector<std::uint8_t>& out) {
-  for (const char16_t c : ToUtf16(text)) {
+  ForEachUtf16Unit(text, [&out](char16_t c) {
     out.push_back(static_cast<std::uint8_t>(c));
     out.push_back(static_cast<std::uint8_t>(c >> 8));
-  }
+  });
 }
 
 bool FitsLatin1(std::wstring_view text) {
