@@ -30,9 +30,14 @@ inline void AppendLe32(std::vector<std::uint8_t>& out, std::uint32_t value) {
   }
 }
 
-inline void StoreLe32(std::vector<std::uint8_t>& out, std::size_t at, std::uint32_t value) {
-  for (int i = 0; i < 4; ++i) {
-    out[at + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>((value >> (8 * i)) & 0xFF);
+inline void StoreLe16(std::span<std::uint8_t> out, std::size_t at, std::uint16_t value) {
+  out[at] = static_cast<std::uint8_t>(value & 0xFF);
+  out[at + 1] = static_cast<std::uint8_t>(value >> 8);
+}
+
+inline void StoreLe32(std::span<std::uint8_t> out, std::size_t at, std::uint32_t value) {
+  for (std::size_t i = 0; i < 4; ++i) {
+    out[at + i] = static_cast<std::uint8_t>((value >> (8 * i)) & 0xFF);
   }
 }
 

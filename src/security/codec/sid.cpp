@@ -1,6 +1,6 @@
 #include "security/codec/sid.h"
 
-#include <utility>
+#include <algorithm>
 
 #include "base/format.h"
 #include "base/hresult.h"
@@ -59,11 +59,13 @@ void CheckOrThrow(std::uint64_t authority, std::size_t count) {
 }  // namespace
 
 Sid::Sid(std::uint64_t authority, std::initializer_list<std::uint32_t> subAuthorities)
-    : Sid(authority, std::vector<std::uint32_t>(subAuthorities)) {}
+    : Sid(authority, std::span<const std::uint32_t>(subAuthorities.begin(), subAuthorities.size())) {}
 
-Sid::Sid(std::uint64_t authority, std::vector<std::uint32_t> subAuthorities)
-    : authority_(authority), subAuthorities_(std::move(subAuthorities)) {
-  CheckOrThrow(authority_, subAuthorities_.size());
+Sid::Sid(std::uint64_t authority, std::span<const std::uint32_t> subAuthorities)
+    : authority_(authority) {
+  CheckOrThrow(authority, subAuthorities.size());
+  count_ = static_cast<std::uint8_t>(subAuthorities.size());
+  std::copy(subAuthorities.begin(), subAuthorities.end(), subAuthorities_.begin());
 }
 
 err::Win32Error Sid::Parse(std::span<const std::uint8_t> bytes, Sid* sid, std::size_t* used) {
@@ -78,11 +80,11 @@ err::Win32Error Sid::Parse(std::span<const std::uint8_t> bytes, Sid* sid, std::s
   for (std::size_t i = 2; i < kHeaderSize; ++i) {
     result.authority_ = (result.authority_ << 8) | bytes[i];
   }
-  result.subAuthorities_.reserve(count);
+  result.count_ = static_cast<std::uint8_t>(count);
   for (std::size_t i = 0; i < count; ++i) {
-    result.subAuthorities_.push_back(codec_detail::ReadLe32(bytes, kHeaderSize + 4 * i));
+    result.subAuthorities_[i] = codec_detail::ReadLe32(bytes, kHeaderSize + 4 * i);
   }
-  *sid = std::move(result);
+  *sid = result;
   if (used != nullptr) *used = size;
   return err::kSuccess;
 }
@@ -118,9 +120,9 @@ err::Win32Error Sid::FromString(std::wstring_view text, Sid* sid) {
   for (std::size_t i = 2; i < fields.size(); ++i) {
     std::uint64_t value = 0;
     if (!ParseNumber(fields[i], true, 0xFFFFFFFFull, &value)) return err::kInvalidSid;
-    result.subAuthorities_.push_back(static_cast<std::uint32_t>(value));
+    result.subAuthorities_[result.count_++] = static_cast<std::uint32_t>(value);
   }
-  *sid = std::move(result);
+  *sid = result;
   return err::kSuccess;
 }
 
@@ -131,26 +133,33 @@ std::wstring Sid::ToString() const {
   } else {
     text += Format(L"0x%012I64X", authority_);
   }
-  for (std::uint32_t sub : subAuthorities_) {
+  for (std::uint32_t sub : subAuthorities()) {
     text += L'-';
     text += std::to_wstring(sub);
   }
   return text;
 }
 
-void Sid::AppendTo(std::vector<std::uint8_t>& out) const {
-  out.push_back(kRevision);
-  out.push_back(static_cast<std::uint8_t>(subAuthorities_.size()));
-  for (int shift = 40; shift >= 0; shift -= 8) {
-    out.push_back(static_cast<std::uint8_t>((authority_ >> shift) & 0xFF));
+void Sid::WriteTo(std::span<std::uint8_t> out) const {
+  out[0] = kRevision;
+  out[1] = count_;
+  for (std::size_t i = 2; i < kHeaderSize; ++i) {
+    out[i] = static_cast<std::uint8_t>((authority_ >> (8 * (kHeaderSize - 1 - i))) & 0xFF);
   }
-  for (std::uint32_t sub : subAuthorities_) codec_detail::AppendLe32(out, sub);
+  for (std::size_t i = 0; i < count_; ++i) {
+    codec_detail::StoreLe32(out, kHeaderSize + 4 * i, subAuthorities_[i]);
+  }
+}
+
+void Sid::AppendTo(std::vector<std::uint8_t>& out) const {
+  const std::size_t start = out.size();
+  out.resize(start + BinarySize());
+  WriteTo(std::span<std::uint8_t>(out).subspan(start));
 }
 
 std::vector<std::uint8_t> Sid::ToBytes() const {
-  std::vector<std::uint8_t> out;
-  out.reserve(BinarySize());
-  AppendTo(out);
+  std::vector<std::uint8_t> out(BinarySize());
+  WriteTo(out);
   return out;
 }
 

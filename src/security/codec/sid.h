@@ -3,6 +3,7 @@
 // text form in both directions.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -27,7 +28,7 @@ class Sid {
   // Throws HResultError(E_INVALIDARG) for more than 15 sub-authorities or an authority that
   // does not fit in 48 bits: building an impossible SID is a programming error.
   Sid(std::uint64_t authority, std::initializer_list<std::uint32_t> subAuthorities);
-  Sid(std::uint64_t authority, std::vector<std::uint32_t> subAuthorities);
+  Sid(std::uint64_t authority, std::span<const std::uint32_t> subAuthorities);
 
   // Reads one SID from the start of `bytes` (trailing bytes are left alone). Fails with
   // ERROR_INVALID_SID when the revision is not 1, there are more than 15 sub-authorities, or
@@ -51,18 +52,26 @@ class Sid {
   std::wstring ToString() const;
 
   std::uint64_t authority() const { return authority_; }
-  const std::vector<std::uint32_t>& subAuthorities() const { return subAuthorities_; }
-  std::size_t BinarySize() const { return kHeaderSize + 4 * subAuthorities_.size(); }
+  std::span<const std::uint32_t> subAuthorities() const {
+    return std::span<const std::uint32_t>(subAuthorities_.data(), count_);
+  }
+  std::size_t BinarySize() const { return kHeaderSize + 4 * std::size_t{count_}; }
 
-  // The binary form, appended to `out` / returned.
+  // The binary form: written to the first BinarySize() bytes of `out`, appended to `out`, or
+  // returned.
+  void WriteTo(std::span<std::uint8_t> out) const;
   void AppendTo(std::vector<std::uint8_t>& out) const;
   std::vector<std::uint8_t> ToBytes() const;
 
+  // The slots past the count are always zero, so comparing every member compares the SIDs.
   friend bool operator==(const Sid&, const Sid&) = default;
 
  private:
+  // The sub-authorities are kept in place rather than on the heap: SIDs are copied with every
+  // entry of every list, and a SID never has more than 15 of them.
   std::uint64_t authority_ = 0;
-  std::vector<std::uint32_t> subAuthorities_;
+  std::uint8_t count_ = 0;
+  std::array<std::uint32_t, kMaxSubAuthorities> subAuthorities_{};
 };
 
 }  // namespace tw::security
