@@ -17,6 +17,9 @@ namespace tw {
 // generalised UTF-8 of WTF-8), so Utf8ToWide gives it back unchanged.
 std::string WideToUtf8(std::wstring_view text);
 
+// The same, appended to out.
+void AppendWideAsUtf8(std::string& out, std::wstring_view text);
+
 // Wide text of UTF-8 bytes. Each invalid sequence (bad lead byte, missing or stray continuation,
 // overlong form, value above U+10FFFF) becomes one U+FFFD per maximal bad subpart; the three-byte
 // form of a surrogate is accepted and gives that surrogate.

@@ -144,6 +144,13 @@ bool LoadProcessShareMap(std::wstring& problem) {
   return state.usable;
 }
 
+bool ProcessShareMapUsable() {
+  ProcessState& state = State();
+  const std::lock_guard<std::mutex> guard(state.mutex);
+  if (!state.loaded) Load(state);
+  return state.usable;
+}
+
 const ShareMap& ProcessShareMap() {
   ProcessState& state = State();
   const std::lock_guard<std::mutex> guard(state.mutex);

@@ -49,6 +49,8 @@ class ShareMap {
 // The process's share map, loaded on first use. Returns false, with problem set, when the file
 // could not be used; the map is then empty.
 bool LoadProcessShareMap(std::wstring& problem);
+// The same without the reason, for the many callers that only need to know.
+bool ProcessShareMapUsable();
 const ShareMap& ProcessShareMap();
 
 // Test seam: the next use loads the map from file instead of TARNWICK_SHARES (an empty string

@@ -18,21 +18,18 @@ bool MapUncPathToNative(std::wstring_view uncPath, std::string& native, err::Win
   const std::wstring_view share = rest.substr(0, end);
   rest.remove_prefix(end);  // keeps the separator before the rest
 
-  std::wstring problem;
-  if (server.empty() || !LoadProcessShareMap(problem)) {
+  if (server.empty() || !ProcessShareMapUsable()) {
     error = err::kBadNetPath;
     return false;
   }
-  std::string folder;
-  if (!ProcessShareMap().Find(server, share, folder, error)) return false;
-  std::wstring tail(rest);
-  for (wchar_t& c : tail) {
-    if (c == L'\\') c = L'/';
-  }
-  native = folder;
-  if (!tail.empty()) {
-    if (native == "/") native.clear();
-    native += WideToUtf8(tail);
+  if (!ProcessShareMap().Find(server, share, native, error)) return false;
+  if (rest.empty()) return true;
+  if (native == "/") native.clear();
+  // The rest in UTF-8 with "/" for "\", straight into native.
+  const std::size_t start = native.size();
+  AppendWideAsUtf8(native, rest);
+  for (std::size_t i = start; i < native.size(); ++i) {
+    if (native[i] == '\\') native[i] = '/';
   }
   return true;
 }
