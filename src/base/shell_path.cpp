@@ -49,10 +49,28 @@ std::size_t RootLength(std::wstring_view path) {
   return 0;
 }
 
+// True when path holds a "." or ".." element.
+bool HasDotElement(std::wstring_view path) {
+  for (std::size_t dot = path.find(L'.'); dot != std::wstring_view::npos;
+       dot = path.find(L'.', dot + 1)) {
+    if (dot > 0 && path[dot - 1] != kSep) continue;
+    std::size_t end = dot + 1;
+    if (end < path.size() && path[end] == L'.') ++end;
+    if (end == path.size() || path[end] == kSep) return true;
+  }
+  return false;
+}
+
 // The canonical form of path: "." and ".." elements resolved.
 std::wstring Canonicalize(std::wstring_view path) {
   if (path.empty()) return std::wstring(1, kSep);
   const std::size_t rootLength = RootLength(path);
+  // Without dot elements a path stays as it is, but for a bare drive ("X:" becomes "X:\") and a
+  // UNC root followed by a lone backslash (which goes).
+  if (!HasDotElement(path) && !(path.size() == 2 && HasDrive(path)) &&
+      !(path.starts_with(L"\\\\") && path.size() == rootLength + 1)) {
+    return std::wstring(path);
+  }
   std::wstring root(path.substr(0, rootLength));
   std::wstring_view rest = path.substr(rootLength);
   // A UNC root is followed by the backslash that starts its first element.

@@ -88,6 +88,17 @@ TEST(PathCombine, BackslashRootedFileKeepsOnlyRootOfDir) {
   EXPECT_EQ(Combine(L"a\\b", L"\\x"), L"\\x");
 }
 
+TEST(PathCombine, DotsInsideNamesAreNotDotElements) {
+  EXPECT_EQ(Combine(L"\\\\srv\\share\\user.V5", L"file.txt"), L"\\\\srv\\share\\user.V5\\file.txt");
+  EXPECT_EQ(Combine(L"C:\\a.", L".b\\..c\\c.."), L"C:\\a.\\.b\\..c\\c..");
+  EXPECT_EQ(Combine(L".x", L"y."), L".x\\y.");
+}
+
+TEST(PathCombine, LoneBackslashAfterUncRootGoes) {
+  EXPECT_EQ(Combine(L"\\\\srv\\share\\", L""), L"\\\\srv\\share");
+  EXPECT_EQ(Combine(L"\\\\srv\\share\\", L"x"), L"\\\\srv\\share\\x");
+}
+
 TEST(PathCombine, ForwardSlashIsAnOrdinaryCharacter) {
   EXPECT_EQ(Combine(L"C:\\a", L"b/c"), L"C:\\a\\b/c");
 }
