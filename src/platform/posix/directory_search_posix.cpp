@@ -62,13 +62,15 @@ err::Win32Error CollectSearchEntries(std::wstring_view pattern, std::vector<Find
   const SearchPatternParts parts = SplitSearchPattern(pattern);
   if (parts.name.empty()) return err::kFileNotFound;
   std::string folder = ".";
-  if (!parts.folder.empty()) {
-    err::Win32Error error = err::kSuccess;
-    if (!ToNativePath(parts.folder, folder, error)) return error;
-  }
-
-  const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-  if (fd < 0) return OpenFolderError(folder, errno);
+  int fd = -1;
+  const auto open = [&folder, &fd](const std::string& native) {
+    folder = native;
+    fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    return fd < 0 ? OpenFolderError(folder, errno) : err::kSuccess;
+  };
+  const err::Win32Error opened =
+      parts.folder.empty() ? open(folder) : OnExistingObject(parts.folder, open);
+  if (opened != err::kSuccess) return opened;
   DirectoryStream stream(::fdopendir(fd));
   if (stream.get() == nullptr) {
     const int errnum = errno;

@@ -87,10 +87,11 @@ err::Win32Error CopyNativeFile(const std::string& source, const std::string& tar
   if (::fstat(in.get(), &sourceInfo) != 0) return Win32ErrorFromErrno(errno);
   if (S_ISDIR(sourceInfo.st_mode)) return err::kAccessDenied;
 
+  // With failIfExists the exclusive creation below is the test: any object of that name, a
+  // link included, makes it fail with EEXIST.
   struct stat targetInfo {};
-  const bool targetExists = LstatKnown(target, targetStatus, targetInfo) == 0;
+  const bool targetExists = !failIfExists && LstatKnown(target, targetStatus, targetInfo) == 0;
   if (targetExists) {
-    if (failIfExists) return err::kFileExists;
     if (targetInfo.st_dev == sourceInfo.st_dev && targetInfo.st_ino == sourceInfo.st_ino)
       return err::kSharingViolation;  // a file copied onto itself is in use by the copy
     if (S_ISDIR(targetInfo.st_mode)) return err::kAccessDenied;
@@ -103,7 +104,10 @@ err::Win32Error CopyNativeFile(const std::string& source, const std::string& tar
   const int createFlags = targetExists ? O_TRUNC : (O_CREAT | O_EXCL);
   const Descriptor out(::open(target.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC | createFlags,
                               sourceInfo.st_mode & 07777));
-  if (out.get() < 0) return PathError(target);
+  if (out.get() < 0) {
+    if (failIfExists && errno == EEXIST) return err::kFileExists;
+    return PathError(target);
+  }
   if (!targetExists) NoteNameCreated(target);
   if (!CopyContent(in.get(), out.get(), sourceInfo.st_size)) {
     const err::Win32Error error = Win32ErrorFromErrno(errno);

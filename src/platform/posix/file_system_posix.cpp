@@ -85,17 +85,21 @@ class PosixFileSystem final : public FileSystem {
   err::Win32Error Open(std::wstring_view path, const FileOpenRequest& request,
                        FileHandle& handle) override {
     handle = kInvalidFileHandle;
-    std::string native;
-    err::Win32Error error = err::kSuccess;
-    posix::NativeStatus status;
-    if (!posix::ToNativePath(path, native, error, &status)) return error;
-
     const bool writeAccess =
         request.write ||
         (request.otherAccess & (file_access::kGenericAll | file_access::kGenericWrite)) != 0;
     const bool readAccess =
         request.read ||
         (request.otherAccess & (file_access::kGenericAll | file_access::kGenericRead)) != 0;
+    if (request.disposition == CreationDisposition::kOpenExisting && request.backupSemantics &&
+        !writeAccess) {
+      return OpenExistingObject(path, request, readAccess, handle);
+    }
+
+    std::string native;
+    err::Win32Error error = err::kSuccess;
+    posix::NativeStatus status;
+    if (!posix::ToNativePath(path, native, error, &status)) return error;
     bool truncate = false;
     bool create = false;
     bool mustNotExist = false;
@@ -228,13 +232,19 @@ class PosixFileSystem final : public FileSystem {
 
   err::Win32Error CopyFileTo(std::wstring_view from, std::wstring_view to,
                              bool failIfExists) override {
+    // As before the source's mapping errors come first, and a missing source is reported
+    // before anything about the target.
     std::string source;
     std::string target;
     err::Win32Error error = err::kSuccess;
     posix::NativeStatus targetStatus;
-    if (!posix::ToNativePath(from, source, error)) return error;
-    if (!posix::ToNativePath(to, target, error, &targetStatus)) return error;
-    return posix::CopyNativeFile(source, target, failIfExists, targetStatus);
+    if (!posix::MapNativePathAsWritten(from, source, error)) return error;
+    const bool mapped = failIfExists ? posix::ToNativePathForCreation(to, target, error)
+                                     : posix::ToNativePath(to, target, error, &targetStatus);
+    if (!mapped) return error;
+    return posix::OnExistingNativePath(source, [&](const std::string& resolvedSource) {
+      return posix::CopyNativeFile(resolvedSource, target, failIfExists, targetStatus);
+    });
   }
 
   err::Win32Error FindFirstEntry(std::wstring_view pattern, SearchHandle& search,
@@ -270,21 +280,17 @@ class PosixFileSystem final : public FileSystem {
 
   err::Win32Error GetAttributes(std::wstring_view path, std::uint32_t& attributes) override {
     attributes = file_attr::kInvalid;
-    std::string native;
-    err::Win32Error error = err::kSuccess;
-    if (!posix::ToNativePath(path, native, error)) return error;
     FindEntry info;
-    if (const err::Win32Error failed = posix::QueryFileInfo(native, info); failed != err::kSuccess)
-      return failed;
-    attributes = info.attributes;
-    return err::kSuccess;
+    const err::Win32Error error = posix::OnExistingObject(
+        path, [&info](const std::string& native) { return posix::QueryFileInfo(native, info); });
+    if (error == err::kSuccess) attributes = info.attributes;
+    return error;
   }
 
   err::Win32Error SetAttributes(std::wstring_view path, std::uint32_t attributes) override {
-    std::string native;
-    err::Win32Error error = err::kSuccess;
-    if (!posix::ToNativePath(path, native, error)) return error;
-    return posix::WriteStoredAttributes(native, attributes & posix::kSettableAttributes);
+    return posix::OnExistingObject(path, [attributes](const std::string& native) {
+      return posix::WriteStoredAttributes(native, attributes & posix::kSettableAttributes);
+    });
   }
 
   err::Win32Error GetTimes(FileHandle handle, FileTimes& times) override {
@@ -319,7 +325,7 @@ class PosixFileSystem final : public FileSystem {
   err::Win32Error MakeFolder(std::wstring_view path) override {
     std::string native;
     err::Win32Error error = err::kSuccess;
-    if (!posix::ToNativePath(path, native, error)) return error;
+    if (!posix::ToNativePathForCreation(path, native, error)) return error;
     return posix::MakeNativeFolder(native);
   }
 
@@ -342,6 +348,21 @@ class PosixFileSystem final : public FileSystem {
   }
 
  private:
+  // Open for an object that must exist, asking for no data writes, with backup semantics: files
+  // and folders open alike, so the object needs no look before it is opened. O_NONBLOCK keeps a
+  // named pipe from waiting for a writer.
+  err::Win32Error OpenExistingObject(std::wstring_view path, const FileOpenRequest& request,
+                                     bool readAccess, FileHandle& handle) {
+    return posix::OnExistingObject(path, [&](const std::string& native) {
+      auto entry = std::make_shared<OpenFileEntry>();
+      entry->fd = ::open(native.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+      if (entry->fd < 0) return PathError(native);
+      entry->canRead = readAccess;
+      entry->canSetTimes = (request.otherAccess & file_access::kFileWriteAttributes) != 0;
+      return Register(std::move(entry), handle);
+    });
+  }
+
   err::Win32Error Register(std::shared_ptr<OpenFileEntry> entry, FileHandle& handle) {
     const std::lock_guard<std::mutex> guard(mutex_);
     nextId_ += 4;

@@ -109,9 +109,30 @@ std::string ResolveNameCase(const std::string& native, NativeStatus* status) {
   return resolved;
 }
 
-bool ToNativePath(std::wstring_view path, std::string& native, err::Win32Error& error,
-                  NativeStatus* status) {
-  if (status != nullptr) *status = NativeStatus{};
+namespace {
+
+// ResolveNameCase for a name about to be created (see ToNativePathForCreation): when the folder
+// exists as written, the last name is looked up in its listing only. Should that pick another
+// entry than the one named exactly (two names differing only in case), the creation fails as
+// "exists" either way.
+std::string ResolveNameCaseForCreation(const std::string& native) {
+  const std::string::size_type slash = native.rfind('/');
+  if (native.find("//") == std::string::npos && slash != std::string::npos &&
+      slash + 1 < native.size()) {
+    const std::string_view leaf(native.data() + slash + 1, native.size() - slash - 1);
+    const std::string folder = slash == 0 ? std::string("/") : native.substr(0, slash);
+    struct stat folderInfo {};
+    if (leaf != "." && leaf != ".." && ::lstat(folder.c_str(), &folderInfo) == 0) {
+      const std::string other = FindNameNoCase(folder, folderInfo, leaf);
+      return other.empty() ? native : Join(folder, other);
+    }
+  }
+  return ResolveNameCase(native);
+}
+
+}  // namespace
+
+bool MapNativePathAsWritten(std::wstring_view path, std::string& native, err::Win32Error& error) {
   native.clear();
   error = err::kSuccess;
   if (path.empty()) {
@@ -139,9 +160,7 @@ bool ToNativePath(std::wstring_view path, std::string& native, err::Win32Error& 
   }
 
   if (path.starts_with(L"\\\\")) {
-    if (!MapUncPathToNative(path, native, error)) return false;
-    native = ResolveNameCase(native, status);
-    return true;
+    return MapUncPathToNative(path, native, error);
   }
 
   if (path.size() >= 2 && IsDriveLetter(path[0]) && path[1] == L':') {
@@ -149,16 +168,31 @@ bool ToNativePath(std::wstring_view path, std::string& native, err::Win32Error& 
       error = err::kPathNotFound;  // no such drive
       return false;
     }
-    native = ResolveNameCase(DriveZToNative(path.substr(2)), status);
+    native = DriveZToNative(path.substr(2));
     return true;
   }
 
   if (path[0] == L'\\') {  // rooted on the current drive, Z:
-    native = ResolveNameCase(DriveZToNative(path), status);
+    native = DriveZToNative(path);
     return true;
   }
 
-  native = ResolveNameCase(WideToUtf8(path), status);  // a POSIX path
+  native = WideToUtf8(path);  // a POSIX path
+  return true;
+}
+
+bool ToNativePath(std::wstring_view path, std::string& native, err::Win32Error& error,
+                  NativeStatus* status) {
+  if (status != nullptr) *status = NativeStatus{};
+  if (!MapNativePathAsWritten(path, native, error)) return false;
+  native = ResolveNameCase(native, status);
+  return true;
+}
+
+bool ToNativePathForCreation(std::wstring_view path, std::string& native,
+                             err::Win32Error& error) {
+  if (!MapNativePathAsWritten(path, native, error)) return false;
+  native = ResolveNameCaseForCreation(native);
   return true;
 }
 

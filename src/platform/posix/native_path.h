@@ -42,6 +42,15 @@ int LstatKnown(const std::string& native, const NativeStatus& status, struct sta
 bool ToNativePath(std::wstring_view path, std::string& native, err::Win32Error& error,
                   NativeStatus* status = nullptr);
 
+// The mapping of ToNativePath with the names taken as written: nothing is looked at on disk.
+bool MapNativePathAsWritten(std::wstring_view path, std::string& native, err::Win32Error& error);
+
+// ToNativePath for a name about to be created where an existing object of that name, as written,
+// is refused by the creation itself (mkdir, O_EXCL): the folder is resolved as usual, and the last
+// name is looked up only in the folder's listing, in any case, without an lstat of its own.
+bool ToNativePathForCreation(std::wstring_view path, std::string& native,
+                             err::Win32Error& error);
+
 // native with each component that does not exist as written replaced by an entry of its folder
 // whose name equals it ignoring case (Windows' upper-case table; the first such entry in the
 // order the folder lists them when several differ only in case). Components are resolved from
@@ -57,5 +66,29 @@ std::string ResolveNameCase(const std::string& native, NativeStatus* status = nu
 // being relative with backslash separators ("a/b" -> "a\b"). The UTF-8 bytes are decoded with
 // Utf8ToWide.
 std::wstring ToWindowsPath(std::string_view native);
+
+// Runs call(native) on the Linux path of an object that must exist, mapped as written
+// (MapNativePathAsWritten); only when the call finds a name missing (kFileNotFound,
+// kPathNotFound) are the names resolved ignoring case, and the call made once more if that names
+// another path. The same answer as resolving first, without a look at the path before every
+// call. For calls that create nothing, and so change nothing when they fail.
+// call: err::Win32Error(const std::string&).
+template <class Call>
+err::Win32Error OnExistingNativePath(const std::string& native, Call call) {
+  const err::Win32Error error = call(native);
+  if (error != err::kFileNotFound && error != err::kPathNotFound) return error;
+  const std::string resolved = ResolveNameCase(native);
+  if (resolved == native) return error;
+  return call(resolved);
+}
+
+// The same from a Windows path.
+template <class Call>
+err::Win32Error OnExistingObject(std::wstring_view path, Call call) {
+  std::string native;
+  err::Win32Error error = err::kSuccess;
+  if (!MapNativePathAsWritten(path, native, error)) return error;
+  return OnExistingNativePath(native, call);
+}
 
 }  // namespace tw::posix

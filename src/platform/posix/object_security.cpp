@@ -112,6 +112,20 @@ err::Win32Error ReadObjectDescriptor(const std::string& native, const struct sta
   return err::kSuccess;
 }
 
+err::Win32Error ReadObjectDescriptor(const std::string& native, security::SecurityDescriptor& sd) {
+  std::optional<security::SecurityDescriptor> stored;
+  const err::Win32Error loaded = LoadStoredDescriptor(native, stored);
+  if (loaded == err::kSuccess && stored) {
+    sd = std::move(*stored);
+    return err::kSuccess;
+  }
+  struct stat info {};
+  if (const err::Win32Error error = StatObject(native, info)) return error;
+  if (loaded != err::kSuccess) return loaded;
+  sd = DescriptorFromMode(info.st_uid, info.st_gid, info.st_mode);
+  return err::kSuccess;
+}
+
 err::Win32Error WriteObjectSecurity(const std::string& native, const SecurityWrite& write,
                                     const NativeStatus& status) {
   struct stat info {};

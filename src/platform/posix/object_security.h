@@ -30,6 +30,11 @@ err::Win32Error StatObject(const std::string& native, struct stat& info,
 err::Win32Error ReadObjectDescriptor(const std::string& native, const struct stat& info,
                                      security::SecurityDescriptor& sd);
 
+// The same without a prior lstat: the stored descriptor is read first, and the object looked at
+// only when none is stored (to synthesise one) or the read failed (for the error, which is
+// lstat's when the object is missing, as StatObject gives it).
+err::Win32Error ReadObjectDescriptor(const std::string& native, security::SecurityDescriptor& sd);
+
 // SetNamedSecurityInfoW on `native`, for the port's WriteNamedSecurity (after the request was
 // found to ask for something):
 // - the owner replaces the stored one (SE_OWNER_DEFAULTED cleared); an S-1-22-1-uid owner also

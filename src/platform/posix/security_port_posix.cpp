@@ -73,16 +73,12 @@ class PosixSecurityPort final : public SecurityPort {
 
   err::Win32Error ReadNamedSecurity(std::wstring_view path,
                                     security::SecurityDescriptor& sd) override {
-    std::string native;
-    err::Win32Error error = err::kSuccess;
-    posix::NativeStatus status;
-    if (!posix::ToNativePath(path, native, error, &status)) return error;
-    struct stat info {};
-    if ((error = posix::StatObject(native, info, status)) != err::kSuccess) return error;
-    security::SecurityDescriptor whole;
-    if ((error = posix::ReadObjectDescriptor(native, info, whole)) != err::kSuccess) return error;
-    sd = OwnerAndDaclOf(whole);
-    return err::kSuccess;
+    return posix::OnExistingObject(path, [&sd](const std::string& native) {
+      security::SecurityDescriptor whole;
+      const err::Win32Error error = posix::ReadObjectDescriptor(native, whole);
+      if (error == err::kSuccess) sd = OwnerAndDaclOf(whole);
+      return error;
+    });
   }
 
   err::Win32Error ReadOpenedObjectSecurity(FileHandle handle, std::wstring_view path,
@@ -104,7 +100,7 @@ class PosixSecurityPort final : public SecurityPort {
                                            const security::SecurityDescriptor* sd) override {
     std::string native;
     err::Win32Error error = err::kSuccess;
-    if (!posix::ToNativePath(path, native, error)) return error;
+    if (!posix::ToNativePathForCreation(path, native, error)) return error;
     return MakeFolder(native, sd);
   }
 
