@@ -31,18 +31,33 @@ std::string ExecutableFolder() {
   return slash == 0 ? std::string("/") : buffer.substr(0, slash);
 }
 
+// The folder of the default profile root, private to the user who runs the tool.
+std::string PrivateFolder() {
+  const uid_t user = ::geteuid();
+  if (user == 0) return "/run/tarnwick";
+  std::string runtime = Variable("XDG_RUNTIME_DIR");
+  if (!runtime.empty() && runtime.front() == '/') {
+    if (runtime.size() > 1 && runtime.back() == '/') runtime.pop_back();
+    return runtime + "/tarnwick";
+  }
+  std::string temporary = Variable("TMPDIR");
+  if (temporary.empty()) temporary = "/tmp";
+  if (temporary.size() > 1 && temporary.back() == '/') temporary.pop_back();
+  return temporary + "/tarnwick-" + std::to_string(user);
+}
+
 }  // namespace
 
 ProfileSettings ProcessProfileSettings() {
   ProfileSettings settings;
-  std::string root = Variable(kProfileRootVariable);
+  const std::string root = Variable(kProfileRootVariable);
   if (root.empty()) {
-    std::string temporary = Variable("TMPDIR");
-    if (temporary.empty()) temporary = "/tmp";
-    if (temporary.size() > 1 && temporary.back() == '/') temporary.pop_back();
-    root = temporary + "/tarnwick-profiles";
+    const std::string folder = PrivateFolder();
+    settings.privateFolder = Utf8ToWide(folder);
+    settings.root = Utf8ToWide(folder + "/profiles");
+  } else {
+    settings.root = Utf8ToWide(root);
   }
-  settings.root = Utf8ToWide(root);
   std::string templateFolder = Variable(kDefaultProfileVariable);
   if (templateFolder.empty()) {
     const std::string folder = ExecutableFolder();

@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <exception>
@@ -91,6 +92,25 @@ HResult CreateProfileFolder(const ProfileSettings& settings, const std::string& 
   }
 }
 
+// Makes the private folder of the default root when missing and checks that it is still
+// private: a folder, not a link, of this user's own, which no one else may write to.
+err::Win32Error EnsurePrivateFolder(const std::wstring& setting) {
+  std::string folder;
+  if (const err::Win32Error error = MapSetting(setting, folder); error != err::kSuccess)
+    return error;
+  const std::string parent = folder.substr(0, folder.rfind('/'));
+  if (!parent.empty()) {
+    std::error_code failure;
+    std::filesystem::create_directories(parent, failure);
+  }
+  if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) return Win32ErrorFromErrno(errno);
+  struct stat info {};
+  if (::lstat(folder.c_str(), &info) != 0) return Win32ErrorFromErrno(errno);
+  if (!S_ISDIR(info.st_mode) || info.st_uid != ::geteuid() || (info.st_mode & 022) != 0)
+    return err::kAccessDenied;
+  return err::kSuccess;
+}
+
 bool IsThisComputer(const ProfileSettings& settings, const wchar_t* computerName) {
   if (computerName == nullptr) return true;
   std::wstring_view name(computerName);
@@ -108,6 +128,11 @@ HResult CreateUserProfile(const ProfileSettings& settings, const wchar_t* sid,
   std::string sidText;
   if (!CanonicalSid(sid, sidText)) return HResultFromWin32(err::kInvalidSid);
 
+  if (!settings.privateFolder.empty()) {
+    if (const err::Win32Error error = EnsurePrivateFolder(settings.privateFolder);
+        error != err::kSuccess)
+      return HResultFromWin32(error);
+  }
   std::string root;
   if (const err::Win32Error error = MapSetting(settings.root, root); error != err::kSuccess)
     return HResultFromWin32(error);

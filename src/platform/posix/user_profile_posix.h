@@ -4,8 +4,15 @@
 //
 // Where the platform documents nothing, this is what they do:
 // - Settings are read from the environment at every call (ProcessProfileSettings): the profile
-//   root is TARNWICK_PROFILE_ROOT, else "$TMPDIR/tarnwick-profiles" (/tmp when TMPDIR is unset
-//   or empty), created with its parents when missing; the template is TARNWICK_DEFAULT_PROFILE,
+//   root is TARNWICK_PROFILE_ROOT, created with its parents when missing. Without it the root is
+//   "profiles" in a folder private to the user who runs the tool: "/run/tarnwick" for root (a
+//   memory file system on most systems, which suits profiles that live for one migration),
+//   else "$XDG_RUNTIME_DIR/tarnwick", else "$TMPDIR/tarnwick-<uid>" (/tmp when TMPDIR is unset
+//   or empty). CreateProfile makes that folder with mode 0700 and uses it only while it is a
+//   folder (not a link) of the user's own that no one else may write to, else it fails with
+//   HRESULT of ERROR_ACCESS_DENIED (0x80070005): profiles are made and deleted there with the
+//   rights of the tool, so a shared folder such as /tmp must not let others place registrations
+//   or links in them. The template is TARNWICK_DEFAULT_PROFILE,
 //   else the folder "default-profile" beside the running executable (where the build puts and
 //   installs it). Both may be Linux paths or Windows-form paths ("Z:\...", UNC through the share
 //   map); a relative root is taken from the current folder.
@@ -57,6 +64,9 @@ inline constexpr const char* kTemplateFolderName = "default-profile";
 // Where profiles go and what they are copied from. Paths as given: Linux or Windows form.
 struct ProfileSettings {
   std::wstring root;
+  // The folder that holds the default root and must be private to the user (empty when the root
+  // was configured).
+  std::wstring privateFolder;
   std::wstring templateFolder;
   // The suffix of unique folder names (ComputerName() in the process).
   std::wstring computerName;

@@ -287,12 +287,18 @@ TEST(ProfileList, RegistersEachSidOnceAndLeavesNoTemporaryFiles) {
 
 TEST(ProfileSettings, ComeFromTheEnvironmentWithTheDocumentedDefaults) {
   testing::TempFolder temp;
+  const bool runAsRoot = ::geteuid() == 0;
+  const std::string ownFolder = "tarnwick-" + std::to_string(::geteuid());
   {
     const ScopedVariable root(kProfileRootVariable, std::nullopt);
     const ScopedVariable templateFolder(kDefaultProfileVariable, std::nullopt);
+    const ScopedVariable runtime("XDG_RUNTIME_DIR", std::nullopt);
     const ScopedVariable tmpdir("TMPDIR", temp.path().string());
     const ProfileSettings settings = ProcessProfileSettings();
-    EXPECT_EQ(settings.root, Utf8ToWide((temp.path() / "tarnwick-profiles").string()));
+    const std::string folder =
+        runAsRoot ? std::string("/run/tarnwick") : (temp.path() / ownFolder).string();
+    EXPECT_EQ(settings.privateFolder, Utf8ToWide(folder));
+    EXPECT_EQ(settings.root, Utf8ToWide(folder + "/profiles"));
     // Beside the running executable.
     const fs::path exe = fs::read_symlink("/proc/self/exe");
     EXPECT_EQ(settings.templateFolder,
@@ -301,15 +307,55 @@ TEST(ProfileSettings, ComeFromTheEnvironmentWithTheDocumentedDefaults) {
   }
   {
     const ScopedVariable root(kProfileRootVariable, std::nullopt);
+    const ScopedVariable runtime("XDG_RUNTIME_DIR", "/run/user/4242/");
     const ScopedVariable tmpdir("TMPDIR", std::nullopt);
-    EXPECT_EQ(ProcessProfileSettings().root, L"/tmp/tarnwick-profiles");
+    EXPECT_EQ(ProcessProfileSettings().root, runAsRoot ? L"/run/tarnwick/profiles"
+                                                       : L"/run/user/4242/tarnwick/profiles");
+  }
+  if (!runAsRoot) {
+    const ScopedVariable root(kProfileRootVariable, std::nullopt);
+    const ScopedVariable runtime("XDG_RUNTIME_DIR", std::nullopt);
+    const ScopedVariable tmpdir("TMPDIR", std::nullopt);
+    EXPECT_EQ(ProcessProfileSettings().root, Utf8ToWide("/tmp/" + ownFolder + "/profiles"));
   }
   {
     const ScopedVariable root(kProfileRootVariable, "/srv/profiles");
     const ScopedVariable templateFolder(kDefaultProfileVariable, "/srv/default");
     EXPECT_EQ(ProcessProfileSettings().root, L"/srv/profiles");
+    EXPECT_EQ(ProcessProfileSettings().privateFolder, L"");
     EXPECT_EQ(ProcessProfileSettings().templateFolder, L"/srv/default");
   }
+}
+
+TEST_F(UserProfilePosixTest, TheDefaultRootIsMadeInAFolderOnlyItsUserMayWrite) {
+  const fs::path folder = temp_.path() / "private";
+  settings_.privateFolder = Utf8ToWide(folder.string());
+  settings_.root = Utf8ToWide((folder / "profiles").string());
+  ASSERT_EQ(Create(kSid), hr::kOk);
+  struct stat info {};
+  ASSERT_EQ(::lstat(folder.c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777, 0700u);
+  EXPECT_EQ(info.st_uid, ::geteuid());
+  EXPECT_TRUE(fs::is_directory(folder / "profiles" / "_tarnwick_"));
+}
+
+TEST_F(UserProfilePosixTest, ASharedOrLinkedDefaultFolderIsRefused) {
+  const fs::path shared = temp_.path() / "shared";
+  fs::create_directory(shared);
+  ::chmod(shared.c_str(), 0777);
+  settings_.privateFolder = Utf8ToWide(shared.string());
+  settings_.root = Utf8ToWide((shared / "profiles").string());
+  EXPECT_EQ(Create(kSid), hr::kAccessDenied);
+  EXPECT_FALSE(fs::exists(shared / "profiles"));
+
+  const fs::path link = temp_.path() / "link";
+  fs::create_directory_symlink(temp_.path() / "elsewhere", link);
+  fs::create_directory(temp_.path() / "elsewhere");
+  ::chmod((temp_.path() / "elsewhere").c_str(), 0700);
+  settings_.privateFolder = Utf8ToWide(link.string());
+  settings_.root = Utf8ToWide((link / "profiles").string());
+  EXPECT_EQ(Create(kSid), hr::kAccessDenied);
+  EXPECT_FALSE(fs::exists(temp_.path() / "elsewhere" / "profiles"));
 }
 
 TEST_F(UserProfilePosixTest, ProcessBindingServesBothFunctionsOverTheEnvironment) {
