@@ -20,8 +20,9 @@ constexpr std::size_t kMaxLevelsPerCreate = 32;
 
 // Creates the missing keys of `parts` below `key`; the last one gets the class, descriptor and
 // options. Returns the last key and whether it was created.
-DWORD CreatePath(Key* key, const std::vector<std::wstring_view>& parts, std::wstring_view cls,
-                 const void* descriptor, DWORD options, Key** result, bool* created) {
+DWORD CreatePath(Engine& engine, Key* key, const std::vector<std::wstring_view>& parts,
+                 std::wstring_view cls, const void* descriptor, DWORD options, Key** result,
+                 bool* created) {
   const std::uint64_t now = CurrentFileTime();
   *created = false;
   for (std::size_t i = 0; i < parts.size(); ++i) {
@@ -39,8 +40,8 @@ DWORD CreatePath(Key* key, const std::vector<std::wstring_view>& parts, std::wst
           std::make_shared<const SecurityBytes>(bytes, bytes + SelfRelativeLength(bytes));
     } else {
       // Inherited from the parent: see security_parts.h for the owner and group it gets.
-      child->security = std::make_shared<const SecurityBytes>(
-          InheritedSecurity(key->security ? *key->security : DefaultSecurityDescriptor()));
+      child->security =
+          engine.security.Inherited(key->security ? *key->security : DefaultSecurityDescriptor());
     }
     if (last) {
       child->className.assign(cls);
@@ -117,8 +118,8 @@ DWORD TW_OR_CALL tw_ORCreateKey(ORHKEY Handle, PCWSTR lpSubKey, PWSTR lpClass, D
     }
     Key* key = nullptr;
     bool created = false;
-    const DWORD made = CreatePath(entry->key, parts, View(lpClass), pSecurityDescriptor, dwOptions,
-                                  &key, &created);
+    const DWORD made = CreatePath(engine, entry->key, parts, View(lpClass), pSecurityDescriptor,
+                                  dwOptions, &key, &created);
     if (made != err::kSuccess) return made;
     if (!created && (dwOptions & kRegOptionCreateLink) != 0 &&
         (key->flags & kKeyFlagSymLink) == 0) {

@@ -23,7 +23,7 @@ DWORD TW_OR_CALL tw_ORGetKeySecurity(ORHKEY Handle, SECURITY_INFORMATION Securit
     if (lpcbSecurityDescriptor == nullptr) return err::kInvalidParameter;
     const SecurityBytes& full =
         entry->key->security ? *entry->key->security : DefaultSecurityDescriptor();
-    const SecurityBytes selected = SelectParts(full, SecurityInformation);
+    const SecurityBytes& selected = engine.security.Selected(full, SecurityInformation);
     const auto size = static_cast<DWORD>(selected.size());
     if (pSecurityDescriptor == nullptr || *lpcbSecurityDescriptor < size) {
       *lpcbSecurityDescriptor = size;
@@ -44,13 +44,12 @@ DWORD TW_OR_CALL tw_ORSetKeySecurity(ORHKEY Handle, SECURITY_INFORMATION Securit
     if (pSecurityDescriptor == nullptr) return err::kInvalidParameter;
     Key& key = *entry->key;
     const SecurityBytes& current = key.security ? *key.security : DefaultSecurityDescriptor();
-    SecurityBytes replaced;
-    if (!ReplaceParts(current, static_cast<const std::uint8_t*>(pSecurityDescriptor),
-                      SecurityInformation, &replaced)) {
+    SharedSecurity replaced;
+    if (!engine.security.Replaced(current, static_cast<const std::uint8_t*>(pSecurityDescriptor),
+                                  SecurityInformation, &replaced)) {
       return err::kInvalidSecurityDescr;
     }
-    if (replaced != current)
-      key.security = std::make_shared<const SecurityBytes>(std::move(replaced));
+    if (replaced) key.security = std::move(replaced);
     return err::kSuccess;
   });
 }

@@ -15,6 +15,7 @@
 #include "hive/handle_table.h"
 #include "hive/hive_model.h"
 #include "hive/offreg_api.h"
+#include "hive/security_memo.h"
 
 namespace tw::hive::detail {
 
@@ -22,6 +23,7 @@ struct Engine {
   std::mutex mutex;
   HandleTable handles;
   std::unordered_map<const Hive*, std::unique_ptr<Hive>> hives;
+  SecurityMemo security;
 };
 
 Engine& GetEngine();

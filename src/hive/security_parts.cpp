@@ -96,6 +96,13 @@ const SecurityBytes& DefaultSecurityDescriptor() {
 }
 
 std::size_t SelfRelativeLength(const std::uint8_t* descriptor) {
+  const std::size_t end = SelfRelativeExtent(descriptor);
+  if (end == 0) return 0;
+  const std::span<const std::uint8_t> block(descriptor, end);
+  return security::ValidateSelfRelative(block) == err::kSuccess ? end : 0;
+}
+
+std::size_t SelfRelativeExtent(const std::uint8_t* descriptor) {
   if (descriptor == nullptr || descriptor[0] != security::kSecurityDescriptorRevision ||
       (Get16(descriptor + 2) & security::kSeSelfRelative) == 0) {
     return 0;
@@ -119,8 +126,7 @@ std::size_t SelfRelativeLength(const std::uint8_t* descriptor) {
   if ((control & security::kSeDaclPresent) != 0) {
     end = std::max(end, PartEnd(descriptor, kDaclField, true));
   }
-  const std::span<const std::uint8_t> block(descriptor, end);
-  return security::ValidateSelfRelative(block) == err::kSuccess ? end : 0;
+  return end;
 }
 
 SecurityBytes SelectParts(const SecurityBytes& descriptor, std::uint32_t information) {

@@ -55,6 +55,10 @@ const SecurityBytes& DefaultSecurityDescriptor();
 // ORSetKeySecurity pass it): the end of its furthest part. 0 when it is not a valid revision-1
 // self-relative descriptor (the codec's validation of the measured block fails).
 std::size_t SelfRelativeLength(const std::uint8_t* descriptor);
+// The same length before the codec's validation: what the header and the parts' own headers
+// tell. 0 when the header is not one of a revision-1 self-relative descriptor or places a part
+// beyond 64 KB.
+std::size_t SelfRelativeExtent(const std::uint8_t* descriptor);
 
 // A descriptor with only the parts `information` selects (owner, group, DACL, SACL; LABEL
 // counts as SACL), their control bits, and SE_SELF_RELATIVE. A descriptor the codec cannot
