@@ -44,8 +44,7 @@ std::unique_ptr<Key> RemoveChild(Key& key, const Key* child) {
 
 const Value* FindValue(const Key& key, std::wstring_view name) {
   for (const Value& value : key.values) {
-    // The length is compared here first: most names differ in it.
-    if (value.name.size() == name.size() && NamesEqual(value.name, name)) return &value;
+    if (NamesEqual(value.name, name)) return &value;
   }
   return nullptr;
 }

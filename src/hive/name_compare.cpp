@@ -13,20 +13,11 @@ namespace tw::hive {
 namespace {
 
 constexpr std::uint32_t kLastBmp = 0xFFFF;
-constexpr std::uint32_t kLastAscii = 0x7F;
 
 std::u16string UpperUtf16(std::wstring_view name) {
   std::u16string units = ToUtf16(name);
   for (char16_t& c : units) c = static_cast<char16_t>(ToUpperWindows(static_cast<wchar_t>(c)));
   return units;
-}
-
-// The upper case of one character by the Windows rule. ASCII, the bulk of all names, is mapped
-// here; the case tables map it alike.
-std::uint32_t Upper(wchar_t c) {
-  const auto code = static_cast<std::uint32_t>(c);
-  if (code <= kLastAscii) return code >= 0x61u && code <= 0x7Au ? code - 0x20u : code;  // a-z
-  return static_cast<std::uint32_t>(ToUpperWindows(c));
 }
 
 }  // namespace
@@ -45,21 +36,12 @@ int CompareNames(std::wstring_view a, std::wstring_view b) {
       const int order = ua.compare(ub);
       return order < 0 ? -1 : (order > 0 ? 1 : 0);
     }
-    const std::uint32_t ux = Upper(a[i]);
-    const std::uint32_t uy = Upper(b[i]);
+    const std::uint32_t ux = UpperCaseOf(a[i]);
+    const std::uint32_t uy = UpperCaseOf(b[i]);
     if (ux != uy) return ux < uy ? -1 : 1;
   }
   if (a.size() == b.size()) return 0;
   return a.size() < b.size() ? -1 : 1;
-}
-
-bool NamesEqual(std::wstring_view a, std::wstring_view b) {
-  if (a.size() != b.size()) return false;
-  // From the end: names that share a beginning ("Value1", "Value2") differ there.
-  for (std::size_t i = a.size(); i-- > 0;) {
-    if (a[i] != b[i] && Upper(a[i]) != Upper(b[i])) return false;
-  }
-  return true;
 }
 
 std::uint32_t NameHashOf(std::wstring_view name) {
@@ -67,7 +49,7 @@ std::uint32_t NameHashOf(std::wstring_view name) {
   for (const wchar_t c : name) {
     // A character beyond the BMP (only where wchar_t is 32 bits) counts as its UTF-16 units.
     if (static_cast<std::uint32_t>(c) > kLastBmp) return regf::NameHash(UpperUtf16(name));
-    hash = hash * 37u + Upper(c);
+    hash = hash * 37u + UpperCaseOf(c);
   }
   return hash;
 }
