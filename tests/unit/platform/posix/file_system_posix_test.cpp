@@ -164,5 +164,72 @@ TEST_F(PosixFileSystemTest, PathExistsForFilesFoldersAndDanglingLinks) {
   EXPECT_FALSE(files.PathExists(L"C:\\Windows"));
 }
 
+// Every call finds a name in whatever case it has on disk, whether the call goes to the path as
+// written first or looks the name up before creating it.
+TEST_F(PosixFileSystemTest, EveryCallFindsNamesInAnyCase) {
+  std::filesystem::create_directories(Native("Folder/Sub"));
+  testing::WriteSizedFile(Native("Folder/File.txt"), "content", 7);
+  EXPECT_TRUE(files.PathExists(Win("FOLDER/FILE.TXT")));
+
+  std::uint32_t attributes = 0;
+  EXPECT_EQ(files.GetAttributes(Win("folder/file.TXT"), attributes), err::kSuccess);
+  EXPECT_EQ(attributes, file_attr::kArchive);
+  EXPECT_EQ(files.SetAttributes(Win("FOLDER/file.txt"), file_attr::kHidden), err::kSuccess);
+  EXPECT_EQ(files.GetAttributes(Win("Folder/File.txt"), attributes), err::kSuccess);
+  EXPECT_EQ(attributes, file_attr::kHidden);
+
+  FileOpenRequest backup;
+  backup.read = false;
+  backup.disposition = CreationDisposition::kOpenExisting;
+  backup.otherAccess = file_access::kFileWriteAttributes;
+  backup.backupSemantics = true;
+  for (const char* name : {"FOLDER/FILE.TXT", "folder/sub"}) {
+    FileHandle handle = kInvalidFileHandle;
+    EXPECT_EQ(files.Open(Win(name), backup, handle), err::kSuccess) << name;
+    EXPECT_EQ(files.SetTimes(handle, FileTimes{0, 0, 116444736000000000}), err::kSuccess);
+    files.Close(handle);
+  }
+  for (const char* name : {"Folder/File.txt", "Folder/Sub"}) {
+    struct stat info {};
+    ASSERT_EQ(::lstat(Native(name).c_str(), &info), 0);
+    EXPECT_EQ(info.st_mtime, 0) << name;  // 116444736000000000 is 1970-01-01
+  }
+  FileHandle missing = 1;
+  EXPECT_EQ(files.Open(Win("FOLDER/GONE.TXT"), backup, missing), err::kFileNotFound);
+  EXPECT_EQ(files.Open(Win("GONE/FILE.TXT"), backup, missing), err::kPathNotFound);
+  EXPECT_EQ(missing, kInvalidFileHandle);
+
+  EXPECT_EQ(files.CopyFileTo(Win("FOLDER/FILE.TXT"), Win("FOLDER/COPY.TXT"), true),
+            err::kSuccess);
+  EXPECT_EQ(ReadBytes(Native("Folder/COPY.TXT")), "content");
+  EXPECT_EQ(files.CopyFileTo(Win("folder/file.txt"), Win("folder/copy.txt"), true),
+            err::kFileExists);
+  EXPECT_FALSE(std::filesystem::exists(Native("Folder/copy.txt")));
+
+  EXPECT_EQ(files.MakeFolder(Win("FOLDER/New")), err::kSuccess);
+  EXPECT_TRUE(std::filesystem::is_directory(Native("Folder/New")));
+  EXPECT_EQ(files.MakeFolder(Win("folder/NEW")), err::kAlreadyExists);
+  EXPECT_FALSE(std::filesystem::exists(Native("Folder/NEW")));
+
+  SearchHandle search = kInvalidSearchHandle;
+  FindEntry entry;
+  ASSERT_EQ(files.FindFirstEntry(Win("FOLDER/f*"), search, entry), err::kSuccess);
+  EXPECT_EQ(entry.name, L"File.txt");
+  files.CloseSearch(search);
+}
+
+// A link in the place of the object is opened neither for its times nor as a copy's source.
+TEST_F(PosixFileSystemTest, LinksAreNotOpenedWithBackupSemanticsNorCopied) {
+  testing::WriteSizedFile(Native("real"), "x", 1);
+  std::filesystem::create_symlink(Native("real"), Native("link"));
+  FileOpenRequest backup;
+  backup.disposition = CreationDisposition::kOpenExisting;
+  backup.backupSemantics = true;
+  FileHandle handle = 1;
+  EXPECT_EQ(files.Open(Win("LINK"), backup, handle), err::kCantResolveFilename);
+  EXPECT_EQ(files.CopyFileTo(Win("Link"), Win("copy"), true), err::kCantResolveFilename);
+  EXPECT_FALSE(std::filesystem::exists(Native("copy")));
+}
+
 }  // namespace
 }  // namespace tw

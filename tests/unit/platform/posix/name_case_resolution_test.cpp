@@ -3,12 +3,14 @@
 // while the folder does not change, or changes only through this process), and every other
 // path is resolved component by component.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "fakes/temp_folder.h"
 #include "platform/posix/file_copy_posix.h"
@@ -136,6 +138,49 @@ TEST_F(NameCaseResolutionTest, FolderReachedThroughALinkIsReadThroughTheLink) {
   EXPECT_EQ(ResolveNameCase(Root() + "/link/NEW.TXT"), Root() + "/link/NEW.TXT");
   std::ofstream(Root() + "/Profiles/Alice/new.txt") << "n";
   EXPECT_EQ(ResolveNameCase(Root() + "/link/NEW.TXT"), Root() + "/link/new.txt");
+}
+
+// Calls on existing objects go to the path as written; only a missing name makes them resolve
+// case and call once more.
+TEST_F(NameCaseResolutionTest, CallsOnExistingObjectsResolveCaseOnlyWhenANameIsMissing) {
+  std::vector<std::string> calls;
+  const auto stat = [&calls](const std::string& native) {
+    calls.push_back(native);
+    struct stat info {};
+    return ::lstat(native.c_str(), &info) == 0 ? err::kSuccess : err::kFileNotFound;
+  };
+  const std::string exact = Root() + "/Profiles/Alice/Documents/letter.txt";
+  EXPECT_EQ(OnExistingNativePath(exact, stat), err::kSuccess);
+  EXPECT_EQ(calls, std::vector<std::string>{exact});
+
+  calls.clear();
+  const std::string other = Root() + "/profiles/ALICE/documents/Letter.txt";
+  EXPECT_EQ(OnExistingNativePath(other, stat), err::kSuccess);
+  EXPECT_EQ(calls, (std::vector<std::string>{other, exact}));
+
+  calls.clear();
+  const std::string missing = Root() + "/Profiles/Alice/Documents/gone.txt";
+  EXPECT_EQ(OnExistingNativePath(missing, stat), err::kFileNotFound);
+  EXPECT_EQ(calls, std::vector<std::string>{missing});
+
+  calls.clear();
+  EXPECT_EQ(OnExistingObject(ToWindowsPath(other), stat), err::kSuccess);
+  EXPECT_EQ(calls.back(), exact);
+}
+
+// A name about to be created is looked up in its folder's listing: an entry of that name in any
+// case is the one named, otherwise the name stands as written.
+TEST_F(NameCaseResolutionTest, NamesToBeCreatedAreLookedUpInTheirFolder) {
+  std::string native;
+  err::Win32Error error = err::kSuccess;
+  const std::string documents = Root() + "/Profiles/Alice/Documents";
+  ASSERT_TRUE(ToNativePathForCreation(ToWindowsPath(documents + "/LETTER.TXT"), native, error));
+  EXPECT_EQ(native, documents + "/letter.txt");
+  ASSERT_TRUE(ToNativePathForCreation(ToWindowsPath(documents + "/New.txt"), native, error));
+  EXPECT_EQ(native, documents + "/New.txt");
+  ASSERT_TRUE(
+      ToNativePathForCreation(ToWindowsPath(Root() + "/PROFILES/alice/New"), native, error));
+  EXPECT_EQ(native, Root() + "/Profiles/Alice/New");
 }
 
 }  // namespace

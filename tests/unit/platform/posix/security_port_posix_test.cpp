@@ -247,6 +247,18 @@ TEST_F(PosixSecurityPortTest, SymbolicLinkIsNeverFollowed) {
   EXPECT_EQ(testing::ReadWholeFile(Native("target.txt")), "t");
 }
 
+TEST_F(PosixSecurityPortTest, DescriptorsAreReadThroughNamesInAnyCase) {
+  folder.WriteFile("Docs/Letter.txt", "x");
+  const SecurityDescriptor synthesised = Read("Docs/Letter.txt");
+  EXPECT_EQ(Read("DOCS/LETTER.TXT"), synthesised);
+  SecurityWrite owner;
+  owner.writeOwner = true;
+  owner.owner = Anna();
+  ASSERT_EQ(port.WriteNamedSecurity(Win("docs/letter.TXT"), owner), err::kSuccess);
+  ASSERT_TRUE(HasStoredDescriptor("Docs/Letter.txt"));
+  EXPECT_EQ(Read("DOCS/letter.txt").owner, Anna());
+}
+
 TEST_F(PosixSecurityPortTest, MissingObjectsGiveFileOrPathNotFound) {
   SecurityDescriptor sd;
   EXPECT_EQ(port.ReadNamedSecurity(Win("none.txt"), sd), err::kFileNotFound);
