@@ -1,5 +1,6 @@
 #include "security/codec/ace.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "base/hresult.h"
@@ -79,16 +80,25 @@ err::Win32Error Ace::Parse(std::span<const std::uint8_t> bytes, Ace* ace, std::s
   return err::kSuccess;
 }
 
+void Ace::WriteTo(std::span<std::uint8_t> out) const {
+  if (!IsWritable()) ThrowHResult(hr::kInvalidArg);
+  out[0] = type;
+  out[1] = flags;
+  codec_detail::StoreLe16(out, 2, static_cast<std::uint16_t>(Size()));
+  std::size_t at = kAceHeaderSize;
+  if (HasSid()) {
+    codec_detail::StoreLe32(out, at, mask);
+    sid.WriteTo(out.subspan(at + 4));
+    at += 4 + sid.BinarySize();
+  }
+  std::copy(body.begin(), body.end(), out.begin() + static_cast<std::ptrdiff_t>(at));
+}
+
 void Ace::AppendTo(std::vector<std::uint8_t>& out) const {
   if (!IsWritable()) ThrowHResult(hr::kInvalidArg);
-  out.push_back(type);
-  out.push_back(flags);
-  codec_detail::AppendLe16(out, static_cast<std::uint16_t>(Size()));
-  if (HasSid()) {
-    codec_detail::AppendLe32(out, mask);
-    sid.AppendTo(out);
-  }
-  out.insert(out.end(), body.begin(), body.end());
+  const std::size_t start = out.size();
+  out.resize(start + Size());
+  WriteTo(std::span<std::uint8_t>(out).subspan(start));
 }
 
 }  // namespace tw::security

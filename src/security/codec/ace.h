@@ -63,7 +63,9 @@ struct Ace {
   // or an allowed/denied entry is too small for its mask and a valid SID.
   static err::Win32Error Parse(std::span<const std::uint8_t> bytes, Ace* ace,
                                std::size_t* used = nullptr);
-  // Appends the binary form; the entry must be writable.
+  // The binary form, written to the first Size() bytes of `out` / appended to `out`. An entry
+  // that is not writable raises HResultError(E_INVALIDARG).
+  void WriteTo(std::span<std::uint8_t> out) const;
   void AppendTo(std::vector<std::uint8_t>& out) const;
 
   friend bool operator==(const Ace&, const Ace&) = default;

@@ -1,5 +1,6 @@
 #include "security/codec/acl.h"
 
+#include <algorithm>
 #include <iterator>
 #include <utility>
 
@@ -92,21 +93,29 @@ std::size_t Acl::UsedBytes() const {
   return used;
 }
 
+void Acl::WriteTo(std::span<std::uint8_t> out) const {
+  out[0] = revision_;
+  out[1] = 0;
+  codec_detail::StoreLe16(out, 2, size_);
+  codec_detail::StoreLe16(out, 4, static_cast<std::uint16_t>(aces_.size()));
+  codec_detail::StoreLe16(out, 6, 0);
+  std::size_t at = kAclHeaderSize;
+  for (const Ace& ace : aces_) {
+    ace.WriteTo(out.subspan(at));
+    at += ace.Size();
+  }
+  std::fill(out.begin() + static_cast<std::ptrdiff_t>(at), out.begin() + size_, std::uint8_t{0});
+}
+
 void Acl::AppendTo(std::vector<std::uint8_t>& out) const {
   const std::size_t start = out.size();
-  out.push_back(revision_);
-  out.push_back(0);
-  codec_detail::AppendLe16(out, size_);
-  codec_detail::AppendLe16(out, static_cast<std::uint16_t>(aces_.size()));
-  codec_detail::AppendLe16(out, 0);
-  for (const Ace& ace : aces_) ace.AppendTo(out);
-  out.resize(start + size_, 0);
+  out.resize(start + size_);
+  WriteTo(std::span<std::uint8_t>(out).subspan(start));
 }
 
 std::vector<std::uint8_t> Acl::ToBytes() const {
-  std::vector<std::uint8_t> out;
-  out.reserve(size_);
-  AppendTo(out);
+  std::vector<std::uint8_t> out(size_);
+  WriteTo(out);
   return out;
 }
 

@@ -49,7 +49,9 @@ class Acl {
   // beyond `bytes`, or an entry overruns AclSize or is malformed.
   static err::Win32Error Parse(std::span<const std::uint8_t> bytes, Acl* acl);
 
-  // The binary form: AclSize bytes, free space zero-filled.
+  // The binary form: AclSize bytes, free space zero-filled; written to the first AclSize bytes
+  // of `out`, appended to `out`, or returned.
+  void WriteTo(std::span<std::uint8_t> out) const;
   void AppendTo(std::vector<std::uint8_t>& out) const;
   std::vector<std::uint8_t> ToBytes() const;
 

@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <vector>
 
 namespace tw::security::codec_detail {
 
@@ -17,17 +16,6 @@ inline std::uint32_t ReadLe32(std::span<const std::uint8_t> bytes, std::size_t a
   return static_cast<std::uint32_t>(bytes[at]) | (static_cast<std::uint32_t>(bytes[at + 1]) << 8) |
          (static_cast<std::uint32_t>(bytes[at + 2]) << 16) |
          (static_cast<std::uint32_t>(bytes[at + 3]) << 24);
-}
-
-inline void AppendLe16(std::vector<std::uint8_t>& out, std::uint16_t value) {
-  out.push_back(static_cast<std::uint8_t>(value & 0xFF));
-  out.push_back(static_cast<std::uint8_t>(value >> 8));
-}
-
-inline void AppendLe32(std::vector<std::uint8_t>& out, std::uint32_t value) {
-  for (int shift = 0; shift < 32; shift += 8) {
-    out.push_back(static_cast<std::uint8_t>((value >> shift) & 0xFF));
-  }
 }
 
 inline void StoreLe16(std::span<std::uint8_t> out, std::size_t at, std::uint16_t value) {

@@ -48,8 +48,8 @@ err::Win32Error ReadAclPart(std::span<const std::uint8_t> bytes, std::uint32_t o
   return err::kSuccess;
 }
 
-void PlacePart(std::vector<std::uint8_t>& out, std::size_t field) {
-  codec_detail::StoreLe32(out, field, static_cast<std::uint32_t>(out.size()));
+void PlacePart(std::span<std::uint8_t> block, std::size_t field, std::size_t at) {
+  codec_detail::StoreLe32(block, field, static_cast<std::uint32_t>(at));
 }
 
 }  // namespace
@@ -119,26 +119,40 @@ err::Win32Error ValidateSelfRelative(std::span<const std::uint8_t> bytes) {
 }
 
 std::vector<std::uint8_t> MakeSelfRelative(const SecurityDescriptor& sd) {
-  std::vector<std::uint8_t> out;
-  out.push_back(kSecurityDescriptorRevision);
-  out.push_back(0);
-  codec_detail::AppendLe16(out, static_cast<std::uint16_t>(sd.control | kSeSelfRelative));
-  out.resize(kSelfRelativeHeaderSize, 0);
-  if (sd.HasSacl() && sd.sacl) {
-    PlacePart(out, kSaclOffsetField);
-    sd.sacl->AppendTo(out);
+  const Acl* sacl = sd.HasSacl() && sd.sacl ? &*sd.sacl : nullptr;
+  const Acl* dacl = sd.HasDacl() && sd.dacl ? &*sd.dacl : nullptr;
+  const Sid* owner = sd.owner ? &*sd.owner : nullptr;
+  const Sid* group = sd.group ? &*sd.group : nullptr;
+  std::size_t size = kSelfRelativeHeaderSize;
+  if (sacl != nullptr) size += sacl->size();
+  if (dacl != nullptr) size += dacl->size();
+  if (owner != nullptr) size += owner->BinarySize();
+  if (group != nullptr) size += group->BinarySize();
+
+  // One buffer of the final size, zero-filled, so absent parts keep offset 0.
+  std::vector<std::uint8_t> out(size);
+  out[0] = kSecurityDescriptorRevision;
+  codec_detail::StoreLe16(out, 2, static_cast<std::uint16_t>(sd.control | kSeSelfRelative));
+  std::size_t at = kSelfRelativeHeaderSize;
+  const std::span<std::uint8_t> block(out);
+  if (sacl != nullptr) {
+    PlacePart(block, kSaclOffsetField, at);
+    sacl->WriteTo(block.subspan(at));
+    at += sacl->size();
   }
-  if (sd.HasDacl() && sd.dacl) {
-    PlacePart(out, kDaclOffsetField);
-    sd.dacl->AppendTo(out);
+  if (dacl != nullptr) {
+    PlacePart(block, kDaclOffsetField, at);
+    dacl->WriteTo(block.subspan(at));
+    at += dacl->size();
   }
-  if (sd.owner) {
-    PlacePart(out, kOwnerOffsetField);
-    sd.owner->AppendTo(out);
+  if (owner != nullptr) {
+    PlacePart(block, kOwnerOffsetField, at);
+    owner->WriteTo(block.subspan(at));
+    at += owner->BinarySize();
   }
-  if (sd.group) {
-    PlacePart(out, kGroupOffsetField);
-    sd.group->AppendTo(out);
+  if (group != nullptr) {
+    PlacePart(block, kGroupOffsetField, at);
+    group->WriteTo(block.subspan(at));
   }
   return out;
 }

@@ -59,7 +59,8 @@ void CheckOrThrow(std::uint64_t authority, std::size_t count) {
 }  // namespace
 
 Sid::Sid(std::uint64_t authority, std::initializer_list<std::uint32_t> subAuthorities)
-    : Sid(authority, std::span<const std::uint32_t>(subAuthorities.begin(), subAuthorities.size())) {}
+    : Sid(authority,
+          std::span<const std::uint32_t>(subAuthorities.begin(), subAuthorities.size())) {}
 
 Sid::Sid(std::uint64_t authority, std::span<const std::uint32_t> subAuthorities)
     : authority_(authority) {
