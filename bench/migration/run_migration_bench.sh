@@ -3,10 +3,14 @@
 # share (see bench/README.md).
 #   bench/migration/run_migration_bench.sh [BUILD_DIR] [PROFILES]
 #     BUILD_DIR default build/bench (configured Release without tests), PROFILES default 200
+#   TARNWICK_BENCH_ROUNDS  rounds of every timed step (default 3); the medians are compared
+#   TARNWICK_BENCH_KEEP=1  keeps the work folder (shares, targets, log) for profiling
+#   TARNWICK_BENCH_CACHE=warm  reads each step's share beforehand instead of dropping the caches
 set -eu
 root=$(cd "$(dirname "$0")/../.." && pwd)
 build=${1:-$root/build/bench}
 count=${2:-200}
+rounds=${TARNWICK_BENCH_ROUNDS:-3}
 mkdir -p "$build"
 build=$(cd "$build" && pwd)
 if [ ! -x "$build/src/tarnwick" ] || [ ! -x "$build/tools/sample_share/tarnwick-sample-share" ]; then
@@ -20,12 +24,25 @@ tarnwick=$build/src/tarnwick
 generator=$build/tools/sample_share/tarnwick-sample-share
 layouts_src=$root/tools/sample_share
 
+# A memory file system for the temporary profiles (and, in one variant, the log): /run where it
+# is one, else /dev/shm.
+memory_fs=""
+for candidate in /run /dev/shm; do
+  if [ -d "$candidate" ] && [ -w "$candidate" ] &&
+     [ "$(stat -f -c %T "$candidate" 2>/dev/null)" = tmpfs ]; then
+    memory_fs=$candidate
+    break
+  fi
+done
+[ -n "$memory_fs" ] || { echo "no memory file system (/run or /dev/shm) to use" >&2; exit 1; }
+
 work=$(mktemp -d "${TMPDIR:-/tmp}/tarnwick-bench.XXXXXX")
-# TARNWICK_BENCH_KEEP=1 keeps the folder (shares, targets, log, tarnwick) for profiling.
+memory=$(mktemp -d "$memory_fs/tarnwick-bench.XXXXXX")
 if [ -n "${TARNWICK_BENCH_KEEP:-}" ]; then
   echo "work folder (kept): $work"
+  trap 'rm -rf "$memory"' EXIT
 else
-  trap 'rm -rf "$work"' EXIT
+  trap 'rm -rf "$work" "$memory"' EXIT
 fi
 
 # A layout: the sample layout with 300 more files (in ten folders, one of them a special folder)
@@ -77,8 +94,12 @@ bytes=$(du -sk "$work/v1/share" | cut -f1)
 echo "V1 share: $files files, $bytes KB; ntuser.dat of one profile: $(stat -c %s "$work/v1/share/user001/ntuser.dat") bytes"
 
 export TARNWICK_SHARES="$work/shares.conf"
-export TARNWICK_PROFILE_ROOT="$work/profiles"
 export TARNWICK_DEFAULT_PROFILE="$build/src/default-profile"
+memory_profiles="$memory/profiles"
+disk_profiles="$work/profiles"
+mkdir -p "$work/trash" "$memory/app"
+cp "$tarnwick" "$work/tarnwick"
+cp "$tarnwick" "$memory/app/tarnwick"
 sync
 
 now() { date +%s.%N; }
@@ -101,67 +122,98 @@ prepare() {  # $1: the share the step reads
   fi
 }
 
-# cp -a of each share. The copies stay until the end: on ext4 without a journal, a file created
-# within a minute of many deletions waits while the allocator passes over the recently freed
-# inodes, so removing the copies here would slow the tool's run down for reasons of the script.
-prepare "$work/v1/share"
-t0=$(now); cp -a "$work/v1/share" "$work/v1-copy"; t1=$(now); cp_v1=$(elapsed "$t0" "$t1")
-prepare "$work/v5/share"
-t0=$(now); cp -a "$work/v5/share" "$work/v5-copy"; t1=$(now); cp_v5=$(elapsed "$t0" "$t1")
-
-# V5 to V6: one "*.V5" run. $1 the tool, $2 the share's name under \\bench, $3 its folder, $4 the
-# name for the console output; sets tw_elapsed.
-run_v5() {
-  prepare "$3"
-  t0=$(now)
-  "$1" "/s:\\\\bench\\$2\\*.V5" /V5TOV6 >"$work/$4.out" || {
-    echo "the *.V5 run ($4) failed:" >&2; tail -5 "$work/$4.out" >&2; exit 1; }
-  t1=$(now); tw_elapsed=$(elapsed "$t0" "$t1")
-  migrated=$(ls -d "$3"/*.V6 | wc -l)
-  [ "$migrated" -eq "$count" ] || { echo "only $migrated V6 targets ($4)" >&2; exit 1; }
+# Nothing made by a timed step is deleted while the script runs: copies and targets are moved
+# (renamed) into the trash folder. On ext4 without a journal, a file created within half a
+# minute of many deletions waits while the allocator passes over the recently freed inodes, so a
+# deletion would slow the following steps down for reasons of the script.
+record() {  # $1 step name, $2 seconds: appends to the step's list of times
+  echo "$2" >>"$work/times.$1"
 }
-cd "$work"
-cp "$tarnwick" "$work/tarnwick"
-run_v5 "$work/tarnwick" v5 "$work/v5/share" v5
-tw_v5=$tw_elapsed
 
-# V1 to V2: one run per profile.
-prepare "$work/v1/share"
-t0=$(now)
-i=1
-while [ "$i" -le "$count" ]; do
-  name=$(printf 'user%03d' "$i")
-  "$work/tarnwick" "/s:\\\\bench\\v1\\$name" >"$work/v1.out" || {
-    echo "the run of $name failed:" >&2; tail -5 "$work/v1.out" >&2; exit 1; }
-  i=$((i + 1))
+# cp -a of a share. $1 step name, $2 share folder.
+time_copy() {
+  prepare "$2"
+  t0=$(now)
+  cp -a "$2" "$work/trash/$1.$round"
+  t1=$(now)
+  record "$1" "$(elapsed "$t0" "$t1")"
+}
+
+# One "*.V5" run to V6. $1 step name, $2 the tool, $3 the profile root.
+time_v5() {
+  prepare "$work/v5/share"
+  t0=$(now)
+  TARNWICK_PROFILE_ROOT=$3 "$2" '/s:\\bench\v5\*.V5' /V5TOV6 >"$work/$1.out" || {
+    echo "the *.V5 run ($1) failed:" >&2; tail -5 "$work/$1.out" >&2; exit 1; }
+  t1=$(now)
+  record "$1" "$(elapsed "$t0" "$t1")"
+  migrated=$(ls -d "$work/v5/share"/*.V6 | wc -l)
+  [ "$migrated" -eq "$count" ] || { echo "only $migrated V6 targets ($1)" >&2; exit 1; }
+  mkdir "$work/trash/$1.$round"
+  mv "$work/v5/share"/*.V6 "$work/trash/$1.$round/"
+}
+
+# V1 to V2 with one run per profile. $1 step name, $2 the profile root.
+time_v1() {
+  prepare "$work/v1/share"
+  t0=$(now)
+  i=1
+  while [ "$i" -le "$count" ]; do
+    name=$(printf 'user%03d' "$i")
+    TARNWICK_PROFILE_ROOT=$2 "$work/tarnwick" "/s:\\\\bench\\v1\\$name" >"$work/$1.out" || {
+      echo "the run of $name failed:" >&2; tail -5 "$work/$1.out" >&2; exit 1; }
+    i=$((i + 1))
+  done
+  t1=$(now)
+  record "$1" "$(elapsed "$t0" "$t1")"
+  migrated=$(ls -d "$work/v1/share"/*.V2 | wc -l)
+  [ "$migrated" -eq "$count" ] || { echo "only $migrated V2 targets ($1)" >&2; exit 1; }
+  mkdir "$work/trash/$1.$round"
+  mv "$work/v1/share"/*.V2 "$work/trash/$1.$round/"
+}
+
+# The steps, in rounds. The main runs keep the temporary profiles on the memory file system, as
+# recommended (README, TARNWICK_PROFILE_ROOT). Two variants show what moves the figures:
+#   disk-profiles: the temporary profiles on the share's own disk;
+#   memory-log: the tool, and so its log (which is flushed to disk after every line, as its
+#   design requires), on the memory file system as well.
+round=1
+while [ "$round" -le "$rounds" ]; do
+  echo "round $round of $rounds ..."
+  time_copy cp-v1 "$work/v1/share"
+  time_copy cp-v5 "$work/v5/share"
+  time_v5 tw-v5 "$work/tarnwick" "$memory_profiles"
+  time_v1 tw-v1 "$memory_profiles"
+  time_v5 tw-v5-memory-log "$memory/app/tarnwick" "$memory_profiles"
+  time_v5 tw-v5-disk-profiles "$work/tarnwick" "$disk_profiles"
+  # That variant deleted its temporary profiles on the disk: let their inodes age (see record).
+  [ "$round" -lt "$rounds" ] && sleep 35
+  round=$((round + 1))
 done
-t1=$(now); tw_v1=$(elapsed "$t0" "$t1")
-migrated=$(ls -d "$work/v1/share"/*.V2 | wc -l)
-[ "$migrated" -eq "$count" ] || { echo "only $migrated V2 targets" >&2; exit 1; }
 
-# The log is flushed to disk after every line, as its design requires. To show what that costs
-# here, the V5 run is repeated on cp's copy of the share with the tool (and so its log, which
-# lives next to it) on a memory file system, where a flush does not wait for the disk. Skipped
-# when /dev/shm is missing.
-tw_v5m=""
-if [ -d /dev/shm ] && [ -w /dev/shm ]; then
-  memory=$(mktemp -d /dev/shm/tarnwick-bench.XXXXXX)
-  trap 'rm -rf "$memory"; [ -n "${TARNWICK_BENCH_KEEP:-}" ] || rm -rf "$work"' EXIT
-  cp "$tarnwick" "$memory/tarnwick"
-  printf '\\\\bench\\v5copy = %s\n' "$work/v5-copy" >>"$work/shares.conf"
-  run_v5 "$memory/tarnwick" v5copy "$work/v5-copy" v5-memory
-  tw_v5m=$tw_elapsed
-fi
-
+median() {  # $1 step name
+  sort -n "$work/times.$1" | awk '{ v[NR] = $1 } END {
+    if (NR % 2) printf "%.2f", v[(NR + 1) / 2]; else printf "%.2f", (v[NR / 2] + v[NR / 2 + 1]) / 2 }'
+}
+all() { tr '\n' ' ' <"$work/times.$1"; }
+row() {  # $1 label, $2 step, $3 reference step ("" for none)
+  m=$(median "$2")
+  if [ -n "$3" ]; then
+    ratio=$(awk -v a="$m" -v b="$(median "$3")" 'BEGIN { printf "%.2f", a / b }')
+  else
+    ratio="-"
+  fi
+  printf '%-48s %8s %11s %7s   %s\n' "$1" "$m" "$(awk -v n="$count" -v s="$m" 'BEGIN { printf "%.1f", n / s }')" \
+    "$ratio" "$(all "$2")"
+}
 echo
-printf '%-40s %10s %14s %16s\n' "run" "seconds" "profiles/s" "ratio to cp -a"
-awk -v n="$count" -v c1="$cp_v1" -v c5="$cp_v5" -v t1="$tw_v1" -v t5="$tw_v5" -v m5="$tw_v5m" 'BEGIN {
-  printf "%-40s %10.2f %14.1f %16s\n", "cp -a of the V1 share", c1, n / c1, "-";
-  printf "%-40s %10.2f %14.1f %16.2f\n", "tarnwick V1 to V2, one run per profile", t1, n / t1, t1 / c1;
-  printf "%-40s %10.2f %14.1f %16s\n", "cp -a of the V5 share", c5, n / c5, "-";
-  printf "%-40s %10.2f %14.1f %16.2f\n", "tarnwick V5 to V6, one *.V5 run", t5, n / t5, t5 / c5;
-  if (m5 != "")
-    printf "%-40s %10.2f %14.1f %16.2f\n", "  the same, log in memory (no disk flush)", m5, n / m5, m5 / c5;
-  printf "goal: ratios within 1.5\n";
-}'
-echo "page cache before each step: $cache"
+echo "$count profiles per share, rounds: $rounds, page cache before each step: $cache;"
+echo "temporary profiles on $memory_fs ($(stat -f -c %T "$memory_fs")) unless said otherwise"
+printf '%-48s %8s %11s %7s   %s\n' "run" "median s" "profiles/s" "ratio" "each round (s)"
+row "cp -a of the V1 share" cp-v1 ""
+row "tarnwick V1 to V2, one run per profile" tw-v1 cp-v1
+row "cp -a of the V5 share" cp-v5 ""
+row "tarnwick V5 to V6, one *.V5 run" tw-v5 cp-v5
+row "  the same, log on the memory file system" tw-v5-memory-log cp-v5
+row "  the same, temporary profiles on the disk" tw-v5-disk-profiles cp-v5
+echo "ratio: median time over the median time of cp -a of the same share; goal: within 1.5"

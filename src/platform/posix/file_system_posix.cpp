@@ -232,8 +232,8 @@ class PosixFileSystem final : public FileSystem {
 
   err::Win32Error CopyFileTo(std::wstring_view from, std::wstring_view to,
                              bool failIfExists) override {
-    // As before the source's mapping errors come first, and a missing source is reported
-    // before anything about the target.
+    // A source that cannot be mapped, or is missing, is reported before anything about the
+    // target.
     std::string source;
     std::string target;
     err::Win32Error error = err::kSuccess;
