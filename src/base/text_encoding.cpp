@@ -101,13 +101,20 @@ constexpr std::array<char16_t, 32> kHighControls = {
 }  // namespace
 
 void AppendWideAsUtf8(std::string& out, std::wstring_view text) {
-  // Paths and names are ASCII almost always: that run is copied byte for byte.
-  std::size_t ascii = 0;
-  while (ascii < text.size() && static_cast<std::uint32_t>(text[ascii]) < 0x80) ++ascii;
+  // Paths and names are ASCII almost always: copied byte for byte in one pass, which is undone
+  // for the rare text that is not.
   const std::size_t start = out.size();
-  out.resize(start + ascii);
-  for (std::size_t i = 0; i < ascii; ++i) out[start + i] = static_cast<char>(text[i]);
-  ForEachCodePoint(text.substr(ascii), [&out](char32_t c) { AppendUtf8(out, c); });
+  out.resize(start + text.size());
+  char* bytes = out.data() + start;
+  std::uint32_t seen = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto c = static_cast<std::uint32_t>(text[i]);
+    seen |= c;
+    bytes[i] = static_cast<char>(c);
+  }
+  if (seen < 0x80) return;
+  out.resize(start);
+  ForEachCodePoint(text, [&out](char32_t c) { AppendUtf8(out, c); });
 }
 
 std::string WideToUtf8(std::wstring_view text) {

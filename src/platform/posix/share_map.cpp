@@ -121,19 +121,28 @@ bool ShareMap::Parse(std::string_view text, std::string_view source, std::wstrin
 
 bool ShareMap::Find(std::wstring_view server, std::wstring_view share, std::string& folder,
                     err::Win32Error& error) const {
+  const ShareMapEntry* entry = Lookup(server, share, error);
+  if (entry == nullptr) {
+    folder.clear();
+    return false;
+  }
+  folder = entry->folder;
+  return true;
+}
+
+const ShareMapEntry* ShareMap::Lookup(std::wstring_view server, std::wstring_view share,
+                                      err::Win32Error& error) const {
   bool serverKnown = false;
   for (const ShareMapEntry& entry : entries_) {
     if (!EqualsNoCase(entry.server, server)) continue;
     serverKnown = true;
     if (EqualsNoCase(entry.share, share)) {
-      folder = entry.folder;
       error = err::kSuccess;
-      return true;
+      return &entry;
     }
   }
-  folder.clear();
   error = serverKnown ? err::kBadNetName : err::kBadNetPath;
-  return false;
+  return nullptr;
 }
 
 bool LoadProcessShareMap(std::wstring& problem) {

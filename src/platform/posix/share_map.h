@@ -39,6 +39,9 @@ class ShareMap {
   // kBadNetName when the server is listed without that share.
   bool Find(std::wstring_view server, std::wstring_view share, std::string& folder,
             err::Win32Error& error) const;
+  // The same without a copy: the entry, or nullptr with error set.
+  const ShareMapEntry* Lookup(std::wstring_view server, std::wstring_view share,
+                              err::Win32Error& error) const;
 
   const std::vector<ShareMapEntry>& entries() const { return entries_; }
 

@@ -22,10 +22,12 @@ bool MapUncPathToNative(std::wstring_view uncPath, std::string& native, err::Win
     error = err::kBadNetPath;
     return false;
   }
-  if (!ProcessShareMap().Find(server, share, native, error)) return false;
-  if (rest.empty()) return true;
-  if (native == "/") native.clear();
-  // The rest in UTF-8 with "/" for "\", straight into native.
+  const ShareMapEntry* entry = ProcessShareMap().Lookup(server, share, error);
+  if (entry == nullptr) return false;
+  // The folder, then the rest in UTF-8 with "/" for "\".
+  const bool atRoot = entry->folder == "/" && !rest.empty();
+  native.reserve(entry->folder.size() + rest.size() + 1);
+  native.assign(atRoot ? std::string_view() : std::string_view(entry->folder));
   const std::size_t start = native.size();
   AppendWideAsUtf8(native, rest);
   for (std::size_t i = start; i < native.size(); ++i) {
