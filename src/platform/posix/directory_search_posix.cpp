@@ -82,6 +82,8 @@ err::Win32Error CollectSearchEntries(std::wstring_view pattern, std::vector<Find
     if (MatchesSearchPattern(parts.name, L".")) AddEntry(folder, L".", entries);
     if (MatchesSearchPattern(parts.name, L"..")) AddEntry(ChildPath(folder, ".."), L"..", entries);
   }
+  std::string child = ChildPath(folder, "");  // the folder's path, then each entry's
+  const std::size_t prefix = child.size();
   for (;;) {
     errno = 0;
     const struct dirent* item = ::readdir(stream.get());
@@ -89,11 +91,13 @@ err::Win32Error CollectSearchEntries(std::wstring_view pattern, std::vector<Find
       if (errno != 0) return Win32ErrorFromErrno(errno);
       break;
     }
-    const std::string native(item->d_name);
+    const std::string_view native(item->d_name);
     if (native == "." || native == "..") continue;
     std::wstring name = Utf8ToWide(native);
     if (!MatchesSearchPattern(parts.name, name)) continue;
-    AddEntry(ChildPath(folder, native), std::move(name), entries);
+    child.resize(prefix);
+    child.append(native);
+    AddEntry(child, std::move(name), entries);
   }
   return entries.empty() ? err::kFileNotFound : err::kSuccess;
 }

@@ -16,6 +16,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/file_system.h"
@@ -254,7 +255,7 @@ class PosixFileSystem final : public FileSystem {
     if (const err::Win32Error error = posix::CollectSearchEntries(pattern, state.entries);
         error != err::kSuccess)
       return error;
-    entry = state.entries[0];
+    entry = std::move(state.entries[0]);
     state.next = 1;
     const std::lock_guard<std::mutex> guard(mutex_);
     nextId_ += 4;
@@ -269,7 +270,7 @@ class PosixFileSystem final : public FileSystem {
     if (found == searches_.end()) return err::kInvalidHandle;
     SearchState& state = found->second;
     if (state.next >= state.entries.size()) return err::kNoMoreFiles;
-    entry = state.entries[state.next++];
+    entry = std::move(state.entries[state.next++]);  // each entry is handed out once
     return err::kSuccess;
   }
 
