@@ -2,8 +2,9 @@
 // change and the writer serialises.
 //
 // Decisions:
-// - Names and classes are std::wstring. Hive files hold UTF-16; on platforms whose wchar_t is
-//   32 bits a surrogate pair becomes one character and lengths count wchar_t units.
+// - Names and classes are wide strings: std::wstring, and ValueName for value names (short ones
+//   are kept without an allocation). Hive files hold UTF-16; on platforms whose wchar_t is 32
+//   bits a surrogate pair becomes one character and lengths count wchar_t units.
 // - A key owns its sub keys, kept sorted by their upper-cased names (code-unit order, the order
 //   of the on-disk lists), so that lookup is a binary search and the writer needs no sorting.
 // - Values keep the order of the key's value list (new values are appended).
@@ -19,6 +20,8 @@
 #include <string_view>
 #include <vector>
 
+#include "hive/value_name.h"
+
 namespace tw::hive {
 
 using SecurityBytes = std::vector<std::uint8_t>;
@@ -28,7 +31,7 @@ using SharedSecurity = std::shared_ptr<const SecurityBytes>;
 constexpr std::uint16_t kKeyFlagSymLink = 0x0010;
 
 struct Value {
-  std::wstring name;
+  ValueName name;
   std::uint32_t type = 0;
   std::vector<std::uint8_t> data;
 };

@@ -261,10 +261,14 @@ class Reader {
     if (regf::kVkName + nameLength > cell.size) {
       return Fail(CellError(L"value name runs past its cell", offset));
     }
-    Value value;
-    value.name = (Get16(vk + regf::kVkFlags) & regf::kVkCompressedName) != 0
-                     ? FromLatin1(vk + regf::kVkName, nameLength)
-                     : FromUtf16Le(vk + regf::kVkName, nameLength);
+    // Filled in place; a failure discards the whole tree.
+    Value& value = key->values.emplace_back();
+    const std::uint8_t* name = vk + regf::kVkName;
+    if ((Get16(vk + regf::kVkFlags) & regf::kVkCompressedName) != 0) {
+      std::copy(name, name + nameLength, value.name.Overwrite(nameLength));  // Latin-1
+    } else {
+      value.name = FromUtf16Le(name, nameLength);
+    }
     value.type = Get32(vk + regf::kVkType);
     const std::uint32_t sizeField = Get32(vk + regf::kVkDataSize);
     const std::uint32_t dataOffset = Get32(vk + regf::kVkDataOffset);
@@ -275,7 +279,6 @@ class Reader {
     } else if (sizeField != 0 && !ReadData(dataOffset, sizeField, &value.data)) {
       return false;
     }
-    key->values.push_back(std::move(value));
     return true;
   }
 
@@ -336,7 +339,8 @@ class Reader {
   }
 
   bool ReadSubKeys(const PendingKey& item, std::vector<PendingKey>* pending) {
-    std::vector<std::uint32_t> offsets;
+    std::vector<std::uint32_t>& offsets = subKeyOffsets_;
+    offsets.clear();
     if (!ReadSubKeyList(item.listOffset, true, &offsets)) return false;
     if (offsets.size() != item.count) {
       return Fail(CellError(L"sub key list does not match the key's count", item.listOffset));
@@ -369,6 +373,7 @@ class Reader {
   std::vector<bool> allocated_;  // per 8-byte unit: an allocated cell starts here
   std::vector<bool> used_;       // per 8-byte unit: that cell was already read
   std::unordered_map<std::uint32_t, SharedSecurity> security_;
+  std::vector<std::uint32_t> subKeyOffsets_;  // of the key ReadSubKeys works on
   err::Win32Error error_ = err::kSuccess;
   std::wstring reason_;
 };

@@ -109,7 +109,7 @@ DWORD TW_OR_CALL tw_ORSetValue(ORHKEY Handle, PCWSTR lpValueName, DWORD dwType,
     Key& key = *entry->key;
     Value* value = FindValue(key, name);
     if (value == nullptr) {
-      key.values.push_back(Value{std::wstring(name), 0, {}});
+      key.values.push_back(Value{ValueName(name), 0, {}});
       value = &key.values.back();
     }
     value->type = dwType;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "hive/hive_model.h"
@@ -23,7 +24,7 @@ inline std::string Hex(const std::vector<std::uint8_t>& bytes) {
   return out.empty() ? "-" : out;
 }
 
-inline std::string NameHex(const std::wstring& name) {
+inline std::string NameHex(std::wstring_view name) {
   std::vector<std::uint8_t> bytes;
   AppendUtf16Le(name, bytes);
   return Hex(bytes);
