@@ -38,7 +38,11 @@ inline bool NamesEqual(std::wstring_view a, std::wstring_view b) {
   if (a.size() != b.size()) return false;
   // From the end: names that share a beginning ("Value1", "Value2") differ there.
   for (std::size_t i = a.size(); i-- > 0;) {
-    if (a[i] != b[i] && UpperCaseOf(a[i]) != UpperCaseOf(b[i])) return false;
+    if (a[i] == b[i]) continue;
+    const auto x = static_cast<std::uint32_t>(a[i]);
+    const auto y = static_cast<std::uint32_t>(b[i]);
+    if ((x | y) <= 0x7F && (x ^ y) != 0x20) return false;  // ASCII: no letter and its other case
+    if (UpperCaseOf(a[i]) != UpperCaseOf(b[i])) return false;
   }
   return true;
 }
