@@ -27,11 +27,17 @@ std::optional<security::Acl> DaclObject::ToAcl() const {
   security::Acl acl;
   err::Win32Error error = acl.Initialize(static_cast<std::uint32_t>(size), security::kAclRevision);
   if (error != err::kSuccess) ThrowHResult(HResultFromWin32(error));
-  for (const security::Ace& ace : security::CanonicalOrder(entries_)) {
-    error = acl.AddAce(security::kAclRevision, security::kAppendAce,
-                       std::span<const security::Ace>(&ace, 1));
-    if (error != err::kSuccess) ThrowHResult(HResultFromWin32(error));
+  // One AddAce call for all the entries: the list is sized for every entry, so each one before
+  // the first entry that is not writable fits, that entry fails with ERROR_INVALID_PARAMETER
+  // just as it would in a call of its own, and nothing else can fail.
+  std::vector<security::Ace> sorted;
+  std::span<const security::Ace> ordered = entries_;
+  if (!security::IsCanonical(ordered)) {
+    sorted = security::CanonicalOrder(entries_);
+    ordered = sorted;
   }
+  error = acl.AddAce(security::kAclRevision, security::kAppendAce, ordered);
+  if (error != err::kSuccess) ThrowHResult(HResultFromWin32(error));
   return acl;
 }
 

@@ -3,8 +3,9 @@
 // - the size is 8 bytes (the ACL header) plus the size of each entry, and the list is made with
 //   InitializeAcl(size, ACL_REVISION);
 // - the entries are put into canonical order (explicit before inherited; within each group
-//   access-denied before access-allowed) and appended one by one with
-//   AddAce(acl, ACL_REVISION, MAXDWORD, ace, aceSize);
+//   access-denied before access-allowed) and appended in that order with
+//   AddAce(acl, ACL_REVISION, MAXDWORD, ...), which gives the same list and errors whether it is
+//   called once per entry or once for all of them;
 // - a failure of either call raises HResultError with HRESULT_FROM_WIN32 of its error;
 // - a NULL DACL is handed over as no list at all.
 #pragma once

@@ -12,6 +12,8 @@ int Rank(const Ace& ace) { return (ace.IsInherited() ? 2 : 0) + (ace.IsDenyType(
 }  // namespace
 
 std::vector<Ace> CanonicalOrder(std::vector<Ace> aces) {
+  // Most lists are in order already; the sort would still set up a buffer and merge.
+  if (IsCanonical(aces)) return aces;
   std::stable_sort(aces.begin(), aces.end(),
                    [](const Ace& a, const Ace& b) { return Rank(a) < Rank(b); });
   return aces;
