@@ -59,23 +59,26 @@ err::Win32Error Ace::Parse(std::span<const std::uint8_t> bytes, Ace* ace, std::s
   if (size < kAceHeaderSize || size % 4 != 0 || size > bytes.size()) return err::kInvalidAcl;
   const std::span<const std::uint8_t> entry = bytes.first(size);
 
-  Ace result;
-  result.type = entry[0];
-  result.flags = entry[1];
-  if (result.HasSid()) {
+  // Everything that can fail is checked before `ace` is touched (Sid::Parse writes only on
+  // success), so that a list can parse its entries straight into place.
+  const std::uint8_t type = entry[0];
+  std::size_t bodyStart = kAceHeaderSize;
+  if (IsSidType(type)) {
     if (size < kAceHeaderSize + 4) return err::kInvalidAcl;
-    result.mask = codec_detail::ReadLe32(entry, kAceHeaderSize);
     std::size_t sidSize = 0;
-    if (Sid::Parse(entry.subspan(kAceHeaderSize + 4), &result.sid, &sidSize) != err::kSuccess) {
+    if (Sid::Parse(entry.subspan(kAceHeaderSize + 4), &ace->sid, &sidSize) != err::kSuccess) {
       return err::kInvalidAcl;
     }
-    const auto rest = entry.subspan(kAceHeaderSize + 4 + sidSize);
-    result.body.assign(rest.begin(), rest.end());
+    ace->mask = codec_detail::ReadLe32(entry, kAceHeaderSize);
+    bodyStart += 4 + sidSize;
   } else {
-    const auto rest = entry.subspan(kAceHeaderSize);
-    result.body.assign(rest.begin(), rest.end());
+    ace->mask = 0;
+    ace->sid = Sid();
   }
-  *ace = std::move(result);
+  ace->type = type;
+  ace->flags = entry[1];
+  const auto rest = entry.subspan(bodyStart);
+  ace->body.assign(rest.begin(), rest.end());
   if (used != nullptr) *used = size;
   return err::kSuccess;
 }

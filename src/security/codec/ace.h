@@ -48,7 +48,10 @@ struct Ace {
   static Ace Opaque(std::uint8_t type, std::uint8_t flags, std::vector<std::uint8_t> body);
 
   // Whether mask and SID were read (types 0 and 1).
-  bool HasSid() const { return type == kAccessAllowedAceType || type == kAccessDeniedAceType; }
+  static bool IsSidType(std::uint8_t aceType) {
+    return aceType == kAccessAllowedAceType || aceType == kAccessDeniedAceType;
+  }
+  bool HasSid() const { return IsSidType(type); }
   bool IsInherited() const { return (flags & kInheritedAce) != 0; }
   // The access-denied family (plain, object, callback, callback object).
   bool IsDenyType() const;
@@ -60,7 +63,8 @@ struct Ace {
 
   // Reads one entry from the start of `bytes`, which ends where the ACL ends. ERROR_INVALID_ACL
   // when the header or the entry overruns `bytes`, the size is below 4 or not a multiple of 4,
-  // or an allowed/denied entry is too small for its mask and a valid SID.
+  // or an allowed/denied entry is too small for its mask and a valid SID. `ace` is written in
+  // place, and only on success.
   static err::Win32Error Parse(std::span<const std::uint8_t> bytes, Ace* ace,
                                std::size_t* used = nullptr);
   // The binary form, written to the first Size() bytes of `out` / appended to `out`. An entry

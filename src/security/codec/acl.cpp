@@ -76,12 +76,11 @@ err::Win32Error Acl::Parse(std::span<const std::uint8_t> bytes, Acl* acl) {
   result.aces_.reserve(count);
   std::size_t offset = kAclHeaderSize;
   for (std::size_t i = 0; i < count; ++i) {
-    Ace ace;
     std::size_t used = 0;
-    const err::Win32Error error = Ace::Parse(bytes.subspan(offset, size - offset), &ace, &used);
+    const err::Win32Error error =
+        Ace::Parse(bytes.subspan(offset, size - offset), &result.aces_.emplace_back(), &used);
     if (error != err::kSuccess) return error;
     offset += used;
-    result.aces_.push_back(std::move(ace));
   }
   *acl = std::move(result);
   return err::kSuccess;
