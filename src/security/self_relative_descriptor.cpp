@@ -7,8 +7,16 @@ namespace tw {
 
 SelfRelativeDescriptor SelfRelativeDescriptor::FromAbsolute(
     const security::SecurityDescriptor& sd) {
+  // OwnerAndDaclOf decides which control bits belong to the owner and DACL; it is handed the
+  // control word alone, and the owner and DACL are then written from `sd` itself, not copied.
+  security::SecurityDescriptor controlOnly;
+  controlOnly.control = sd.control;
+  security::SelfRelativeParts parts;
+  parts.control = OwnerAndDaclOf(controlOnly).control;
+  if (sd.owner) parts.owner = &*sd.owner;
+  if (sd.dacl) parts.dacl = &*sd.dacl;
   SelfRelativeDescriptor copy;
-  copy.bytes_ = security::MakeSelfRelative(OwnerAndDaclOf(sd));
+  copy.bytes_ = security::MakeSelfRelative(parts);
   return copy;
 }
 

@@ -3,7 +3,9 @@
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
+#include <array>
 #include <cerrno>
+#include <span>
 #include <vector>
 
 #include "platform/posix/errno_win32.h"
@@ -28,27 +30,29 @@ err::Win32Error LoadStoredDescriptor(const std::string& native,
                                      std::optional<security::SecurityDescriptor>& sd) {
   sd.reset();
   // Most descriptors fit the first buffer, so one call reads them; a larger one is measured.
-  std::vector<std::uint8_t> bytes(1024);
-  const ssize_t first =
-      ::lgetxattr(native.c_str(), kDescriptorAttribute, bytes.data(), bytes.size());
-  if (first >= 0) {
-    bytes.resize(static_cast<std::size_t>(first));
+  std::array<std::uint8_t, 1024> first;  // only the bytes the call reports are read
+  std::vector<std::uint8_t> larger;
+  std::span<const std::uint8_t> bytes;
+  const ssize_t firstSize =
+      ::lgetxattr(native.c_str(), kDescriptorAttribute, first.data(), first.size());
+  if (firstSize >= 0) {
+    bytes = std::span<const std::uint8_t>(first).first(static_cast<std::size_t>(firstSize));
   } else if (errno == ENODATA || errno == ENOTSUP) {
     return err::kSuccess;
   } else if (errno != ERANGE) {
     return Win32ErrorFromErrno(errno);
   }
-  while (first < 0) {
+  while (firstSize < 0) {
     const ssize_t size = ::lgetxattr(native.c_str(), kDescriptorAttribute, nullptr, 0);
     if (size < 0) {
       if (errno == ENODATA || errno == ENOTSUP) return err::kSuccess;
       return Win32ErrorFromErrno(errno);
     }
-    bytes.resize(static_cast<std::size_t>(size));
+    larger.resize(static_cast<std::size_t>(size));
     const ssize_t read =
-        ::lgetxattr(native.c_str(), kDescriptorAttribute, bytes.data(), bytes.size());
+        ::lgetxattr(native.c_str(), kDescriptorAttribute, larger.data(), larger.size());
     if (read >= 0) {
-      bytes.resize(static_cast<std::size_t>(read));
+      bytes = std::span<const std::uint8_t>(larger).first(static_cast<std::size_t>(read));
       break;
     }
     if (errno != ERANGE) {  // ERANGE: it grew between the two calls; ask again
@@ -56,18 +60,21 @@ err::Win32Error LoadStoredDescriptor(const std::string& native,
       return Win32ErrorFromErrno(errno);
     }
   }
-  security::SecurityDescriptor parsed;
-  if (security::ParseSelfRelative(bytes, &parsed) != err::kSuccess) {
+  sd.emplace();
+  if (security::ParseSelfRelative(bytes, &*sd) != err::kSuccess) {
+    sd.reset();
     return err::kInvalidSecurityDescr;
   }
-  sd = std::move(parsed);
   return err::kSuccess;
 }
 
 err::Win32Error StoreDescriptor(const std::string& native, const security::SecurityDescriptor& sd) {
-  security::SecurityDescriptor stored = sd;
-  stored.RemoveSacl();
-  const std::vector<std::uint8_t> bytes = security::MakeSelfRelative(stored);
+  // Never a SACL (SE_SACL_PRESENT cleared, as RemoveSacl leaves a descriptor); the block is made
+  // from `sd`'s own parts rather than from a copy of it.
+  security::SelfRelativeParts parts = security::SelfRelativeParts::Of(sd);
+  parts.control &= static_cast<std::uint16_t>(~security::kSeSaclPresent);
+  parts.sacl = nullptr;
+  const std::vector<std::uint8_t> bytes = security::MakeSelfRelative(parts);
   if (::lsetxattr(native.c_str(), kDescriptorAttribute, bytes.data(), bytes.size(), 0) != 0) {
     return Win32ErrorFromErrno(errno);
   }
@@ -89,6 +96,7 @@ security::SecurityDescriptor DescriptorFromMode(uid_t uid, gid_t gid, mode_t mod
   const security::Sid group = security::UnixGroupSid(static_cast<std::uint32_t>(gid));
   const auto bits = static_cast<unsigned>(mode);
   std::vector<security::Ace> aces;
+  aces.reserve(3);
   aces.push_back(
       security::Ace::Allowed(AccessMaskFromModeBits(bits >> 6, isFolder) | kOwnerRights, owner));
   if (const std::uint32_t mask = AccessMaskFromModeBits(bits >> 3, isFolder); mask != 0) {

@@ -118,11 +118,25 @@ err::Win32Error ValidateSelfRelative(std::span<const std::uint8_t> bytes) {
   return ParseSelfRelative(bytes, &ignored);
 }
 
+SelfRelativeParts SelfRelativeParts::Of(const SecurityDescriptor& sd) {
+  SelfRelativeParts parts;
+  parts.control = sd.control;
+  if (sd.owner) parts.owner = &*sd.owner;
+  if (sd.group) parts.group = &*sd.group;
+  if (sd.dacl) parts.dacl = &*sd.dacl;
+  if (sd.sacl) parts.sacl = &*sd.sacl;
+  return parts;
+}
+
 std::vector<std::uint8_t> MakeSelfRelative(const SecurityDescriptor& sd) {
-  const Acl* sacl = sd.HasSacl() && sd.sacl ? &*sd.sacl : nullptr;
-  const Acl* dacl = sd.HasDacl() && sd.dacl ? &*sd.dacl : nullptr;
-  const Sid* owner = sd.owner ? &*sd.owner : nullptr;
-  const Sid* group = sd.group ? &*sd.group : nullptr;
+  return MakeSelfRelative(SelfRelativeParts::Of(sd));
+}
+
+std::vector<std::uint8_t> MakeSelfRelative(const SelfRelativeParts& parts) {
+  const Acl* sacl = (parts.control & kSeSaclPresent) != 0 ? parts.sacl : nullptr;
+  const Acl* dacl = (parts.control & kSeDaclPresent) != 0 ? parts.dacl : nullptr;
+  const Sid* owner = parts.owner;
+  const Sid* group = parts.group;
   std::size_t size = kSelfRelativeHeaderSize;
   if (sacl != nullptr) size += sacl->size();
   if (dacl != nullptr) size += dacl->size();
@@ -132,7 +146,7 @@ std::vector<std::uint8_t> MakeSelfRelative(const SecurityDescriptor& sd) {
   // One buffer of the final size, zero-filled, so absent parts keep offset 0.
   std::vector<std::uint8_t> out(size);
   out[0] = kSecurityDescriptorRevision;
-  codec_detail::StoreLe16(out, 2, static_cast<std::uint16_t>(sd.control | kSeSelfRelative));
+  codec_detail::StoreLe16(out, 2, static_cast<std::uint16_t>(parts.control | kSeSelfRelative));
   std::size_t at = kSelfRelativeHeaderSize;
   const std::span<std::uint8_t> block(out);
   if (sacl != nullptr) {

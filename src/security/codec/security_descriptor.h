@@ -72,11 +72,26 @@ struct SecurityDescriptor {
 err::Win32Error ParseSelfRelative(std::span<const std::uint8_t> bytes, SecurityDescriptor* sd);
 err::Win32Error ValidateSelfRelative(std::span<const std::uint8_t> bytes);
 
+// The parts a self-relative block is made from, borrowed from where they live, so that a block can
+// be made from a selection of a descriptor's parts without copying the descriptor first. A list
+// is written only while its present bit is set in `control`.
+struct SelfRelativeParts {
+  std::uint16_t control = 0;  // without SE_SELF_RELATIVE
+  const Sid* owner = nullptr;
+  const Sid* group = nullptr;
+  const Acl* dacl = nullptr;
+  const Acl* sacl = nullptr;
+
+  // All the parts of `sd`, which must outlive the result.
+  static SelfRelativeParts Of(const SecurityDescriptor& sd);
+};
+
 // Makes the self-relative block in the layout the platform's MakeSelfRelativeSD produces:
 // header, then SACL, DACL, owner, group, each directly after the one before (every part is a
 // multiple of 4 bytes long, so none needs padding); absent parts take no space and have offset 0.
 // The control word is `sd.control` with SE_SELF_RELATIVE added.
 std::vector<std::uint8_t> MakeSelfRelative(const SecurityDescriptor& sd);
+std::vector<std::uint8_t> MakeSelfRelative(const SelfRelativeParts& parts);
 
 // The control word of a self-relative block; nothing when the block is shorter than its header.
 std::optional<std::uint16_t> SelfRelativeControl(std::span<const std::uint8_t> bytes);
