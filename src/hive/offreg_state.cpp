@@ -15,30 +15,40 @@ DWORD LookupKey(Engine& engine, ORHKEY handle, HandleEntry** entry) {
   return err::kSuccess;
 }
 
-DWORD SplitPath(std::wstring_view path, std::vector<std::wstring_view>* parts) {
+namespace {
+
+// Calls `part` with each "\"-separated name of `path` (see ResolvePath for the rules); returns
+// ERROR_BAD_PATHNAME for an empty one, after the names before it.
+template <class Part>
+DWORD ForEachPathPart(std::wstring_view path, Part part) {
   if (!path.empty() && path.back() == L'\\') path.remove_suffix(1);
   if (path.empty()) return err::kSuccess;
   std::size_t start = 0;
   while (true) {
     const std::size_t end = path.find(L'\\', start);
-    const std::wstring_view part =
+    const std::wstring_view name =
         path.substr(start, end == std::wstring_view::npos ? std::wstring_view::npos : end - start);
-    if (part.empty()) return err::kBadPathname;
-    parts->push_back(part);
+    if (name.empty()) return err::kBadPathname;
+    part(name);
     if (end == std::wstring_view::npos) return err::kSuccess;
     start = end + 1;
   }
 }
 
+}  // namespace
+
+DWORD SplitPath(std::wstring_view path, std::vector<std::wstring_view>* parts) {
+  return ForEachPathPart(path, [parts](std::wstring_view name) { parts->push_back(name); });
+}
+
 DWORD ResolvePath(Key* from, std::wstring_view path, Key** found) {
-  std::vector<std::wstring_view> parts;
-  const DWORD split = SplitPath(path, &parts);
-  if (split != err::kSuccess) return split;
+  // Every name is checked before a missing key is reported.
   Key* key = from;
-  for (const std::wstring_view part : parts) {
-    key = FindChild(*key, part);
-    if (key == nullptr) return err::kFileNotFound;
-  }
+  const DWORD split = ForEachPathPart(path, [&key](std::wstring_view name) {
+    if (key != nullptr) key = FindChild(*key, name);
+  });
+  if (split != err::kSuccess) return split;
+  if (key == nullptr) return err::kFileNotFound;
   *found = key;
   return err::kSuccess;
 }
