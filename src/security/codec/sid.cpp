@@ -77,15 +77,14 @@ err::Win32Error Sid::Parse(std::span<const std::uint8_t> bytes, Sid* sid, std::s
   const std::size_t size = kHeaderSize + 4 * count;
   if (bytes.size() < size) return err::kInvalidSid;
 
-  Sid result;
-  for (std::size_t i = 2; i < kHeaderSize; ++i) {
-    result.authority_ = (result.authority_ << 8) | bytes[i];
-  }
-  result.count_ = static_cast<std::uint8_t>(count);
+  std::uint64_t authority = 0;
+  for (std::size_t i = 2; i < kHeaderSize; ++i) authority = (authority << 8) | bytes[i];
+  *sid = Sid();
+  sid->authority_ = authority;
+  sid->count_ = static_cast<std::uint8_t>(count);
   for (std::size_t i = 0; i < count; ++i) {
-    result.subAuthorities_[i] = codec_detail::ReadLe32(bytes, kHeaderSize + 4 * i);
+    sid->subAuthorities_[i] = codec_detail::ReadLe32(bytes, kHeaderSize + 4 * i);
   }
-  *sid = result;
   if (used != nullptr) *used = size;
   return err::kSuccess;
 }
