@@ -1,16 +1,22 @@
 #include "security/dacl_object.h"
 
+#include <utility>
+
 #include "base/hresult_error.h"
 #include "security/codec/ace_order.h"
 
 namespace tw {
 
 DaclObject DaclObject::FromDescriptor(const security::SecurityDescriptor& sd) {
+  return FromDescriptor(security::SecurityDescriptor(sd));
+}
+
+DaclObject DaclObject::FromDescriptor(security::SecurityDescriptor&& sd) {
   DaclObject dacl;
   if (sd.IsNullDacl()) {
     dacl.isNull_ = true;
   } else if (sd.HasDacl() && sd.dacl) {
-    dacl.entries_ = sd.dacl->aces();
+    dacl.entries_ = std::move(*sd.dacl).aces();
   }
   return dacl;
 }

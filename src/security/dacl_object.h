@@ -29,6 +29,8 @@ class DaclObject {
   // The DACL of `sd` as GetSecurityDescriptorDacl gives it: a present list gives its entries,
   // a present NULL DACL gives the NULL DACL, an absent DACL gives an empty DACL.
   static DaclObject FromDescriptor(const security::SecurityDescriptor& sd);
+  // The same, taking the entries over from a descriptor that is not needed any more.
+  static DaclObject FromDescriptor(security::SecurityDescriptor&& sd);
 
   bool IsNull() const { return isNull_; }
   const std::vector<security::Ace>& entries() const { return entries_; }

@@ -1,6 +1,7 @@
 #include "security/file_security.h"
 
 #include <optional>
+#include <utility>
 
 #include "security/current_user_sid.h"
 #include "security/dacl_object.h"
@@ -61,7 +62,9 @@ HResult FileSecurity::TakeOwnership(std::wstring_view path, SelfRelativeDescript
 
   if (!grantFullControl) return hr::kOk;
 
-  DaclObject dacl = DaclObject::FromDescriptor(savedSd.ToAbsolute());
+  // The DACL `savedSd` keeps is the one just read: it is taken from `read` rather than parsed
+  // back out of the block made from it.
+  DaclObject dacl = DaclObject::FromDescriptor(std::move(read));
   if (!currentUserSid.IsValid()) return HResultFromWin32(err::kInvalidSid);
   dacl.AddAllowed(currentUserSid.sid(), kFileAllAccess, kFullControlEntryFlags);
   SecurityWrite daclWrite;
@@ -75,7 +78,7 @@ HResult FileSecurity::TakeOwnership(std::wstring_view path, SelfRelativeDescript
 
 HResult FileSecurity::ApplySecurity(std::wstring_view path, const SelfRelativeDescriptor& sd) {
   if (sd.empty()) return hr::kOk;
-  const security::SecurityDescriptor kept = sd.ToAbsolute();
+  security::SecurityDescriptor kept = sd.ToAbsolute();
   const std::uint16_t control = kept.control;
 
   SecurityWrite write;
@@ -87,7 +90,7 @@ HResult FileSecurity::ApplySecurity(std::wstring_view path, const SelfRelativeDe
       (control & security::kSeDaclPresent) != 0 && (control & security::kSeDaclDefaulted) != 0;
   if (!daclDefaulted) {
     write.writeDacl = true;
-    write.dacl = DaclObject::FromDescriptor(kept).ToAcl();
+    write.dacl = DaclObject::FromDescriptor(std::move(kept)).ToAcl();
     write.protection = (control & security::kSeDaclProtected) != 0 ? DaclProtection::kProtected
                                                                    : DaclProtection::kUnprotected;
   }

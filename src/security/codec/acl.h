@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "base/win32_error.h"
@@ -57,7 +58,9 @@ class Acl {
 
   std::uint8_t revision() const { return revision_; }
   std::uint16_t size() const { return size_; }  // AclSize
-  const std::vector<Ace>& aces() const { return aces_; }
+  const std::vector<Ace>& aces() const& { return aces_; }
+  // The entries of a list that is going away, taken over rather than copied.
+  std::vector<Ace> aces() && { return std::move(aces_); }
   std::size_t UsedBytes() const;
   std::size_t FreeBytes() const { return size_ - UsedBytes(); }
 
