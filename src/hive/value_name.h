@@ -99,7 +99,7 @@ class ValueName {
   };
 
   std::size_t size_ = 0;
-  Storage storage_;
+  Storage storage_{};  // cleared, so that a move never copies indeterminate bytes
 };
 
 }  // namespace tw::hive
