@@ -69,6 +69,22 @@ TEST(DaclObject, ListTooLargeForAnAclThrows) {
   }
 }
 
+TEST(DaclObject, TakesTheSameEntriesFromADescriptorGivenAway) {
+  Acl list;
+  ASSERT_EQ(Acl::FromAces(2,
+                          {Ace::Allowed(1, security::EveryoneSid()),
+                           Ace::Denied(2, security::LocalSystemSid(), security::kInheritedAce)},
+                          &list),
+            err::kSuccess);
+  SecurityDescriptor sd;
+  sd.SetDacl(list);
+  const DaclObject copied = DaclObject::FromDescriptor(sd);
+  const DaclObject taken = DaclObject::FromDescriptor(SecurityDescriptor(sd));
+  EXPECT_EQ(taken.entries(), copied.entries());
+  EXPECT_EQ(taken.entries(), list.aces());
+  EXPECT_EQ(taken.ToAcl(), copied.ToAcl());
+}
+
 TEST(SelfRelativeDescriptor, KeepsOnlyOwnerAndDacl) {
   SecurityDescriptor sd;
   sd.owner = security::BuiltinAdministratorsSid();

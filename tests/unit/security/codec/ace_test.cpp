@@ -132,5 +132,22 @@ TEST(AceParse, RejectsBrokenEntries) {
   EXPECT_EQ(Ace::Parse(manySubs, &ace), err::kInvalidAcl);
 }
 
+TEST(AceParse, FailureLeavesTheEntryAsItWas) {
+  Ace ace;
+  ASSERT_EQ(Ace::Parse(kDeniedAdmins, &ace), err::kSuccess);
+  const Ace before = ace;
+  Bytes manySubs = kAllowedSystem;
+  manySubs[9] = 16;
+  EXPECT_EQ(Ace::Parse(manySubs, &ace), err::kInvalidAcl);
+  EXPECT_EQ(ace, before);
+}
+
+TEST(AceParse, AnOpaqueEntryReplacesAnEntryWithASid) {
+  Ace ace;
+  ASSERT_EQ(Ace::Parse(kDeniedAdmins, &ace), err::kSuccess);
+  ASSERT_EQ(Ace::Parse(kAudit, &ace), err::kSuccess);
+  EXPECT_EQ(ace, Ace::Opaque(2, 0x80, Bytes(kAudit.begin() + 4, kAudit.end())));
+}
+
 }  // namespace
 }  // namespace tw::security

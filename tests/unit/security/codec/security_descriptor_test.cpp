@@ -80,6 +80,21 @@ TEST(SelfRelativeMake, UsesHeaderSaclDaclOwnerGroupLayout) {
   EXPECT_EQ(MakeSelfRelative(Parsed(kFull)), kFull);
 }
 
+TEST(SelfRelativeMake, FromBorrowedPartsWritesOnlyThoseParts) {
+  const SecurityDescriptor full = Parsed(kFull);
+  SecurityDescriptor ownerAndDacl;
+  ownerAndDacl.control = kSeDaclProtected | kSeDaclPresent;
+  ownerAndDacl.owner = full.owner;
+  ownerAndDacl.dacl = full.dacl;
+  SelfRelativeParts parts;
+  parts.control = ownerAndDacl.control;
+  parts.owner = &*full.owner;
+  parts.dacl = &*full.dacl;
+  parts.sacl = &*full.sacl;  // SE_SACL_PRESENT is clear: not written
+  EXPECT_EQ(MakeSelfRelative(parts), MakeSelfRelative(ownerAndDacl));
+  EXPECT_EQ(MakeSelfRelative(SelfRelativeParts::Of(full)), kFull);
+}
+
 TEST(NullDacl, DiffersFromNoDacl) {
   const SecurityDescriptor withNull = Parsed(kNullDacl);
   EXPECT_TRUE(withNull.HasDacl());

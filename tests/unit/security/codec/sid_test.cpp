@@ -54,6 +54,16 @@ TEST(SidBinary, AuthorityIsBigEndianAndSubAuthoritiesLittleEndian) {
   EXPECT_EQ(sid.ToBytes(), bytes);
 }
 
+TEST(SidBinary, ParsingOverALongerSidEqualsTheSidBuiltFromItsParts) {
+  Sid sid(5, {21, 10, 20, 30, 40, 50, 60});
+  ASSERT_EQ(Sid::Parse(kDomainSidBytes, &sid), err::kSuccess);
+  EXPECT_EQ(sid, Sid(5, {21, 1, 2, 3}));
+  Bytes written(sid.BinarySize() + 2, 0xEE);
+  sid.WriteTo(written);
+  EXPECT_EQ(Bytes(written.begin(), written.begin() + 24), kDomainSidBytes);
+  EXPECT_EQ(written[24], 0xEE);  // nothing past the SID
+}
+
 TEST(SidBinary, IgnoresBytesAfterTheSid) {
   Bytes bytes = kDomainSidBytes;
   bytes.push_back(0xEE);
