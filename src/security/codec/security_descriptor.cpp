@@ -25,11 +25,8 @@ err::Win32Error ReadSidPart(std::span<const std::uint8_t> bytes, std::uint32_t o
   if (part.size() < Sid::kHeaderSize + 4 * static_cast<std::size_t>(part[1])) {
     return err::kInvalidSecurityDescr;
   }
-  Sid value;
-  const err::Win32Error error = Sid::Parse(part, &value);
-  if (error != err::kSuccess) return error;
-  *sid = std::move(value);
-  return err::kSuccess;
+  // Parsed into its place in the descriptor being built, which the caller drops on failure.
+  return Sid::Parse(part, &sid->emplace());
 }
 
 // Reads the ACL at `offset` (non-zero), with the same split between the block's error and the
@@ -41,11 +38,8 @@ err::Win32Error ReadAclPart(std::span<const std::uint8_t> bytes, std::uint32_t o
   }
   const auto part = bytes.subspan(offset);
   if (codec_detail::ReadLe16(part, 2) > part.size()) return err::kInvalidSecurityDescr;
-  Acl value;
-  const err::Win32Error error = Acl::Parse(part, &value);
-  if (error != err::kSuccess) return error;
-  *acl = std::move(value);
-  return err::kSuccess;
+  // Parsed into its place in the descriptor being built, which the caller drops on failure.
+  return Acl::Parse(part, &acl->emplace());
 }
 
 void PlacePart(std::span<std::uint8_t> block, std::size_t field, std::size_t at) {
