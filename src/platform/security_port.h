@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "base/win32_error.h"
 #include "platform/file_system.h"
@@ -59,14 +60,24 @@ struct SecurityWrite {
 // DACL_SECURITY_INFORMATION returns it: no group or SACL, and of the control word only the bits
 // that describe owner and DACL (SE_OWNER_DEFAULTED, SE_DACL_PRESENT, SE_DACL_DEFAULTED,
 // SE_DACL_AUTO_INHERIT_REQ, SE_DACL_AUTO_INHERITED, SE_DACL_PROTECTED).
+inline constexpr std::uint16_t kOwnerAndDaclControlBits =
+    security::kSeOwnerDefaulted | security::kSeDaclPresent | security::kSeDaclDefaulted | 0x0100 |
+    security::kSeDaclAutoInherited | security::kSeDaclProtected;
+
 inline security::SecurityDescriptor OwnerAndDaclOf(const security::SecurityDescriptor& sd) {
-  constexpr std::uint16_t kOwnerAndDaclBits =
-      security::kSeOwnerDefaulted | security::kSeDaclPresent | security::kSeDaclDefaulted | 0x0100 |
-      security::kSeDaclAutoInherited | security::kSeDaclProtected;
   security::SecurityDescriptor part;
-  part.control = static_cast<std::uint16_t>(sd.control & kOwnerAndDaclBits);
+  part.control = static_cast<std::uint16_t>(sd.control & kOwnerAndDaclControlBits);
   part.owner = sd.owner;
   part.dacl = sd.dacl;
+  return part;
+}
+
+// The same from a descriptor that is not needed afterwards: its owner and DACL are moved.
+inline security::SecurityDescriptor OwnerAndDaclOf(security::SecurityDescriptor&& sd) {
+  security::SecurityDescriptor part;
+  part.control = static_cast<std::uint16_t>(sd.control & kOwnerAndDaclControlBits);
+  part.owner = std::move(sd.owner);
+  part.dacl = std::move(sd.dacl);
   return part;
 }
 

@@ -12,6 +12,7 @@
 
 #include <cerrno>
 #include <string>
+#include <utility>
 
 #include "platform/posix/errno_win32.h"
 #include "platform/posix/folder_names.h"
@@ -76,7 +77,7 @@ class PosixSecurityPort final : public SecurityPort {
     return posix::OnExistingObject(path, [&sd](const std::string& native) {
       security::SecurityDescriptor whole;
       const err::Win32Error error = posix::ReadObjectDescriptor(native, whole);
-      if (error == err::kSuccess) sd = OwnerAndDaclOf(whole);
+      if (error == err::kSuccess) sd = OwnerAndDaclOf(std::move(whole));
       return error;
     });
   }
