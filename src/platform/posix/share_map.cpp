@@ -153,11 +153,11 @@ bool LoadProcessShareMap(std::wstring& problem) {
   return state.usable;
 }
 
-bool ProcessShareMapUsable() {
+const ShareMap* UsableProcessShareMap() {
   ProcessState& state = State();
   const std::lock_guard<std::mutex> guard(state.mutex);
   if (!state.loaded) Load(state);
-  return state.usable;
+  return state.usable ? &state.map : nullptr;
 }
 
 const ShareMap& ProcessShareMap() {

@@ -52,8 +52,9 @@ class ShareMap {
 // The process's share map, loaded on first use. Returns false, with problem set, when the file
 // could not be used; the map is then empty.
 bool LoadProcessShareMap(std::wstring& problem);
-// The same without the reason, for the many callers that only need to know.
-bool ProcessShareMapUsable();
+// The process's share map when it can be used, else nullptr: one look for the many callers that
+// do not need the reason.
+const ShareMap* UsableProcessShareMap();
 const ShareMap& ProcessShareMap();
 
 // Test seam: the next use loads the map from file instead of TARNWICK_SHARES (an empty string

@@ -18,11 +18,12 @@ bool MapUncPathToNative(std::wstring_view uncPath, std::string& native, err::Win
   const std::wstring_view share = rest.substr(0, end);
   rest.remove_prefix(end);  // keeps the separator before the rest
 
-  if (server.empty() || !ProcessShareMapUsable()) {
+  const ShareMap* map = server.empty() ? nullptr : UsableProcessShareMap();
+  if (map == nullptr) {
     error = err::kBadNetPath;
     return false;
   }
-  const ShareMapEntry* entry = ProcessShareMap().Lookup(server, share, error);
+  const ShareMapEntry* entry = map->Lookup(server, share, error);
   if (entry == nullptr) return false;
   // The folder, then the rest in UTF-8 with "/" for "\".
   const bool atRoot = entry->folder == "/" && !rest.empty();
