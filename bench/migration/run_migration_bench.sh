@@ -153,14 +153,14 @@ time_v5() {
   mv "$work/v5/share"/*.V6 "$work/trash/$1.$round/"
 }
 
-# V1 to V2 with one run per profile. $1 step name, $2 the profile root.
+# V1 to V2 with one run per profile. $1 step name, $2 the tool, $3 the profile root.
 time_v1() {
   prepare "$work/v1/share"
   t0=$(now)
   i=1
   while [ "$i" -le "$count" ]; do
     name=$(printf 'user%03d' "$i")
-    TARNWICK_PROFILE_ROOT=$2 "$work/tarnwick" "/s:\\\\bench\\v1\\$name" >"$work/$1.out" || {
+    TARNWICK_PROFILE_ROOT=$3 "$2" "/s:\\\\bench\\v1\\$name" >"$work/$1.out" || {
       echo "the run of $name failed:" >&2; tail -5 "$work/$1.out" >&2; exit 1; }
     i=$((i + 1))
   done
@@ -183,7 +183,8 @@ while [ "$round" -le "$rounds" ]; do
   time_copy cp-v1 "$work/v1/share"
   time_copy cp-v5 "$work/v5/share"
   time_v5 tw-v5 "$work/tarnwick" "$memory_profiles"
-  time_v1 tw-v1 "$memory_profiles"
+  time_v1 tw-v1 "$work/tarnwick" "$memory_profiles"
+  time_v1 tw-v1-memory-log "$memory/app/tarnwick" "$memory_profiles"
   time_v5 tw-v5-memory-log "$memory/app/tarnwick" "$memory_profiles"
   time_v5 tw-v5-disk-profiles "$work/tarnwick" "$disk_profiles"
   # That variant deleted its temporary profiles on the disk: let their inodes age (see record).
@@ -196,6 +197,14 @@ median() {  # $1 step name
     if (NR % 2) printf "%.2f", v[(NR + 1) / 2]; else printf "%.2f", (v[NR / 2] + v[NR / 2 + 1]) / 2 }'
 }
 all() { tr '\n' ' ' <"$work/times.$1"; }
+# Each round's time, with its ratio to the same round's cp -a in brackets.
+rounds_of() {  # $1 step, $2 reference step ("" for none)
+  if [ -n "$2" ]; then
+    paste -d ' ' "$work/times.$1" "$work/times.$2" | awk '{ printf "%s (%.2f) ", $1, $1 / $2 }'
+  else
+    all "$1"
+  fi
+}
 row() {  # $1 label, $2 step, $3 reference step ("" for none)
   m=$(median "$2")
   if [ -n "$3" ]; then
@@ -204,14 +213,15 @@ row() {  # $1 label, $2 step, $3 reference step ("" for none)
     ratio="-"
   fi
   printf '%-48s %8s %11s %7s   %s\n' "$1" "$m" "$(awk -v n="$count" -v s="$m" 'BEGIN { printf "%.1f", n / s }')" \
-    "$ratio" "$(all "$2")"
+    "$ratio" "$(rounds_of "$2" "$3")"
 }
 echo
 echo "$count profiles per share, rounds: $rounds, page cache before each step: $cache;"
 echo "temporary profiles on $memory_fs ($(stat -f -c %T "$memory_fs")) unless said otherwise"
-printf '%-48s %8s %11s %7s   %s\n' "run" "median s" "profiles/s" "ratio" "each round (s)"
+printf '%-48s %8s %11s %7s   %s\n' "run" "median s" "profiles/s" "ratio" "each round: s (ratio)"
 row "cp -a of the V1 share" cp-v1 ""
 row "tarnwick V1 to V2, one run per profile" tw-v1 cp-v1
+row "  the same, log on the memory file system" tw-v1-memory-log cp-v1
 row "cp -a of the V5 share" cp-v5 ""
 row "tarnwick V5 to V6, one *.V5 run" tw-v5 cp-v5
 row "  the same, log on the memory file system" tw-v5-memory-log cp-v5
