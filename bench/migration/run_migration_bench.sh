@@ -139,18 +139,24 @@ time_copy() {
   record "$1" "$(elapsed "$t0" "$t1")"
 }
 
+# Ends a timed run of the tool that began at t0: records its time, checks that every target was
+# made and moves the targets into the trash. $1 step name, $2 the share, $3 the targets' suffix.
+finish_run() {
+  t1=$(now)
+  record "$1" "$(elapsed "$t0" "$t1")"
+  migrated=$(ls -d "$2"/*."$3" | wc -l)
+  [ "$migrated" -eq "$count" ] || { echo "only $migrated $3 targets ($1)" >&2; exit 1; }
+  mkdir "$work/trash/$1.$round"
+  mv "$2"/*."$3" "$work/trash/$1.$round/"
+}
+
 # One "*.V5" run to V6. $1 step name, $2 the tool, $3 the profile root.
 time_v5() {
   prepare "$work/v5/share"
   t0=$(now)
   TARNWICK_PROFILE_ROOT=$3 "$2" '/s:\\bench\v5\*.V5' /V5TOV6 >"$work/$1.out" || {
     echo "the *.V5 run ($1) failed:" >&2; tail -5 "$work/$1.out" >&2; exit 1; }
-  t1=$(now)
-  record "$1" "$(elapsed "$t0" "$t1")"
-  migrated=$(ls -d "$work/v5/share"/*.V6 | wc -l)
-  [ "$migrated" -eq "$count" ] || { echo "only $migrated V6 targets ($1)" >&2; exit 1; }
-  mkdir "$work/trash/$1.$round"
-  mv "$work/v5/share"/*.V6 "$work/trash/$1.$round/"
+  finish_run "$1" "$work/v5/share" V6
 }
 
 # V1 to V2 with one run per profile. $1 step name, $2 the tool, $3 the profile root.
@@ -164,12 +170,7 @@ time_v1() {
       echo "the run of $name failed:" >&2; tail -5 "$work/$1.out" >&2; exit 1; }
     i=$((i + 1))
   done
-  t1=$(now)
-  record "$1" "$(elapsed "$t0" "$t1")"
-  migrated=$(ls -d "$work/v1/share"/*.V2 | wc -l)
-  [ "$migrated" -eq "$count" ] || { echo "only $migrated V2 targets ($1)" >&2; exit 1; }
-  mkdir "$work/trash/$1.$round"
-  mv "$work/v1/share"/*.V2 "$work/trash/$1.$round/"
+  finish_run "$1" "$work/v1/share" V2
 }
 
 # The steps, in rounds. The main runs keep the temporary profiles on the memory file system, as
