@@ -189,8 +189,7 @@ bool ToNativePath(std::wstring_view path, std::string& native, err::Win32Error& 
   return true;
 }
 
-bool ToNativePathForCreation(std::wstring_view path, std::string& native,
-                             err::Win32Error& error) {
+bool ToNativePathForCreation(std::wstring_view path, std::string& native, err::Win32Error& error) {
   if (!MapNativePathAsWritten(path, native, error)) return false;
   native = ResolveNameCaseForCreation(native);
   return true;

@@ -48,8 +48,7 @@ bool MapNativePathAsWritten(std::wstring_view path, std::string& native, err::Wi
 // ToNativePath for a name about to be created where an existing object of that name, as written,
 // is refused by the creation itself (mkdir, O_EXCL): the folder is resolved as usual, and the last
 // name is looked up only in the folder's listing, in any case, without an lstat of its own.
-bool ToNativePathForCreation(std::wstring_view path, std::string& native,
-                             err::Win32Error& error);
+bool ToNativePathForCreation(std::wstring_view path, std::string& native, err::Win32Error& error);
 
 // native with each component that does not exist as written replaced by an entry of its folder
 // whose name equals it ignoring case (Windows' upper-case table; the first such entry in the

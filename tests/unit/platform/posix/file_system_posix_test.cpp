@@ -199,8 +199,7 @@ TEST_F(PosixFileSystemTest, EveryCallFindsNamesInAnyCase) {
   EXPECT_EQ(files.Open(Win("GONE/FILE.TXT"), backup, missing), err::kPathNotFound);
   EXPECT_EQ(missing, kInvalidFileHandle);
 
-  EXPECT_EQ(files.CopyFileTo(Win("FOLDER/FILE.TXT"), Win("FOLDER/COPY.TXT"), true),
-            err::kSuccess);
+  EXPECT_EQ(files.CopyFileTo(Win("FOLDER/FILE.TXT"), Win("FOLDER/COPY.TXT"), true), err::kSuccess);
   EXPECT_EQ(ReadBytes(Native("Folder/COPY.TXT")), "content");
   EXPECT_EQ(files.CopyFileTo(Win("folder/file.txt"), Win("folder/copy.txt"), true),
             err::kFileExists);

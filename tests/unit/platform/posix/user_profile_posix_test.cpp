@@ -309,8 +309,8 @@ TEST(ProfileSettings, ComeFromTheEnvironmentWithTheDocumentedDefaults) {
     const ScopedVariable root(kProfileRootVariable, std::nullopt);
     const ScopedVariable runtime("XDG_RUNTIME_DIR", "/run/user/4242/");
     const ScopedVariable tmpdir("TMPDIR", std::nullopt);
-    EXPECT_EQ(ProcessProfileSettings().root, runAsRoot ? L"/run/tarnwick/profiles"
-                                                       : L"/run/user/4242/tarnwick/profiles");
+    EXPECT_EQ(ProcessProfileSettings().root,
+              runAsRoot ? L"/run/tarnwick/profiles" : L"/run/user/4242/tarnwick/profiles");
   }
   if (!runAsRoot) {
     const ScopedVariable root(kProfileRootVariable, std::nullopt);
