@@ -119,17 +119,6 @@ bool ShareMap::Parse(std::string_view text, std::string_view source, std::wstrin
   return true;
 }
 
-bool ShareMap::Find(std::wstring_view server, std::wstring_view share, std::string& folder,
-                    err::Win32Error& error) const {
-  const ShareMapEntry* entry = Lookup(server, share, error);
-  if (entry == nullptr) {
-    folder.clear();
-    return false;
-  }
-  folder = entry->folder;
-  return true;
-}
-
 const ShareMapEntry* ShareMap::Lookup(std::wstring_view server, std::wstring_view share,
                                       err::Win32Error& error) const {
   bool serverKnown = false;
@@ -158,13 +147,6 @@ const ShareMap* UsableProcessShareMap() {
   const std::lock_guard<std::mutex> guard(state.mutex);
   if (!state.loaded) Load(state);
   return state.usable ? &state.map : nullptr;
-}
-
-const ShareMap& ProcessShareMap() {
-  ProcessState& state = State();
-  const std::lock_guard<std::mutex> guard(state.mutex);
-  if (!state.loaded) Load(state);
-  return state.map;
 }
 
 void UseShareMapFileForTesting(const std::string& file) {

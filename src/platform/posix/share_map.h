@@ -11,7 +11,7 @@
 // The map is read once per process, when the first UNC path is resolved. A file that cannot be
 // read (other than a missing default file, which is an empty map) or that holds a malformed line
 // is not used at all: every UNC path then fails as one on an unknown server (kBadNetPath), and
-// ProcessShareMapProblem() gives the reason with the file name and the line number, for the
+// LoadProcessShareMap() gives the reason with the file name and the line number, for the
 // caller to print.
 #pragma once
 
@@ -35,11 +35,8 @@ class ShareMap {
   // `problem` set to a message naming source and the line when a line is malformed.
   bool Parse(std::string_view text, std::string_view source, std::wstring& problem);
 
-  // The folder behind "\\server\share"; kBadNetPath when no share of that server is listed,
-  // kBadNetName when the server is listed without that share.
-  bool Find(std::wstring_view server, std::wstring_view share, std::string& folder,
-            err::Win32Error& error) const;
-  // The same without a copy: the entry, or nullptr with error set.
+  // The entry of "\\server\share", or nullptr with error set: kBadNetPath when no share of
+  // that server is listed, kBadNetName when the server is listed without that share.
   const ShareMapEntry* Lookup(std::wstring_view server, std::wstring_view share,
                               err::Win32Error& error) const;
 
@@ -55,7 +52,6 @@ bool LoadProcessShareMap(std::wstring& problem);
 // The process's share map when it can be used, else nullptr: one look for the many callers that
 // do not need the reason.
 const ShareMap* UsableProcessShareMap();
-const ShareMap& ProcessShareMap();
 
 // Test seam: the next use loads the map from file instead of TARNWICK_SHARES (an empty string
 // goes back to the environment variable).

@@ -47,18 +47,19 @@ TEST(ShareMapParse, MalformedLineIsReportedWithItsNumber) {
   EXPECT_FALSE(map.Parse("a\\b = /x\n", "m", problem));
 }
 
-TEST(ShareMapFind, NamesMatchIgnoringCaseAndUnknownNamesGiveWindowsErrors) {
+TEST(ShareMapLookup, NamesMatchIgnoringCaseAndUnknownNamesGiveWindowsErrors) {
   ShareMap map;
   std::wstring problem;
   ASSERT_TRUE(map.Parse("\\\\FileServer\\Profiles = /srv/p\n\\\\fileserver\\profiles = /other\n",
                         "m", problem));
-  std::string folder;
   err::Win32Error error = err::kSuccess;
-  EXPECT_TRUE(map.Find(L"FILESERVER", L"profiles", folder, error));
-  EXPECT_EQ(folder, "/srv/p");  // the first line counts
-  EXPECT_FALSE(map.Find(L"otherserver", L"profiles", folder, error));
+  const ShareMapEntry* entry = map.Lookup(L"FILESERVER", L"profiles", error);
+  ASSERT_NE(entry, nullptr);
+  EXPECT_EQ(error, err::kSuccess);
+  EXPECT_EQ(entry->folder, "/srv/p");  // the first line counts
+  EXPECT_EQ(map.Lookup(L"otherserver", L"profiles", error), nullptr);
   EXPECT_EQ(error, err::kBadNetPath);
-  EXPECT_FALSE(map.Find(L"fileserver", L"nosuchshare", folder, error));
+  EXPECT_EQ(map.Lookup(L"fileserver", L"nosuchshare", error), nullptr);
   EXPECT_EQ(error, err::kBadNetName);
 }
 
