@@ -5,6 +5,8 @@
 #include <fstream>
 #include <system_error>
 
+#include "base/wide_string.h"
+
 namespace tw::hive {
 
 namespace fs = std::filesystem;
@@ -70,6 +72,29 @@ err::Win32Error ReadWholeFile(const std::wstring& path, std::vector<std::uint8_t
     bytes->resize(size);
     return bytes->data();
   });
+}
+
+err::Win32Error ReadSiblingFile(const std::wstring& path, std::wstring_view suffix,
+                                std::vector<std::uint8_t>* bytes) {
+  const fs::path hive(path);
+  std::wstring wanted = hive.filename().wstring();
+  if (wanted.empty()) return err::kFileNotFound;
+  wanted += suffix;
+  fs::path sibling = hive;
+  sibling += std::wstring(suffix);
+  std::error_code ec;
+  if (!fs::exists(fs::symlink_status(sibling, ec))) {
+    // Not under the name as written: look for it in the folder without regard to case.
+    const fs::path folder = hive.has_parent_path() ? hive.parent_path() : fs::path(L".");
+    std::wstring best;
+    for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec)) {
+      const std::wstring name = it->path().filename().wstring();
+      if (EqualsNoCase(name, wanted) && (best.empty() || name < best)) best = name;
+    }
+    if (best.empty()) return err::kFileNotFound;
+    sibling = folder / best;
+  }
+  return ReadWholeFile(sibling.wstring(), bytes);
 }
 
 err::Win32Error WriteNewFile(const std::wstring& path, const std::vector<std::uint8_t>& bytes) {

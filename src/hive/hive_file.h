@@ -8,6 +8,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/win32_error.h"
@@ -27,6 +28,13 @@ struct FileBytes {
 // than 4 GB (it is not read then).
 err::Win32Error ReadWholeFile(const std::wstring& path, FileBytes* bytes);
 err::Win32Error ReadWholeFile(const std::wstring& path, std::vector<std::uint8_t>* bytes);
+
+// Reads the file beside `path` whose name is path's file name followed by `suffix` (".LOG1"),
+// as ReadWholeFile does. The name as written is tried first; when nothing is there, the folder is
+// listed and a name that matches without regard to case (the Windows rule) is taken (of several,
+// the first in code-unit order). ERROR_FILE_NOT_FOUND when there is none.
+err::Win32Error ReadSiblingFile(const std::wstring& path, std::wstring_view suffix,
+                                std::vector<std::uint8_t>* bytes);
 
 // Writes a new file. ERROR_ALREADY_EXISTS when something exists under the path (it is never
 // overwritten). The bytes go to a temporary file beside the target ("<name>.<n>.tmp"), which is

@@ -59,6 +59,8 @@ struct Hive {
   std::unique_ptr<Key> root;
   std::vector<std::unique_ptr<Key>> detached;
   std::uint32_t minorVersion = 5;  // the regf minor version read (5 for a new hive)
+  // What was done to the file before it was read (hive_log_recovery.h: RecoveryState).
+  std::uint32_t recovery = 0;
 };
 
 // Position of `name` among `key.children` (the first child not less than it); `found` tells

@@ -13,7 +13,8 @@
 //   are read), hive bins data running past the end of the file, a malformed bin or cell, or a
 //   record that does not hold together.
 // A primary file whose two sequence numbers differ (not cleanly written) is read as it stands:
-// transaction logs are never applied.
+// the parser sees only the bytes it is given. OROpenHive replays the transaction logs beside such
+// a file first (hive_log_recovery.h) and hands the parser the recovered bytes.
 #pragma once
 
 #include <cstddef>

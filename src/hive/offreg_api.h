@@ -41,6 +41,18 @@
 //   ERROR_INVALID_SECURITY_DESCR) and does not propagate to sub keys.
 // - ORSaveHive: OS versions as in hive_writer.h; others give ERROR_INVALID_PARAMETER.
 // - ORGetVersion reports 1.0.
+// - OROpenHive replays the transaction logs of a hive that was not cleanly closed before it
+//   reads it (hive_log_recovery.h); the files are never changed. The platform's library has no
+//   such step.
+//
+// Beside the platform's functions, the engine offers one of its own (exported from the drop-in
+// offreg.dll as "TwQueryHiveRecovery"; the platform's library does not have it, so callers bind
+// it as optional):
+// - TwQueryHiveRecovery(hive, &state): for a handle of a hive opened from a file, what was done
+//   to the file before it was read: 0 clean, 1 recovered from its transaction logs, 2 not
+//   cleanly closed and no log could be applied (read as it stands). A created hive gives 0. Any
+//   key handle of the hive may be given; a dead handle gives ERROR_INVALID_HANDLE, a null state
+//   pointer ERROR_INVALID_PARAMETER.
 #pragma once
 
 #include <cstdint>
@@ -108,6 +120,7 @@ DWORD TW_OR_CALL tw_ORGetKeySecurity(ORHKEY Handle, SECURITY_INFORMATION Securit
 DWORD TW_OR_CALL tw_ORSetKeySecurity(ORHKEY Handle, SECURITY_INFORMATION SecurityInformation,
                                      PSECURITY_DESCRIPTOR pSecurityDescriptor);
 void TW_OR_CALL tw_ORGetVersion(PDWORD pdwMajorVersion, PDWORD pdwMinorVersion);
+DWORD TW_OR_CALL tw_QueryHiveRecovery(ORHKEY Handle, PDWORD pdwState);
 
 }  // extern "C"
 
@@ -130,6 +143,7 @@ struct OffregFunctions {
   decltype(&tw_ORGetKeySecurity) ORGetKeySecurity = &tw_ORGetKeySecurity;
   decltype(&tw_ORSetKeySecurity) ORSetKeySecurity = &tw_ORSetKeySecurity;
   decltype(&tw_ORGetVersion) ORGetVersion = &tw_ORGetVersion;
+  decltype(&tw_QueryHiveRecovery) TwQueryHiveRecovery = &tw_QueryHiveRecovery;
 };
 
 const OffregFunctions& EngineFunctions();

@@ -1,7 +1,9 @@
-// OROpenHive, ORCreateHive, ORCloseHive, ORSaveHive, ORGetVersion and the function table.
+// OROpenHive, ORCreateHive, ORCloseHive, ORSaveHive, ORGetVersion, TwQueryHiveRecovery and the
+// function table.
 #include <filesystem>
 
 #include "hive/hive_file.h"
+#include "hive/hive_log_recovery.h"
 #include "hive/hive_reader.h"
 #include "hive/hive_writer.h"
 #include "hive/offreg_api.h"
@@ -34,12 +36,14 @@ DWORD TW_OR_CALL tw_OROpenHive(PCWSTR lpHivePath, PORHKEY phkResult) {
   *phkResult = nullptr;
   if (lpHivePath == nullptr) return err::kInvalidParameter;
   try {
-    // The file is read and parsed outside the lock; only registering the hive takes it.
-    FileBytes bytes;
-    const DWORD read = ReadWholeFile(lpHivePath, &bytes);
+    // The file is read (and recovered from its logs when it is dirty) and parsed outside the
+    // lock; only registering the hive takes it.
+    HiveFile file;
+    const DWORD read = ReadHiveFile(lpHivePath, &file);
     if (read != err::kSuccess) return read;
-    ReadResult parsed = ParseHive(bytes.View());
+    ReadResult parsed = ParseHive(file.View());
     if (parsed.error != err::kSuccess) return parsed.error;
+    parsed.hive->recovery = static_cast<std::uint32_t>(file.state);
     return Locked(
         [&](Engine& engine) { return RegisterHive(engine, std::move(parsed.hive), phkResult); });
   } catch (const std::bad_alloc&) {
@@ -96,6 +100,16 @@ DWORD TW_OR_CALL tw_ORSaveHive(ORHKEY Handle, PCWSTR lpHivePath, DWORD dwOsMajor
 void TW_OR_CALL tw_ORGetVersion(PDWORD pdwMajorVersion, PDWORD pdwMinorVersion) {
   if (pdwMajorVersion != nullptr) *pdwMajorVersion = 1;
   if (pdwMinorVersion != nullptr) *pdwMinorVersion = 0;
+}
+
+DWORD TW_OR_CALL tw_QueryHiveRecovery(ORHKEY Handle, PDWORD pdwState) {
+  return Locked([&](Engine& engine) -> DWORD {
+    const HandleEntry* entry = engine.handles.Find(detail::RawHandle(Handle));
+    if (entry == nullptr) return err::kInvalidHandle;
+    if (pdwState == nullptr) return err::kInvalidParameter;
+    *pdwState = entry->hive->recovery;
+    return err::kSuccess;
+  });
 }
 
 }  // extern "C"

@@ -99,4 +99,8 @@ void TW_OR_CALL ORGetVersion(PDWORD pdwMajorVersion, PDWORD pdwMinorVersion) {
   tw::hive::tw_ORGetVersion(pdwMajorVersion, pdwMinorVersion);
 }
 
+DWORD TW_OR_CALL TwQueryHiveRecovery(ORHKEY Handle, PDWORD pdwState) {
+  return tw::hive::tw_QueryHiveRecovery(Handle, pdwState);
+}
+
 }  // extern "C"
