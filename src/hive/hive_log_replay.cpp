@@ -16,6 +16,7 @@ using regf::Get32;
 using regf::Get64;
 
 constexpr std::size_t kBlock = regf::kBinAlignment;
+constexpr std::uint32_t kMaxDataSize = 0xFFFFF000u;  // whole blocks below 4 GB
 
 std::size_t RoundUp(std::size_t value, std::size_t unit) {
   return (value + unit - 1) / unit * unit;
@@ -45,8 +46,10 @@ std::wstring BaseBlockProblem(std::span<const std::uint8_t> bytes, std::uint32_t
   const std::uint32_t type = Get32(base + regf::kBaseFileType);
   if (!IsLogFileType(type)) return Format(L"not a transaction log (file type %u)", type);
   if (Get32(base + regf::kBaseFileFormat) != 1) return L"unsupported file format";
+  // The new format's base block only describes the hive; the old format's sizes the image.
   const std::uint32_t dataSize = Get32(base + regf::kBaseDataSize);
-  if (dataSize == 0 || dataSize % kBlock != 0 || dataSize > maxDataSize) {
+  const std::uint32_t limit = type == regf::kFileTypeLogEntries ? kMaxDataSize : maxDataSize;
+  if (dataSize == 0 || dataSize % kBlock != 0 || dataSize > limit) {
     return Format(L"invalid hive bins data size 0x%08X", dataSize);
   }
   return {};

@@ -30,7 +30,8 @@ struct LogView {
   bool IsEntryLog() const;
 };
 
-// Inspects a log; a hive bins data size above `maxDataSize` makes it unusable.
+// Inspects a log. An old-format log whose hive bins data size is above `maxDataSize` (it sizes
+// the image) is unusable.
 LogView InspectLog(const wchar_t* name, const LogBytes& log, std::uint32_t maxDataSize);
 
 // The hive being recovered: the whole file (at least a base block), the hive bins data size it
