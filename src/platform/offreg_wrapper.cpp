@@ -38,6 +38,7 @@ COffregWrapper::COffregWrapper(ModuleLoader& loader) : loader_(loader) {
   Bind(loader_, offregModule, "ORSetValue", ORSetValue);
   Bind(loader_, offregModule, "OREnumValue", OREnumValue);
   if (!IsOffregComplete()) Log(L"Failed getting offreg.dll function pointers");
+  Bind(loader_, offregModule, "TwQueryHiveRecovery", TwQueryHiveRecovery);
 }
 
 COffregWrapper::~COffregWrapper() {

@@ -63,6 +63,10 @@ using OREnumValueFunction = OrDword(TW_OR_CALL*)(OrKey key, OrDword index, wchar
                                                  OrDword* valueNameLength, OrDword* type,
                                                  std::uint8_t* data, OrDword* dataSize);
 
+// Our hive engine's own export (hive/offreg_api.h): what was done to a hive file before it was
+// read (0 clean, 1 recovered from its transaction logs, 2 not cleanly closed and read stale).
+using TwQueryHiveRecoveryFunction = OrDword(TW_OR_CALL*)(OrKey hive, OrDword* state);
+
 class COffregWrapper : public CReferenceCount {
  public:
   // The process's binding: the libraries of ProcessModuleLoader().
@@ -72,8 +76,9 @@ class COffregWrapper : public CReferenceCount {
   // "Failed getting userenv.dll function pointers". Then loads "offreg.dll" and binds the
   // thirteen offline-registry functions; if any of them except ORSetKeySecurity is null, logs
   // "Failed getting offreg.dll function pointers". A library that does not load leaves its
-  // pointers null (and so logs its line). Construction never fails. loader must outlive the
-  // object.
+  // pointers null (and so logs its line). Last, TwQueryHiveRecovery is bound when the library
+  // exports it (our engine does, the platform's library does not): its absence logs nothing.
+  // Construction never fails. loader must outlive the object.
   explicit COffregWrapper(ModuleLoader& loader);
 
   // Unloads each library that was loaded.
@@ -104,6 +109,10 @@ class COffregWrapper : public CReferenceCount {
   ORGetValueFunction ORGetValue = nullptr;
   ORSetValueFunction ORSetValue = nullptr;
   OREnumValueFunction OREnumValue = nullptr;
+
+  // Not one of the specified fields: optional, outside both tests above. Null means the library
+  // cannot say whether a hive was recovered, and the migration then says nothing about it.
+  TwQueryHiveRecoveryFunction TwQueryHiveRecovery = nullptr;
 
  private:
   ModuleLoader& loader_;

@@ -4,6 +4,10 @@
 // tests). It is built once per run, over the settings, and lives as long as the profile loop.
 #pragma once
 
+#include <set>
+#include <string>
+
+#include "base/wide_string.h"
 #include "config/migration_settings.h"
 #include "platform/file_system.h"
 #include "platform/network_port.h"
@@ -12,6 +16,13 @@
 
 namespace tw {
 
+// Orders paths without regard to case (the Windows rule).
+struct PathLessNoCase {
+  bool operator()(const std::wstring& a, const std::wstring& b) const {
+    return CompareNoCase(a, b) < 0;
+  }
+};
+
 struct MigrationContext {
   const MigrationSettings* settings;  // first field, as every operation expects
   FileSystem& files;
@@ -19,6 +30,9 @@ struct MigrationContext {
   COffregWrapper& offreg;  // the bound offline-registry and user-profile functions
   // The reachability test's port for the target share; null: the process's network port.
   NetworkPort* network = nullptr;
+  // Hive files already reported as not cleanly closed and read stale (registry/
+  // unrecovered_hive.h), compared without regard to case: each is reported once.
+  std::set<std::wstring, PathLessNoCase> unrecoveredHives{};
 };
 
 // The network port a context reaches the reachability test through.

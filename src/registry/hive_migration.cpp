@@ -7,6 +7,7 @@
 #include "registry/offreg_calls.h"
 #include "registry/registry_key_copy.h"
 #include "registry/registry_key_table.h"
+#include "registry/unrecovered_hive.h"
 #include "registry/work_buffer.h"
 #include "security/file_security.h"
 
@@ -44,6 +45,7 @@ HResult OpenHiveFile(MigrationContext& context, const std::wstring& path, OrKey&
       opened = HResultFromWin32(registry::CallOpenHive(context.offreg, path.c_str(), &hive));
     }
   }
+  if (Succeeded(opened)) ReportUnrecoveredHive(context, hive, path);
   return opened;
 }
 

@@ -32,7 +32,7 @@ const wchar_t* ClassesHiveRelativePath(std::int32_t sourceVersion);
 
 // OROpenHive(path) with the ownership retry described above; `savedSecurity` receives the file's
 // prior security when ownership was taken. Returns the open's HRESULT; `hive` is -1 unless it
-// succeeded.
+// succeeded. An opened hive that was read stale is reported (unrecovered_hive.h).
 HResult OpenHiveFile(MigrationContext& context, const std::wstring& path, OrKey& hive,
                      SelfRelativeDescriptor& savedSecurity);
 

@@ -108,4 +108,9 @@ OrDword CallSetKeySecurity(const COffregWrapper& offreg, OrKey key, OrDword info
   return pre != err::kSuccess ? pre : offreg.ORSetKeySecurity(key, information, descriptor);
 }
 
+OrDword CallQueryHiveRecovery(const COffregWrapper& offreg, OrKey hive, OrDword* state) {
+  const OrDword pre = Precheck(offreg.TwQueryHiveRecovery, hive);
+  return pre != err::kSuccess ? pre : offreg.TwQueryHiveRecovery(hive, state);
+}
+
 }  // namespace tw::registry

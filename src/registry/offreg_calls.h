@@ -51,5 +51,7 @@ OrDword CallGetKeySecurity(const COffregWrapper& offreg, OrKey key, OrDword info
                            void* descriptor, OrDword* size);
 OrDword CallSetKeySecurity(const COffregWrapper& offreg, OrKey key, OrDword information,
                            void* descriptor);
+// The engine's optional query (not one of the platform's functions): the same two rules.
+OrDword CallQueryHiveRecovery(const COffregWrapper& offreg, OrKey hive, OrDword* state);
 
 }  // namespace tw::registry

@@ -10,6 +10,7 @@
 #include "registry/hive_migration.h"
 #include "registry/hive_save.h"
 #include "registry/offreg_calls.h"
+#include "registry/unrecovered_hive.h"
 #include "run/command_line.h"
 #include "security/file_security.h"
 
@@ -88,6 +89,7 @@ HResult SyncUserShellFolders(MigrationContext& context, FolderMapping& mapping,
     Log(L"Failed opening registry (0x%08X): %s", opened, hivePath);
     return opened;
   }
+  ReportUnrecoveredHive(context, hive, hivePath);
 
   HResult result = hr::kOk;
   OrKey key = kNoOrKey;

@@ -200,19 +200,21 @@ FakeOffreg::FakeOffreg() {
   g_active = this;
   loader_.AddModule(L"userenv.dll", {{"CreateProfile", Untyped(&CreateProfileStub)},
                                      {"DeleteProfileW", Untyped(&DeleteProfileStub)}});
-  loader_.AddModule(L"offreg.dll", {{"OROpenHive", Untyped(&OpenHive)},
-                                    {"ORCloseHive", Untyped(&CloseHive)},
-                                    {"ORSaveHive", Untyped(&SaveHive)},
-                                    {"OROpenKey", Untyped(&OpenKey)},
-                                    {"ORCloseKey", Untyped(&CloseKey)},
-                                    {"ORCreateKey", Untyped(&CreateKey)},
-                                    {"ORQueryInfoKey", Untyped(&QueryInfoKey)},
-                                    {"OREnumKey", Untyped(&EnumKey)},
-                                    {"ORGetKeySecurity", Untyped(&GetKeySecurity)},
-                                    {"ORSetKeySecurity", Untyped(&SetKeySecurity)},
-                                    {"ORGetValue", Untyped(&GetValue)},
-                                    {"ORSetValue", Untyped(&SetValue)},
-                                    {"OREnumValue", Untyped(&EnumValue)}});
+  loader_.AddModule(L"offreg.dll",
+                    {{"OROpenHive", Untyped(&OpenHive)},
+                     {"ORCloseHive", Untyped(&CloseHive)},
+                     {"ORSaveHive", Untyped(&SaveHive)},
+                     {"OROpenKey", Untyped(&OpenKey)},
+                     {"ORCloseKey", Untyped(&CloseKey)},
+                     {"ORCreateKey", Untyped(&CreateKey)},
+                     {"ORQueryInfoKey", Untyped(&QueryInfoKey)},
+                     {"OREnumKey", Untyped(&EnumKey)},
+                     {"ORGetKeySecurity", Untyped(&GetKeySecurity)},
+                     {"ORSetKeySecurity", Untyped(&SetKeySecurity)},
+                     {"ORGetValue", Untyped(&GetValue)},
+                     {"ORSetValue", Untyped(&SetValue)},
+                     {"OREnumValue", Untyped(&EnumValue)},
+                     {"TwQueryHiveRecovery", Untyped(EngineFunctions().TwQueryHiveRecovery)}});
   offreg_ = std::make_unique<COffregWrapper>(loader_);
 }
 

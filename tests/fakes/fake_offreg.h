@@ -5,7 +5,8 @@
 // path before the engine sees them, as the file-system port maps its own.
 //
 // The bound functions are plain C functions, so they reach the object through one process-wide
-// pointer: only one FakeOffreg may be alive at a time.
+// pointer: only one FakeOffreg may be alive at a time. The engine's TwQueryHiveRecovery is bound
+// as it is (no failure switch, not recorded); set the pointer to null to leave it unbound.
 #pragma once
 
 #include <cstdint>

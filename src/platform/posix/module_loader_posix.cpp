@@ -1,6 +1,7 @@
 // The module port on Linux: there are no system libraries to load, so the two libraries the
 // tool binds are served from built-in tables.
-//   "offreg.dll"  the hive engine's functions (hive/offreg_api.h), always complete;
+//   "offreg.dll"  the hive engine's functions (hive/offreg_api.h), always complete, and its own
+//                 TwQueryHiveRecovery;
 //   "userenv.dll" the built-in CreateProfile and DeleteProfileW (user_profile_posix.h).
 // The core hands the offline-registry functions Windows-form paths ("\\server\share\x",
 // "Z:\tmp\x"), as it does every port; OROpenHive and ORSaveHive are therefore served by shims that
@@ -38,6 +39,7 @@ static_assert(std::is_same_v<ORSetKeySecurityFunction, decltype(&hive::tw_ORSetK
 static_assert(std::is_same_v<ORGetValueFunction, decltype(&hive::tw_ORGetValue)>);
 static_assert(std::is_same_v<ORSetValueFunction, decltype(&hive::tw_ORSetValue)>);
 static_assert(std::is_same_v<OREnumValueFunction, decltype(&hive::tw_OREnumValue)>);
+static_assert(std::is_same_v<TwQueryHiveRecoveryFunction, decltype(&hive::tw_QueryHiveRecovery)>);
 static_assert(std::is_same_v<CreateProfileFunction, decltype(&posix::BuiltInCreateProfile)>);
 static_assert(std::is_same_v<DeleteProfileWFunction, decltype(&posix::BuiltInDeleteProfileW)>);
 
@@ -101,7 +103,8 @@ std::vector<BuiltInModule> MakeModules() {
         Export("ORSetValue", engine.ORSetValue), Export("ORDeleteValue", engine.ORDeleteValue),
         Export("ORGetKeySecurity", engine.ORGetKeySecurity),
         Export("ORSetKeySecurity", engine.ORSetKeySecurity),
-        Export("ORGetVersion", engine.ORGetVersion)}});
+        Export("ORGetVersion", engine.ORGetVersion),
+        Export("TwQueryHiveRecovery", engine.TwQueryHiveRecovery)}});
   return modules;
 }
 
