@@ -6,6 +6,8 @@
 //
 // Exit values: 0 success; 1 the hive cannot be read, saved, or has structural problems; 2 a
 // usage error. Messages go to standard error, the dump to standard output, both in UTF-8.
+// A hive that was not cleanly closed is read as the engine's OROpenHive reads it: recovered from
+// the transaction logs beside it when they can be applied; each command says so in a note.
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -15,6 +17,7 @@
 #include "dump_text.h"
 #include "hive/hive_file.h"
 #include "hive/hive_lint.h"
+#include "hive/hive_log_recovery.h"
 #include "hive/hive_reader.h"
 #include "hive/offreg_api.h"
 
@@ -44,14 +47,36 @@ int Fail(const std::wstring& message) {
   return kFailed;
 }
 
-// Reads and parses the hive; on failure prints why and returns nothing.
-std::unique_ptr<hive::Hive> Load(const std::wstring& path, std::vector<std::uint8_t>* bytes) {
-  const err::Win32Error read = hive::ReadWholeFile(path, bytes);
+// Says on standard error what was done to a hive that was not cleanly closed.
+void NoteRecovery(const std::wstring& path, hive::RecoveryState state, const std::wstring& detail) {
+  const std::wstring why = detail.empty() ? std::wstring() : L" (" + detail + L")";
+  if (state == hive::RecoveryState::kRecovered) {
+    Write(stderr, L"tarnwick-hive: note: " + path +
+                      L" was not cleanly closed; recovered from its transaction logs" + why +
+                      L"\n");
+  } else if (state == hive::RecoveryState::kNotRecovered) {
+    Write(stderr, L"tarnwick-hive: note: " + path +
+                      L" was not cleanly closed and its transaction logs could not be applied" +
+                      why + L"; read as it stands\n");
+  }
+}
+
+// Reads the hive file as OROpenHive does (recovering it from its logs when it is dirty); on
+// failure prints why. Notes a recovery.
+bool Read(const std::wstring& path, hive::HiveFile* file) {
+  const err::Win32Error read = hive::ReadHiveFile(path, file);
   if (read != err::kSuccess) {
     Fail(Format(L"cannot read %s (error %u)", path, read));
-    return nullptr;
+    return false;
   }
-  hive::ReadResult result = hive::ParseHive(*bytes);
+  NoteRecovery(path, file->state, file->detail);
+  return true;
+}
+
+// Reads and parses the hive; on failure prints why and returns nothing.
+std::unique_ptr<hive::Hive> Load(const std::wstring& path, hive::HiveFile* file) {
+  if (!Read(path, file)) return nullptr;
+  hive::ReadResult result = hive::ParseHive(file->View());
   if (result.error != err::kSuccess) {
     Fail(Format(L"%s is not a valid hive (error %u): %s", path, result.error, result.reason));
     return nullptr;
@@ -60,8 +85,8 @@ std::unique_ptr<hive::Hive> Load(const std::wstring& path, std::vector<std::uint
 }
 
 int Dump(const std::wstring& path) {
-  std::vector<std::uint8_t> bytes;
-  const auto hive = Load(path, &bytes);
+  hive::HiveFile file;
+  const auto hive = Load(path, &file);
   if (!hive) return kFailed;
   std::string buffer;
   DumpHive(*hive->root, [&buffer](const std::wstring& line) {
@@ -91,6 +116,10 @@ int Save(const std::wstring& in, const std::wstring& out, const std::wstring& os
   hive::ORHKEY root = nullptr;
   const hive::DWORD opened = hive::tw_OROpenHive(in.c_str(), &root);
   if (opened != err::kSuccess) return Fail(Format(L"cannot open %s (error %u)", in, opened));
+  hive::DWORD state = 0;
+  if (hive::tw_QueryHiveRecovery(root, &state) == err::kSuccess) {
+    NoteRecovery(in, static_cast<hive::RecoveryState>(state), L"");
+  }
   const hive::DWORD saved = hive::tw_ORSaveHive(root, out.c_str(), major, minor);
   hive::tw_ORCloseHive(root);
   if (saved != err::kSuccess) return Fail(Format(L"cannot save %s (error %u)", out, saved));
@@ -98,10 +127,9 @@ int Save(const std::wstring& in, const std::wstring& out, const std::wstring& os
 }
 
 int Check(const std::wstring& path) {
-  std::vector<std::uint8_t> bytes;
-  const err::Win32Error read = hive::ReadWholeFile(path, &bytes);
-  if (read != err::kSuccess) return Fail(Format(L"cannot read %s (error %u)", path, read));
-  const hive::LintReport report = hive::LintHive(bytes);
+  hive::HiveFile file;
+  if (!Read(path, &file)) return kFailed;
+  const hive::LintReport report = hive::LintHive(file.View());
   if (report.problems.empty()) {
     Write(stdout,
           Format(L"%s: sound (%u free cells, %u free bytes)\n", path,
