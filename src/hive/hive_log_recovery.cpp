@@ -58,12 +58,12 @@ Image StartImage(const Primary& primary, std::uint32_t maxDataSize) {
   if (image.bytes.size() < regf::kBaseBlockSize) image.bytes.resize(regf::kBaseBlockSize, 0);
   image.maxDataSize = maxDataSize;
   image.dataSize = primary.dataSize;
-  image.flags = Get32(image.bytes.data() + regf::kBaseFlags);
   return image;
 }
 
 // The recovered base block: the first sector of the applied log's (the newest copy Windows
-// kept), as a primary file's, with the sequence number, size and flags the replay reached.
+// kept), as a primary file's, with the sequence number and size the replay reached, and bit 0 of
+// its flags from the last entry applied.
 void FinishBaseBlock(Image& image, const LogView& source, std::uint32_t sequence) {
   std::uint8_t* base = image.bytes.data();
   std::memcpy(base, source.bytes.data(), regf::kLogSector);
@@ -71,14 +71,17 @@ void FinishBaseBlock(Image& image, const LogView& source, std::uint32_t sequence
   regf::Put32(base + regf::kBasePrimarySequence, sequence);
   regf::Put32(base + regf::kBaseSecondarySequence, sequence);
   regf::Put32(base + regf::kBaseDataSize, image.dataSize);
-  regf::Put32(base + regf::kBaseFlags, image.flags);
+  if (image.entryApplied) {
+    const std::uint32_t flags = Get32(base + regf::kBaseFlags) & ~regf::kBaseFlagLocked;
+    regf::Put32(base + regf::kBaseFlags, flags | image.entryFlags);
+  }
   regf::Put32(base + regf::kBaseChecksum, regf::BaseBlockChecksum(base));
 }
 
-// New format. Returns the number of entries applied; `notes` gets what was applied and why a
-// log was passed over or stopped.
-std::uint32_t ReplayEntryLogs(const Primary& primary, std::vector<const LogView*> logs,
-                              Image& image, std::wstring& notes) {
+// New format. True when entries (or, for a broken base block, the log's base block) were
+// applied; `notes` gets what was applied and why a log was passed over or stopped.
+bool ReplayEntryLogs(const Primary& primary, std::vector<const LogView*> logs, Image& image,
+                     std::wstring& notes) {
   // The log with the earlier entries first.
   if (logs.size() == 2 && !NotBefore(logs[1]->sequence, logs[0]->sequence)) {
     std::swap(logs[0], logs[1]);
@@ -109,15 +112,18 @@ std::uint32_t ReplayEntryLogs(const Primary& primary, std::vector<const LogView*
     }
     if (!replay.stop.empty()) notes += Format(L"%s: %s; ", log->name, replay.stop);
   }
-  if (source == nullptr && !primary.baseValid && !logs.empty()) source = logs.back();
-  if (source == nullptr) return 0;
-  if (total > 0) detail::ReplaceBrokenBins(image);
-  if (total == 0) {
+  if (total > 0) {
+    detail::ReplaceBrokenBins(image);
+  } else if (!primary.baseValid && !logs.empty()) {
+    // No entry, but the log still gives the hive a valid base block.
+    source = logs.back();
     image.dataSize = source->dataSize;
     last = source->sequence;
+    notes += Format(L"%s: its base block replaces the hive's; ", source->name);
   }
+  if (source == nullptr) return false;
   FinishBaseBlock(image, *source, last);
-  return total == 0 ? 1 : total;  // a recovered base block counts as a recovery
+  return true;
 }
 
 // Old format: the newest log that is not older than the hive.
@@ -191,7 +197,7 @@ RecoveryResult RecoverHive(std::span<const std::uint8_t> file, const HiveLogs& l
   Image image = StartImage(primary, maxDataSize);
   bool applied = false;
   const std::vector<const LogView*> entryLogs = Candidates(views, true);
-  if (!entryLogs.empty()) applied = ReplayEntryLogs(primary, entryLogs, image, notes) > 0;
+  if (!entryLogs.empty()) applied = ReplayEntryLogs(primary, entryLogs, image, notes);
   if (!applied) {
     const std::vector<const LogView*> pageLogs = Candidates(views, false);
     if (!pageLogs.empty()) {

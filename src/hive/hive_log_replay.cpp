@@ -184,8 +184,8 @@ EntryReplay ReplayEntries(const LogView& log, Image& image) {
     // Whole and authentic: apply it.
     image.Grow(dataSize);
     image.dataSize = dataSize;
-    image.flags = (image.flags & ~regf::kBaseFlagLocked) |
-                  (Get32(entry + regf::kEntryFlags) & regf::kBaseFlagLocked);
+    image.entryFlags = Get32(entry + regf::kEntryFlags) & regf::kBaseFlagLocked;
+    image.entryApplied = true;
     const std::uint8_t* page = entry + references;
     for (std::uint32_t i = 0; i < pages; ++i) {
       const std::uint8_t* reference = entry + regf::kEntryHeader + i * regf::kEntryPageReference;

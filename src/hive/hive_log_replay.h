@@ -35,13 +35,14 @@ struct LogView {
 LogView InspectLog(const wchar_t* name, const LogBytes& log, std::uint32_t maxDataSize);
 
 // The hive being recovered: the whole file (at least a base block), the hive bins data size it
-// will announce, the base block flags it will carry, and which 4096-byte blocks of the hive bins
-// data the logs wrote.
+// will announce, the flags of the last log entry applied, and which 4096-byte blocks of the hive
+// bins data the logs wrote.
 struct Image {
   std::vector<std::uint8_t> bytes;
   std::uint32_t dataSize = 0;
   std::uint32_t maxDataSize = 0;  // no log may make the hive bins data larger
-  std::uint32_t flags = 0;
+  std::uint32_t entryFlags = 0;   // bit 0 of the last entry's flags
+  bool entryApplied = false;
   std::vector<bool> written;
 
   void Grow(std::uint32_t newDataSize);

@@ -249,6 +249,17 @@ TEST_F(LogReplay, BrokenBaseBlockTakesTheNewerLogOnly) {
             regf::Get32(to_.data() + regf::kBaseMinor));
 }
 
+TEST_F(LogReplay, BrokenBaseBlockIsReplacedEvenWithoutEntries) {
+  Bytes broken = dirty_;
+  broken[regf::kBaseMinor] = 1;
+  const Bytes log = testing::LogBaseBlock(from_, regf::kFileTypeLogEntries, kSequence);
+  const RecoveryResult result = Recover(broken, nullptr, &log);
+  ASSERT_EQ(result.state, RecoveryState::kRecovered);
+  EXPECT_EQ(Narrow(result.detail),
+            ".LOG1: no log entries; .LOG1: its base block replaces the hive's");
+  EXPECT_EQ(DumpOf(result.image), DumpOf(from_));
+}
+
 TEST_F(LogReplay, EntryFlagsReachTheBaseBlock) {
   Bytes log = testing::LogBaseBlock(to_, regf::kFileTypeLogEntries, kSequence);
   const Bytes entry = testing::LogEntry(from_, kSequence, DataSize(from_), {0}, 1);
