@@ -77,23 +77,27 @@ err::Win32Error ReadWholeFile(const std::wstring& path, std::vector<std::uint8_t
 err::Win32Error ReadSiblingFile(const std::wstring& path, std::wstring_view suffix,
                                 std::vector<std::uint8_t>* bytes) {
   const fs::path hive(path);
-  std::wstring wanted = hive.filename().wstring();
-  if (wanted.empty()) return err::kFileNotFound;
-  wanted += suffix;
   fs::path sibling = hive;
   sibling += std::wstring(suffix);
   std::error_code ec;
   if (!fs::exists(fs::symlink_status(sibling, ec))) {
-    // Not under the name as written: look for it in the folder without regard to case.
+    // Not under the name as written: look for it in the folder without regard to case. Names
+    // that do not convert (not UTF-8 on Linux) cannot match and are passed over.
+    const std::wstring wanted = hive.filename().wstring() + std::wstring(suffix);
     const fs::path folder = hive.has_parent_path() ? hive.parent_path() : fs::path(L".");
     std::wstring best;
     for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec)) {
-      const std::wstring name = it->path().filename().wstring();
-      if (EqualsNoCase(name, wanted) && (best.empty() || name < best)) best = name;
+      try {
+        const std::wstring name = it->path().filename().wstring();
+        if (EqualsNoCase(name, wanted) && (best.empty() || name < best)) best = name;
+      } catch (const std::exception&) {
+      }
     }
     if (best.empty()) return err::kFileNotFound;
     sibling = folder / best;
   }
+  // A symbolic link (or anything but a regular file) is not followed.
+  if (!fs::is_regular_file(fs::symlink_status(sibling, ec))) return err::kFileNotFound;
   return ReadWholeFile(sibling.wstring(), bytes);
 }
 

@@ -32,7 +32,8 @@ err::Win32Error ReadWholeFile(const std::wstring& path, std::vector<std::uint8_t
 // Reads the file beside `path` whose name is path's file name followed by `suffix` (".LOG1"),
 // as ReadWholeFile does. The name as written is tried first; when nothing is there, the folder is
 // listed and a name that matches without regard to case (the Windows rule) is taken (of several,
-// the first in code-unit order). ERROR_FILE_NOT_FOUND when there is none.
+// the first in code-unit order). ERROR_FILE_NOT_FOUND when there is none, or when what is there
+// is a symbolic link or anything but a regular file (never followed).
 err::Win32Error ReadSiblingFile(const std::wstring& path, std::wstring_view suffix,
                                 std::vector<std::uint8_t>* bytes);
 

@@ -163,8 +163,8 @@ EntryReplay ReplayEntries(const LogView& log, Image& image) {
     if (dataSize == 0 || dataSize % kBlock != 0 || dataSize > image.maxDataSize) {
       return stop(L"invalid hive bins data size");
     }
-    const std::size_t references =
-        regf::kEntryHeader + std::size_t{pages} * regf::kEntryPageReference;
+    const std::uint64_t references =
+        regf::kEntryHeader + std::uint64_t{pages} * regf::kEntryPageReference;
     if (pages == 0 || references > size) return stop(L"invalid page count");
     if (regf::Marvin32(bytes.subspan(at, regf::kEntryHeaderHashed), regf::kLogEntryHashSeed) !=
             Get64(entry + regf::kEntryHeaderHash) ||
@@ -186,7 +186,7 @@ EntryReplay ReplayEntries(const LogView& log, Image& image) {
     image.dataSize = dataSize;
     image.entryFlags = Get32(entry + regf::kEntryFlags) & regf::kBaseFlagLocked;
     image.entryApplied = true;
-    const std::uint8_t* page = entry + references;
+    const std::uint8_t* page = entry + static_cast<std::size_t>(references);
     for (std::uint32_t i = 0; i < pages; ++i) {
       const std::uint8_t* reference = entry + regf::kEntryHeader + i * regf::kEntryPageReference;
       const std::uint32_t length = Get32(reference + 4);

@@ -127,6 +127,20 @@ TEST(HiveLogRecovery, LogsAreFoundWithoutRegardToCase) {
   EXPECT_EQ(state, RecoveryState::kRecovered);
 }
 
+TEST(HiveLogRecovery, LinkedLogsAreNotFollowedAndOddNamesAreSkipped) {
+  TempFolder folder;
+  CopyCorpus(folder, {{"NewDirtyHive1/NewDirtyHive", "NewDirtyHive"},
+                      {"NewDirtyHive1/NewDirtyHive.LOG1", "elsewhere"},
+                      {"NewDirtyHive1/NewDirtyHive.LOG2", "newdirtyhive.log2"}});
+  std::filesystem::create_symlink(folder / "elsewhere", folder / "NewDirtyHive.LOG1");
+  testing::WriteBytes(folder / std::string("\xff\xfe.LOG1"), {1, 2, 3});  // not UTF-8
+  RecoveryState state = RecoveryState::kClean;
+  std::wstring detail;
+  ReadAndDump(folder / "NewDirtyHive", &state, &detail);
+  EXPECT_EQ(state, RecoveryState::kRecovered);
+  EXPECT_EQ(Narrow(detail), ".LOG2: entries 3 to 5 applied");
+}
+
 TEST(HiveLogRecovery, DirtyHiveWithoutLogsOpensAsItStands) {
   TempFolder folder;
   CopyCorpus(folder, {{"NewDirtyHive1/NewDirtyHive", "NewDirtyHive"}});
