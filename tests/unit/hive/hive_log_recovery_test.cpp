@@ -290,5 +290,37 @@ TEST(HiveLogRecovery, MutatedLogsNeverCrash) {
   }
 }
 
+// Entries whose headers and page references are changed and whose hashes are then made right
+// again (anyone can compute them) are refused or applied without a crash.
+TEST(HiveLogRecovery, AuthenticButBogusEntriesNeverCrash) {
+  const auto primary = testing::ReadBytes(CorpusFile("NewDirtyHive1/NewDirtyHive"));
+  const auto original = testing::ReadBytes(CorpusFile("NewDirtyHive1/NewDirtyHive.LOG2"));
+  const std::size_t entries[] = {0x200, 0x2000, 0x8000};
+  std::mt19937 random(41);
+  for (int round = 0; round < 2000; ++round) {
+    auto log = original;
+    const std::size_t at = entries[random() % 3];
+    const std::size_t count = regf::Get32(log.data() + at + regf::kEntryPageCount);
+    const std::size_t header = regf::kEntryHeader + count * regf::kEntryPageReference;
+    for (int i = 0; i < 1 + round % 3; ++i) {
+      std::size_t field = random() % header;
+      if (field >= regf::kEntryDataHash && field < regf::kEntryHeader) field = regf::kEntryDataSize;
+      log[at + field] = static_cast<std::uint8_t>(random());
+    }
+    const std::uint32_t size = regf::Get32(log.data() + at + regf::kEntrySize);
+    if (size >= regf::kEntryHeader && size <= log.size() - at) {
+      const std::span<const std::uint8_t> entry(log.data() + at, size);
+      regf::Put64(log.data() + at + regf::kEntryDataHash,
+                  regf::Marvin32(entry.subspan(regf::kEntryHeader), regf::kLogEntryHashSeed));
+      regf::Put64(log.data() + at + regf::kEntryHeaderHash,
+                  regf::Marvin32(entry.first(regf::kEntryHeaderHashed), regf::kLogEntryHashSeed));
+    }
+    HiveLogs logs;
+    logs.log2 = {log, true};
+    const RecoveryResult result = RecoverHive(primary, logs);
+    if (result.state == RecoveryState::kRecovered) ParseHive(result.image);
+  }
+}
+
 }  // namespace
 }  // namespace tw::hive
