@@ -6,8 +6,6 @@
 //
 // Exit values: 0 success; 1 the hive cannot be read, saved, or has structural problems; 2 a
 // usage error. Messages go to standard error, the dump to standard output, both in UTF-8.
-// A hive that was not cleanly closed is read as the engine's OROpenHive reads it: recovered from
-// the transaction logs beside it when they can be applied; each command says so in a note.
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -47,7 +45,9 @@ int Fail(const std::wstring& message) {
   return kFailed;
 }
 
-// Says on standard error what was done to a hive that was not cleanly closed.
+// A hive that was not cleanly closed is read as the engine's OROpenHive reads it: recovered from
+// the transaction logs beside it when they can be applied. Every command says on standard error
+// what was done to it.
 void NoteRecovery(const std::wstring& path, hive::RecoveryState state, const std::wstring& detail) {
   const std::wstring why = detail.empty() ? std::wstring() : L" (" + detail + L")";
   if (state == hive::RecoveryState::kRecovered) {
