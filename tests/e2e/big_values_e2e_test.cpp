@@ -14,6 +14,7 @@
 
 #include "fakes/e2e_share.h"
 #include "hive/hive_lint.h"
+#include "unit/hive/hive_dump.h"
 
 namespace tw {
 namespace {
@@ -33,22 +34,18 @@ struct BigValue {
   std::vector<std::uint8_t> data;
 };
 
-std::string HexOf(const std::vector<std::uint8_t>& bytes, const char* separator) {
+// Bytes as .reg text writes them: two hexadecimal digits each, separated by commas.
+std::string RegHex(const std::vector<std::uint8_t>& bytes) {
   std::string out;
-  char two[3];
+  char two[4];
   for (std::size_t i = 0; i < bytes.size(); ++i) {
-    std::snprintf(two, sizeof two, "%02x", bytes[i]);
-    if (i > 0) out += separator;
+    std::snprintf(two, sizeof two, "%s%02x", i > 0 ? "," : "", bytes[i]);
     out += two;
   }
   return out;
 }
 
-std::vector<std::uint8_t> Utf16(const std::string& ascii) {
-  std::vector<std::uint8_t> out;
-  for (const char c : ascii) out.insert(out.end(), {static_cast<std::uint8_t>(c), 0});
-  return out;
-}
+std::wstring Wide(const std::string& ascii) { return std::wstring(ascii.begin(), ascii.end()); }
 
 // The values of the test: data ending in non-zero bytes, so that reading short shows.
 std::vector<BigValue> BigValues() {
@@ -61,12 +58,10 @@ std::vector<BigValue> BigValues() {
   };
   std::vector<std::uint8_t> multi;
   for (int i = 0; i < 204; ++i) {
-    const auto one = Utf16(std::string(39, static_cast<char>('a' + i % 26)));
-    multi.insert(multi.end(), one.begin(), one.end());
+    hive::AppendUtf16Le(Wide(std::string(39, static_cast<char>('a' + i % 26))), multi);
     multi.insert(multi.end(), {0, 0});
   }
-  const auto last = Utf16("the last on");
-  multi.insert(multi.end(), last.begin(), last.end());
+  hive::AppendUtf16Le(L"the last on", multi);
   multi.insert(multi.end(), {0, 0, 0, 0});  // its NUL and the list's
   return {{"ProgramsCache", 3, pattern(73315)},
           {"Edge16345", 3, pattern(16345)},
@@ -78,8 +73,8 @@ std::vector<BigValue> BigValues() {
 std::string RegValues(const std::vector<BigValue>& values) {
   std::string out;
   for (const BigValue& value : values) {
-    out += "\"" + value.name + "\"=" + (value.type == 3 ? "hex:" : "hex(7):") +
-           HexOf(value.data, ",") + "\n";
+    out += "\"" + value.name + "\"=" + (value.type == 3 ? "hex:" : "hex(7):") + RegHex(value.data) +
+           "\n";
   }
   return out;
 }
@@ -94,11 +89,11 @@ std::string ListingLine(const BigValue& value) {
       part.push_back(c);
       continue;
     }
-    path += (path.empty() ? "" : "5c00") + HexOf(Utf16(part), "");
+    path += (path.empty() ? "" : "5c00") + hive::testing::NameHex(Wide(part));
     part.clear();
   }
-  return "V " + path + " " + HexOf(Utf16(value.name), "") + " " + std::to_string(value.type) + " " +
-         HexOf(value.data, "");
+  return "V " + path + " " + hive::testing::NameHex(Wide(value.name)) + " " +
+         std::to_string(value.type) + " " + hive::testing::Hex(value.data);
 }
 
 bool HasLine(const std::string& listing, const std::string& line) {
@@ -113,17 +108,7 @@ std::vector<std::uint8_t> ReglookupBytes(const std::string& output, const std::s
   const std::size_t at = output.find("\n" + prefix);
   if (at == std::string::npos) return {};
   const std::size_t from = at + 1 + prefix.size();
-  const std::string text = output.substr(from, output.find(',', from) - from);
-  std::vector<std::uint8_t> out;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '%' && i + 2 < text.size()) {
-      out.push_back(static_cast<std::uint8_t>(std::stoi(text.substr(i + 1, 2), nullptr, 16)));
-      i += 2;
-    } else {
-      out.push_back(static_cast<std::uint8_t>(text[i]));
-    }
-  }
-  return out;
+  return hive::testing::FromReglookupText(output.substr(from, output.find(',', from) - from));
 }
 
 TEST(BigValuesE2eTest, V1MigrationKeepsEveryByteOfBigValuesForEveryReader) {
