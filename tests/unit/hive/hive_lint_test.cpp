@@ -10,6 +10,7 @@
 #include "hive/hive_reader.h"
 #include "hive/hive_writer.h"
 #include "hive/regf_layout.h"
+#include "hive/security_parts.h"
 #include "hive_test_util.h"
 
 namespace tw::hive {
@@ -60,6 +61,68 @@ std::vector<std::uint32_t> Segments(const std::vector<std::uint8_t>& file) {
   std::vector<std::uint32_t> segments(Get16(base + db + regf::kDbSegmentCount));
   for (std::size_t i = 0; i < segments.size(); ++i) segments[i] = Get32(base + list + 4 * i);
   return segments;
+}
+
+// A root "R" with sub keys of `names`, each with its own descriptor when `ownDescriptors`.
+std::vector<std::uint8_t> HiveWithKeys(const std::vector<std::wstring>& names,
+                                       bool ownDescriptors) {
+  Key root;
+  root.name = L"R";
+  root.security = std::make_shared<const SecurityBytes>(DefaultSecurityDescriptor());
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    auto child = std::make_unique<Key>();
+    child->name = names[i];
+    if (ownDescriptors) {
+      SecurityBytes other = *root.security;
+      other[2] = static_cast<std::uint8_t>(other[2] ^ (0x10 << i));  // another control bit
+      child->security = std::make_shared<const SecurityBytes>(other);
+    }
+    InsertChild(root, std::move(child));
+  }
+  return SerializeHive(root, 5, L"x", 1);
+}
+
+TEST(HiveLint, LfHintsAreCheckedForAsciiNamesOnly) {
+  // Windows writes its own hints for names beyond ASCII ("\u00c9t\u00e9" is stored compressed).
+  for (const auto& [name, fault] :
+       std::vector<std::pair<std::wstring, bool>>{{L"Plain", true}, {L"\u00c9t\u00e9", false}}) {
+    auto bytes = HiveWithKeys({name}, false);
+    const std::size_t nk = At(Get32(bytes.data() + regf::kBaseRootCell));
+    const std::size_t list = At(Get32(bytes.data() + nk + regf::kNkSubKeyList));
+    bytes[list + 1] = 'f';  // lh -> lf, the hint wrong for any name
+    Put32(bytes.data() + list + 8, 0x01020304);
+    const LintReport lint = LintHive(bytes);
+    EXPECT_EQ(Lines(lint.problems),
+              fault ? "wrong lf hint (cell " +
+                          CellText(Get32(bytes.data() + nk + regf::kNkSubKeyList)) + ")\n"
+                    : "");
+    EXPECT_EQ(
+        Lines(lint.notes).find("lf hint differs for a name beyond ASCII") != std::string::npos,
+        !fault);
+  }
+}
+
+TEST(HiveLint, ASecurityCellNoKeyUsesMayStayOnTheList) {
+  auto bytes = HiveWithKeys({L"a", L"b"}, true);
+  ASSERT_TRUE(LintHive(bytes).problems.empty());
+  const std::size_t nk = At(Get32(bytes.data() + regf::kBaseRootCell));
+  const std::size_t list = At(Get32(bytes.data() + nk + regf::kNkSubKeyList));
+  const std::size_t a = At(Get32(bytes.data() + list + 4));
+  const std::size_t b = At(Get32(bytes.data() + list + 12));
+  // "b" takes the descriptor of "a": b's old cell stays on the list with no key using it.
+  const std::uint32_t unused = Get32(bytes.data() + b + regf::kNkSecurity);
+  Put32(bytes.data() + b + regf::kNkSecurity, Get32(bytes.data() + a + regf::kNkSecurity));
+  Put32(bytes.data() + At(Get32(bytes.data() + a + regf::kNkSecurity)) + regf::kSkReferenceCount,
+        2);
+  const LintReport lint = LintHive(bytes);
+  EXPECT_EQ(Lines(lint.problems), "");
+  EXPECT_EQ(Lines(lint.notes),
+            "security cell no key uses on the list: 1 cells, the first " + CellText(unused) + "\n");
+
+  // A list that leads out of the security cells is a fault.
+  Put32(bytes.data() + At(unused) + regf::kSkFlink, Get32(bytes.data() + regf::kBaseRootCell));
+  EXPECT_NE(Lines(LintHive(bytes).problems).find("security list leaves the security cells"),
+            std::string::npos);
 }
 
 TEST(HiveLint, StaleUpperBoundsAndCountsAreNotesNotFaults) {
