@@ -35,6 +35,7 @@ TEST(SerializeHive, RoundTripKeepsEverythingAndPassesTheLint) {
   const auto bytes = SerializeHive(*original->root, 5, L"ntuser.dat", 133000000000000000ull);
   const LintReport lint = LintHive(bytes);
   EXPECT_TRUE(lint.problems.empty()) << Problems(lint);
+  EXPECT_TRUE(lint.notes.empty());  // exact upper bounds and counts, no stale fields
   auto copy = Parse(bytes);
   ASSERT_TRUE(copy);
   EXPECT_EQ(testing::Dump(*copy->root), testing::Dump(*original->root));
