@@ -255,15 +255,15 @@ class Linter {
     }
   }
 
-  std::span<const std::uint8_t> file_;
-  const std::uint8_t* data_ = nullptr;
-  std::size_t size_ = 0;
   struct NoteKind {
     const wchar_t* what;
     std::size_t count;
     std::uint32_t first;
   };
 
+  std::span<const std::uint8_t> file_;
+  const std::uint8_t* data_ = nullptr;
+  std::size_t size_ = 0;
   std::map<std::uint32_t, std::uint32_t> references_;  // security cell -> keys using it
   std::vector<std::uint32_t> allocated_;               // allocated cells, in file order
   std::vector<NoteKind> notes_;
