@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <utility>
 
 #include "base/format.h"
@@ -33,9 +34,14 @@ class Linter {
     }
     data_ = file_.data() + regf::kBaseBlockSize;
     size_ = Get32(base + regf::kBaseDataSize);
+    bigData_ = Get32(base + regf::kBaseMinor) > 3;
     CountFreeCells();
     WalkKeys(Get32(base + regf::kBaseRootCell));
     CheckSecurityList();
+    for (const NoteKind& note : notes_) {
+      report_.notes.push_back(Format(L"%s: %u cells, the first 0x%08X", note.what,
+                                     static_cast<unsigned>(note.count), note.first));
+    }
     return std::move(report_);
   }
 
@@ -51,6 +57,24 @@ class Linter {
     report_.problems.push_back(Format(L"%s (cell 0x%08X)", what, offset));
   }
 
+  // A harmless habit: counted by kind, the first cell kept.
+  void Note(const wchar_t* what, std::uint32_t offset) {
+    for (NoteKind& note : notes_) {
+      if (note.what == what) {
+        ++note.count;
+        return;
+      }
+    }
+    notes_.push_back({what, 1, offset});
+  }
+
+  // A maximum-length field: smaller than what it bounds is a fault, larger a habit.
+  void CheckBound(std::uint32_t stored, std::uint32_t needed, const wchar_t* small,
+                  const wchar_t* large, std::uint32_t nk) {
+    if (stored < needed) Problem(small, nk);
+    if (stored > needed) Note(large, nk);
+  }
+
   void CountFreeCells() {
     std::size_t pos = 0;
     while (pos < size_) {
@@ -62,6 +86,8 @@ class Linter {
         if (raw > 0) {
           ++report_.freeCells;
           report_.freeBytes += length;
+        } else {
+          allocated_.push_back(static_cast<std::uint32_t>(cell));
         }
         cell += length;
       }
@@ -103,7 +129,17 @@ class Linter {
         for (std::size_t k = 0; k < 4 && k < name.size() && latin; ++k) {
           hint[k] = static_cast<std::uint8_t>(name[k]);
         }
-        if (!std::equal(hint, hint + 4, p + 8 + stride * i)) Problem(L"wrong lf hint", list);
+        // Windows writes its own hints for names beyond ASCII; lookups by such names do
+        // not rely on them.
+        if (!std::equal(hint, hint + 4, p + 8 + stride * i)) {
+          const bool ascii =
+              std::all_of(name.begin(), name.end(), [](wchar_t c) { return c < 0x80; });
+          if (ascii) {
+            Problem(L"wrong lf hint", list);
+          } else {
+            Note(L"lf hint differs for a name beyond ASCII", list);
+          }
+        }
       }
     }
   }
@@ -145,55 +181,93 @@ class Linter {
         const bool compressed = (Get16(vk + regf::kVkFlags) & regf::kVkCompressedName) != 0;
         maxValueName = std::max(maxValueName, compressed ? bytes * 2 : bytes);
         maxValueData = std::max(maxValueData, Get32(vk + regf::kVkDataSize) & ~regf::kVkDataInline);
+        CheckBigData(vk);
       }
-      if ((Get32(p + regf::kNkMaxSubKeyName) & 0xFFFF) != maxName) {
-        Problem(L"wrong largest sub key name length", nk);
-      }
-      if (Get32(p + regf::kNkMaxSubKeyClass) != maxClass) {
-        Problem(L"wrong largest sub key class length", nk);
-      }
-      if (Get32(p + regf::kNkMaxValueName) != maxValueName) {
-        Problem(L"wrong largest value name length", nk);
-      }
-      if (Get32(p + regf::kNkMaxValueData) != maxValueData) {
-        Problem(L"wrong largest value data size", nk);
-      }
+      CheckBound(Get32(p + regf::kNkMaxSubKeyName) & 0xFFFF, maxName,
+                 L"largest sub key name length too small",
+                 L"largest sub key name length larger than needed", nk);
+      CheckBound(Get32(p + regf::kNkMaxSubKeyClass), maxClass,
+                 L"largest sub key class length too small",
+                 L"largest sub key class length larger than needed", nk);
+      CheckBound(Get32(p + regf::kNkMaxValueName), maxValueName,
+                 L"largest value name length too small",
+                 L"largest value name length larger than needed", nk);
+      CheckBound(Get32(p + regf::kNkMaxValueData), maxValueData,
+                 L"largest value data size too small",
+                 L"largest value data size larger than needed", nk);
     }
   }
 
+  // Readers take a big data segment's length from its cell (the cell size less 8), so every
+  // segment cell, the last one too, must be that large for the bytes it holds.
+  void CheckBigData(const std::uint8_t* vk) {
+    const std::uint32_t sizeField = Get32(vk + regf::kVkDataSize);
+    if (!bigData_ || (sizeField & regf::kVkDataInline) != 0 || sizeField <= regf::kBigDataSegment) {
+      return;
+    }
+    const std::uint32_t db = Get32(vk + regf::kVkDataOffset);
+    if (CellSize(db) < regf::kDbHeaderSize || !regf::HasSignature(Cell(db), "db")) return;
+    const std::uint8_t* list = Cell(Get32(Cell(db) + regf::kDbSegmentList));
+    const std::size_t segments = Get16(Cell(db) + regf::kDbSegmentCount);
+    std::size_t left = sizeField;
+    for (std::size_t i = 0; i < segments && left > 0; ++i) {
+      const std::uint32_t segment = Get32(list + 4 * i);
+      const std::size_t holds = std::min(regf::kBigDataSegment, left);
+      if (CellSize(segment) < holds + 4)
+        Problem(L"big data segment cell too small for readers", segment);
+      left -= holds;
+    }
+  }
+
+  // An allocated cell holding a key security record.
   bool IsSecurityCell(std::uint32_t offset) const {
-    return offset < size_ && offset % 8 == 0 && references_.count(offset) != 0;
+    return std::binary_search(allocated_.begin(), allocated_.end(), offset) &&
+           CellSize(offset) >= regf::kSkDescriptor && regf::HasSignature(Cell(offset), "sk");
   }
 
   void CheckSecurityList() {
     if (references_.empty()) return;
     for (const auto& [sk, users] : references_) {
-      if (Get32(Cell(sk) + regf::kSkReferenceCount) != users) {
-        Problem(L"security cell reference count differs from its users", sk);
-      }
+      const std::uint32_t count = Get32(Cell(sk) + regf::kSkReferenceCount);
+      if (count < users) Problem(L"security cell counted fewer times than keys use it", sk);
+      if (count > users) Note(L"security cell counted more times than keys use it", sk);
     }
-    // Following the forward links from any cell must visit every cell once and come back; each
-    // backward link must name the cell before.
+    // Following the forward links from a cell in use must come back to it through allocated
+    // security cells, each backward link naming the cell before, and pass every cell in use.
+    // Cells no key uses may be on the list (Windows leaves them).
     const std::uint32_t start = references_.begin()->first;
-    std::uint32_t at = start;
-    for (std::size_t steps = 0; steps < references_.size(); ++steps) {
+    std::set<std::uint32_t> visited{start};
+    for (std::uint32_t at = start;;) {
       const std::uint32_t next = Get32(Cell(at) + regf::kSkFlink);
       if (!IsSecurityCell(next)) return Problem(L"security list leaves the security cells", at);
       if (Get32(Cell(next) + regf::kSkBlink) != at) {
         return Problem(L"security list backward link is wrong", next);
       }
+      if (next == start) break;
+      if (!visited.insert(next).second) return Problem(L"security list is not circular", start);
+      if (references_.count(next) == 0) Note(L"security cell no key uses on the list", next);
       at = next;
-      if (at == start && steps + 1 != references_.size()) {
-        return Problem(L"security list does not hold every security cell", start);
+    }
+    for (const auto& entry : references_) {
+      if (visited.count(entry.first) == 0) {
+        return Problem(L"security list does not hold every security cell", entry.first);
       }
     }
-    if (at != start) Problem(L"security list is not circular", start);
   }
+
+  struct NoteKind {
+    const wchar_t* what;
+    std::size_t count;
+    std::uint32_t first;
+  };
 
   std::span<const std::uint8_t> file_;
   const std::uint8_t* data_ = nullptr;
   std::size_t size_ = 0;
   std::map<std::uint32_t, std::uint32_t> references_;  // security cell -> keys using it
+  std::vector<std::uint32_t> allocated_;               // allocated cells, in file order
+  std::vector<NoteKind> notes_;
+  bool bigData_ = false;  // the format version stores data beyond a segment as big data
   LintReport report_;
 };
 

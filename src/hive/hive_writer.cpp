@@ -173,7 +173,8 @@ class Writer {
       std::fill(nk, nk + regf::kNkName, std::uint8_t{0});
       nk[0] = 'n';
       nk[1] = 'k';
-      std::uint16_t flags = key.flags;
+      // Bits the format does not define are not carried into the new file.
+      auto flags = static_cast<std::uint16_t>(key.flags & regf::kNkDefinedFlags);
       if (compressed) flags |= regf::kNkCompressedName;
       if (isRoot) flags |= regf::kNkHiveEntry | regf::kNkNoDelete;
       Put16(nk + regf::kNkFlags, flags);
@@ -282,7 +283,9 @@ class Writer {
     for (std::size_t i = 0; i < count; ++i) {
       const std::size_t from = i * regf::kBigDataSegment;
       const std::size_t n = std::min(regf::kBigDataSegment, data.size() - from);
-      const std::uint32_t cell = cells_.Allocate(n);
+      // Every segment gets a whole segment cell, the last one too (its tail stays zero), as
+      // Windows allocates them: readers take a segment's length from its cell.
+      const std::uint32_t cell = cells_.Allocate(regf::kBigDataSegment);
       std::copy(data.begin() + static_cast<std::ptrdiff_t>(from),
                 data.begin() + static_cast<std::ptrdiff_t>(from + n), cells_.At(cell));
       segments.push_back(cell);

@@ -62,6 +62,11 @@ constexpr std::size_t kNkName = 76;
 constexpr std::uint16_t kNkHiveEntry = 0x0004;
 constexpr std::uint16_t kNkNoDelete = 0x0008;
 constexpr std::uint16_t kNkCompressedName = 0x0020;
+// Every flag bit the format defines for the Windows versions we write: volatile, hive exit,
+// hive entry, no delete, symbolic link, compressed name, predefined handle and the three
+// virtualization bits. The four high bits held user flags on Windows XP only (they live in the
+// "largest sub key name" field since Windows Vista).
+constexpr std::uint16_t kNkDefinedFlags = 0x03FF;
 
 // Key value.
 constexpr std::size_t kVkNameLength = 2;

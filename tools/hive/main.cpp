@@ -4,8 +4,9 @@
 //   tarnwick-hive save FILE OUT --os 6.1|6.2|6.3|10.0
 //   tarnwick-hive check FILE
 //
-// Exit values: 0 success; 1 the hive cannot be read, saved, or has structural problems; 2 a
-// usage error. Messages go to standard error, the dump to standard output, both in UTF-8.
+// Exit values: 0 success; 1 the hive cannot be read, saved, or has structural faults (notes of
+// harmless habits do not count); 2 a usage error. Messages go to standard error, the dump and
+// the check's notes to standard output, all in UTF-8.
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -130,6 +131,7 @@ int Check(const std::wstring& path) {
   hive::HiveFile file;
   if (!Read(path, &file)) return kFailed;
   const hive::LintReport report = hive::LintHive(file.View());
+  for (const std::wstring& note : report.notes) Write(stdout, path + L": note: " + note + L"\n");
   if (report.problems.empty()) {
     Write(stdout,
           Format(L"%s: sound (%u free cells, %u free bytes)\n", path,

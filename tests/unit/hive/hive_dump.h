@@ -52,6 +52,22 @@ inline std::string Dump(const Key& root) {
   return out;
 }
 
+// The bytes of a value as reglookup prints them (its VALUE field of a REG_BINARY value): "%XX"
+// for a byte it escapes, any other character for itself.
+inline std::vector<std::uint8_t> FromReglookupText(std::string_view text) {
+  std::vector<std::uint8_t> out;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '%' && i + 2 < text.size()) {
+      out.push_back(
+          static_cast<std::uint8_t>(std::stoi(std::string(text.substr(i + 1, 2)), nullptr, 16)));
+      i += 2;
+    } else {
+      out.push_back(static_cast<std::uint8_t>(text[i]));
+    }
+  }
+  return out;
+}
+
 // Runs a shell command; returns its standard output, and its exit status in `status`.
 inline std::string RunCommand(const std::string& command, int* status) {
   std::string out;

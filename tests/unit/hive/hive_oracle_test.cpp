@@ -4,10 +4,13 @@
 // in hive_reg_merge_test.cpp.
 #include <gtest/gtest.h>
 
+#include <map>
+
 #include "base/win32_error.h"
 #include "hive/hive_lint.h"
 #include "hive/hive_reader.h"
 #include "hive/offreg_api.h"
+#include "hive/regf_layout.h"
 #include "hive/security_parts.h"
 #include "hive_dump.h"
 #include "hive_test_util.h"
@@ -192,6 +195,177 @@ TEST(HiveOracle, ApiBuiltHiveWithClassesDescriptorsAndBigValueReadsIdentically) 
         << gamma;
     EXPECT_NE(line("/Beta/Big,BINARY,").size(), 0u);
   }
+}
+
+// `size` bytes that end in non-zero bytes, so that a reader that reads them short shows it.
+std::vector<std::uint8_t> Pattern(std::size_t size) {
+  std::vector<std::uint8_t> data(size);
+  for (std::size_t i = 0; i < size; ++i)
+    data[i] = static_cast<std::uint8_t>((i * 131 + size) % 251 + 1);
+  return data;
+}
+
+// reglookup's lines of the values of key `path` ("/Big"): value name -> the VALUE field.
+std::map<std::string, std::string> ReglookupValues(const std::filesystem::path& hive,
+                                                   const std::string& path, std::string* errors) {
+  int status = 0;
+  const auto err = hive.string() + ".err";
+  const std::string out =
+      RunCommand("reglookup -p " + path + " " + Quote(hive) + " 2>" + Quote(err), &status);
+  EXPECT_EQ(status, 0);
+  const auto bytes = testing::ReadBytes(err);
+  *errors = std::string(bytes.begin(), bytes.end());
+  std::map<std::string, std::string> values;
+  for (std::size_t at = 0; at < out.size();) {
+    const std::size_t end = out.find('\n', at);
+    const std::string line = out.substr(at, end - at);
+    at = end == std::string::npos ? out.size() : end + 1;
+    if (line.rfind(path + "/", 0) != 0) continue;
+    const std::size_t nameEnd = line.find(',');
+    const std::size_t typeEnd = line.find(',', nameEnd + 1);
+    const std::size_t valueEnd = line.find(',', typeEnd + 1);
+    if (line.compare(nameEnd + 1, typeEnd - nameEnd - 1, "KEY") == 0) continue;
+    values[line.substr(path.size() + 1, nameEnd - path.size() - 1)] =
+        line.substr(typeEnd + 1, valueEnd - typeEnd - 1);
+  }
+  return values;
+}
+
+// Values over one big data segment (16,344 bytes), at every size around the segment edges, are
+// saved so that reglookup, hivex and libregf read every byte back: each segment in a whole
+// segment cell, as Windows writes them (those readers take a segment's length from its cell).
+TEST(HiveOracle, BigValuesAtEverySegmentEdgeReadWholeWithEveryReader) {
+  testing::TempFolder folder;
+  ORHKEY hive = nullptr;
+  ASSERT_EQ(tw_ORCreateHive(&hive), err::kSuccess);
+  ORHKEY big = nullptr;
+  ASSERT_EQ(tw_ORCreateKey(hive, L"Big", nullptr, 0, nullptr, &big, nullptr), err::kSuccess);
+  std::vector<std::size_t> sizes = {16343, 16344, 3 * 16344, 3 * 16344 + 1, 73315, 100000, 204803};
+  for (std::size_t extra = 1; extra <= 8; ++extra) {
+    sizes.push_back(16344 + extra);
+    sizes.push_back(2 * 16344 + extra);
+  }
+  std::map<std::string, std::vector<std::uint8_t>> written;
+  for (const std::size_t size : sizes) {
+    const std::string name = "b" + std::to_string(size);
+    written[name] = Pattern(size);
+    ASSERT_EQ(tw_ORSetValue(big, std::wstring(name.begin(), name.end()).c_str(), 3,
+                            written[name].data(), static_cast<DWORD>(size)),
+              err::kSuccess);
+  }
+  // A REG_MULTI_SZ of 16,346 bytes: its last segment holds only the list's final NUL.
+  std::string strings;
+  std::vector<std::uint8_t> multi;
+  for (int i = 0; i < 205; ++i) {
+    const std::string one =
+        (i < 204 ? std::string(39, static_cast<char>('a' + i % 26)) : std::string("the last on"));
+    strings += (i > 0 ? "|" : "") + one;
+    for (const char c : one) multi.insert(multi.end(), {static_cast<std::uint8_t>(c), 0});
+    multi.insert(multi.end(), {0, 0});
+  }
+  multi.insert(multi.end(), {0, 0});
+  ASSERT_EQ(multi.size(), 16346u);
+  ASSERT_EQ(tw_ORSetValue(big, L"multi", 7, multi.data(), static_cast<DWORD>(multi.size())),
+            err::kSuccess);
+  tw_ORCloseKey(big);
+  const auto saved = folder / "big.hiv";
+  ASSERT_EQ(tw_ORSaveHive(hive, saved.wstring().c_str(), 6, 1), err::kSuccess);
+  tw_ORCloseHive(hive);
+
+  const LintReport lint = LintHive(testing::ReadBytes(saved));
+  EXPECT_TRUE(lint.problems.empty() && lint.notes.empty());
+  auto ours = ReadOurs(saved);
+  ASSERT_TRUE(ours);
+  const Key* key = FindChild(*ours->root, L"big");
+  ASSERT_NE(key, nullptr);
+  for (const auto& [name, data] : written) {
+    ASSERT_NE(FindValue(*key, std::wstring(name.begin(), name.end())), nullptr) << name;
+    EXPECT_EQ(FindValue(*key, std::wstring(name.begin(), name.end()))->data, data) << name;
+  }
+  EXPECT_EQ(FindValue(*key, L"multi")->data, multi);
+  // Every line holds a whole value in hex, so equal listings mean every byte read back.
+  const std::string expected = testing::Dump(*ours->root);
+  if (HaveHivex()) {
+    EXPECT_TRUE(HivexDump(saved) == expected) << "hivex reads other bytes";
+  }
+  if (testing::HaveCommand(kPython + " -c 'import pyregf'")) {
+    int status = 0;
+    std::string libregf = RunCommand(
+        kPython + " " + TARNWICK_TESTDATA_DIR + "/hives/regf_dump.py " + Quote(saved), &status);
+    EXPECT_EQ(status, 0);
+    std::string withoutClasses;
+    for (std::size_t at = 0; at < libregf.size();) {
+      const std::size_t next = libregf.find('\n', at) + 1;
+      if (libregf.compare(at, 2, "C ") != 0) withoutClasses += libregf.substr(at, next - at);
+      at = next;
+    }
+    EXPECT_TRUE(withoutClasses == expected) << "libregf reads other bytes";
+  }
+  if (testing::HaveCommand("command -v reglookup")) {
+    std::string errors;
+    const auto values = ReglookupValues(saved, "/Big", &errors);
+    EXPECT_EQ(errors, "");
+    EXPECT_EQ(values.size(), written.size() + 1);
+    for (const auto& [name, data] : written) {
+      const auto found = values.find(name);
+      ASSERT_NE(found, values.end()) << name;
+      EXPECT_TRUE(testing::FromReglookupText(found->second) == data) << "reglookup: " << name;
+    }
+    EXPECT_EQ(values.count("multi") == 1 ? values.at("multi") : "", strings);
+  }
+}
+
+// Key flag bits the format does not define are not saved, so reglookup reads the saved hive
+// without a warning.
+TEST(HiveOracle, JunkKeyFlagBitsAreNotSavedAndReglookupDoesNotWarn) {
+  if (!testing::HaveCommand("command -v reglookup")) GTEST_SKIP() << "reglookup is not installed";
+  testing::TempFolder folder;
+  // A hive with a few keys, all ASCII (reglookup warns about other names too).
+  const auto clean = folder / "clean.hiv";
+  {
+    ORHKEY hive = nullptr;
+    ASSERT_EQ(tw_OROpenHive(testing::TestHive("windows-2003-minimal.hiv").wstring().c_str(), &hive),
+              err::kSuccess);
+    for (const wchar_t* name : {L"One", L"Two", L"Three"}) {
+      ORHKEY key = nullptr;
+      ASSERT_EQ(tw_ORCreateKey(hive, name, nullptr, 0, nullptr, &key, nullptr), err::kSuccess);
+      tw_ORCloseKey(key);
+    }
+    ASSERT_EQ(tw_ORSaveHive(hive, clean.wstring().c_str(), 6, 1), err::kSuccess);
+    tw_ORCloseHive(hive);
+  }
+  auto bytes = testing::ReadBytes(clean);
+  // Set junk bits in every allocated key node of the input.
+  std::size_t junked = 0;
+  for (std::size_t bin = regf::kBaseBlockSize; bin + regf::kBinHeaderSize <= bytes.size();) {
+    const std::size_t end = bin + regf::Get32(bytes.data() + bin + regf::kBinSize);
+    for (std::size_t cell = bin + regf::kBinHeaderSize; cell < end;) {
+      const auto raw = static_cast<std::int32_t>(regf::Get32(bytes.data() + cell));
+      if (raw < 0 && regf::HasSignature(bytes.data() + cell + 4, "nk")) {
+        const std::size_t flags = cell + 4 + regf::kNkFlags;
+        regf::Put16(bytes.data() + flags,
+                    static_cast<std::uint16_t>(regf::Get16(bytes.data() + flags) | 0xAC00));
+        ++junked;
+      }
+      cell += static_cast<std::size_t>(raw < 0 ? -static_cast<std::int64_t>(raw) : raw);
+    }
+    bin = end;
+  }
+  ASSERT_EQ(junked, 4u);
+  const auto input = folder / "junk.hiv";
+  testing::WriteBytes(input, bytes);
+  int status = 0;
+  const std::string warned = RunCommand("reglookup " + Quote(input) + " 2>&1 >/dev/null", &status);
+  ASSERT_NE(warned.find("Unknown key flags"), std::string::npos) << warned;
+
+  ORHKEY hive = nullptr;
+  ASSERT_EQ(tw_OROpenHive(input.wstring().c_str(), &hive), err::kSuccess);
+  const auto saved = folder / "saved.hiv";
+  ASSERT_EQ(tw_ORSaveHive(hive, saved.wstring().c_str(), 6, 1), err::kSuccess);
+  tw_ORCloseHive(hive);
+  const std::string quiet = RunCommand("reglookup " + Quote(saved) + " 2>&1 >/dev/null", &status);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(quiet, "");
 }
 
 }  // namespace

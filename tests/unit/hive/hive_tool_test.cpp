@@ -175,6 +175,21 @@ TEST(HiveTool, ChecksSoundAndBrokenHives) {
   EXPECT_NE(bad.find("wrong lh hash"), std::string::npos) << bad;
   EXPECT_NE(bad.find("is not a sound hive (1 problems)"), std::string::npos) << bad;
 
+  // A stale upper bound, as Windows leaves them: a note, still sound.
+  bytes[list + 8] ^= 1;
+  regf::Put16(
+      bytes.data() + nk + regf::kNkMaxSubKeyName,
+      static_cast<std::uint16_t>(regf::Get16(bytes.data() + nk + regf::kNkMaxSubKeyName) + 8));
+  const auto stale = folder / "stale.hiv";
+  testing::WriteBytes(stale, bytes);
+  const std::string noted = Tool("check " + Quote(stale), &code);
+  EXPECT_EQ(code, 0) << noted;
+  EXPECT_NE(noted.find(": note: largest sub key name length larger than needed: 1 cells, the "
+                       "first 0x"),
+            std::string::npos)
+      << noted;
+  EXPECT_NE(noted.find(": sound ("), std::string::npos) << noted;
+
   const auto text = folder / "text.hiv";
   testing::WriteBytes(text, std::vector<std::uint8_t>(8192, 'x'));
   const std::string notHive = Tool("check " + Quote(text), &code);

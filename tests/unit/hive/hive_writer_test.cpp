@@ -35,6 +35,7 @@ TEST(SerializeHive, RoundTripKeepsEverythingAndPassesTheLint) {
   const auto bytes = SerializeHive(*original->root, 5, L"ntuser.dat", 133000000000000000ull);
   const LintReport lint = LintHive(bytes);
   EXPECT_TRUE(lint.problems.empty()) << Problems(lint);
+  EXPECT_TRUE(lint.notes.empty());  // exact upper bounds and counts, no stale fields
   auto copy = Parse(bytes);
   ASSERT_TRUE(copy);
   EXPECT_EQ(testing::Dump(*copy->root), testing::Dump(*original->root));
@@ -118,16 +119,18 @@ TEST(HiveLint, FindsWhatReadersDoNotCheck) {
                    swapped.begin() + static_cast<long>(list + 12));
   EXPECT_NE(Problems(LintHive(swapped)).find("sub keys out of order"), std::string::npos);
 
-  auto badMax = good;
-  badMax[nk + regf::kNkMaxSubKeyName] ^= 2;
-  EXPECT_NE(Problems(LintHive(badMax)).find("wrong largest sub key name length"),
+  auto smallMax = good;  // an upper bound that does not bound: a fault
+  regf::Put16(smallMax.data() + nk + regf::kNkMaxSubKeyName, 2);
+  EXPECT_NE(Problems(LintHive(smallMax)).find("largest sub key name length too small"),
             std::string::npos);
 
-  auto badCount = good;
+  auto smallCount = good;  // counted fewer times than used: Windows could free it in use
   const std::size_t sk =
       regf::kBaseBlockSize + regf::Get32(good.data() + nk + regf::kNkSecurity) + 4;
-  badCount[sk + regf::kSkReferenceCount] += 1;
-  EXPECT_NE(Problems(LintHive(badCount)).find("reference count"), std::string::npos);
+  regf::Put32(smallCount.data() + sk + regf::kSkReferenceCount,
+              regf::Get32(good.data() + sk + regf::kSkReferenceCount) - 1);
+  EXPECT_NE(Problems(LintHive(smallCount)).find("counted fewer times than keys use it"),
+            std::string::npos);
 
   auto badLink = good;
   regf::Put32(badLink.data() + sk + regf::kSkFlink, 8);
