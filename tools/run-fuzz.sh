@@ -18,6 +18,12 @@ findings="$build/findings"
 rm -rf "$seeds"
 mkdir -p "$corpus" "$findings"
 python3 tests/fuzz/make_hive_seeds.py "$seeds" tests/data/hives
+# The target's private folder goes under TMPDIR: libFuzzer ends without the exit handlers that
+# would remove it, so it is kept in the build folder and removed here.
+export TMPDIR="$PWD/$build/tmp"
+rm -rf "$TMPDIR"
+mkdir -p "$TMPDIR"
+trap 'rm -rf "$TMPDIR"' EXIT
 # The inputs found by earlier runs (kept in the build folder) are merged with the seeds.
 "$build/tests/fuzz/hive_reader_fuzz" -max_total_time="$seconds" -timeout=20 \
   -rss_limit_mb=2560 -print_final_stats=1 -artifact_prefix="$findings/" "$corpus" "$seeds"

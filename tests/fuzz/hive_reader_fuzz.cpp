@@ -95,7 +95,8 @@ void CheckInMemory(std::span<const std::uint8_t> input) {
   }
 }
 
-// A folder of this process's own, removed at exit.
+// A folder of this process's own under TMPDIR, removed at a normal exit (libFuzzer's own end of
+// a run skips that: tools/run-fuzz.sh gives the target a TMPDIR of its own).
 const std::filesystem::path& PrivateFolder() {
   static const std::filesystem::path folder = [] {
     std::random_device seed;
