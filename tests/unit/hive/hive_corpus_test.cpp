@@ -49,7 +49,6 @@ struct CorpusHive {
   unsigned undecodable;  // of those, the ones that cannot read our saved file either
   Logs logs;
   const char* recovered;  // Windows' own recovery of the hive, when the corpus holds it
-  bool bigData;           // holds values stored in big data records (over 16,344 bytes)
 };
 
 constexpr err::Win32Error kOpens = err::kSuccess;
@@ -59,75 +58,68 @@ constexpr err::Win32Error kRefused = err::kNotRegistryFile;
 constexpr CorpusHive kCorpus[] = {
   // Damaged base blocks and files that are no primary hive.
   {"BadBaseBlockHive/BadBaseBlockHive", kRefused, "the base block checksum is wrong", 0, 0,
-   Logs::kReplayed, nullptr, false},  // .LOG1 (old format) holds a sound base block
-  {"EffectiveSizeHive", kRefused, "the base block checksum is wrong", 0, 0, Logs::kNone, nullptr,
-   false},
-  {"GarbageHive", kRefused, "the base block checksum is wrong", 0, 0, Logs::kNone, nullptr, false},
-  {"InvalidParentFragment", kRefused, "signature \"regf\"", 0, 0, Logs::kNone, nullptr, false},
-  {"OldLogWithRemnantData", kRefused, "not a primary hive file", 0, 0, Logs::kNone, nullptr,
-   false},  // a transaction log, not a hive
-  {"TruncatedHiveBin", kRefused, "the base block is truncated", 0, 0, Logs::kNone, nullptr,
-   false},
-  {"TruncatedHive", kRefused, "the file is truncated", 0, 0, Logs::kNone, nullptr, false},
-  {"TruncatedDirtyHive", kRefused, "the file is truncated", 0, 0, Logs::kNone, nullptr, false},
+   Logs::kReplayed, nullptr},  // .LOG1 (old format) holds a sound base block
+  {"EffectiveSizeHive", kRefused, "the base block checksum is wrong", 0, 0, Logs::kNone, nullptr},
+  {"GarbageHive", kRefused, "the base block checksum is wrong", 0, 0, Logs::kNone, nullptr},
+  {"InvalidParentFragment", kRefused, "signature \"regf\"", 0, 0, Logs::kNone, nullptr},
+  {"OldLogWithRemnantData", kRefused, "not a primary hive file", 0, 0, Logs::kNone, nullptr},  // a transaction log, not a hive
+  {"TruncatedHiveBin", kRefused, "the base block is truncated", 0, 0, Logs::kNone, nullptr},
+  {"TruncatedHive", kRefused, "the file is truncated", 0, 0, Logs::kNone, nullptr},
+  {"TruncatedDirtyHive", kRefused, "the file is truncated", 0, 0, Logs::kNone, nullptr},
   // Broken records: hivex, libregf and reglookup read past these, losing or doubling keys.
-  {"BadListHive", kRefused, "cell referenced twice", 0, 0, Logs::kNone, nullptr, false},
-  {"BadSubkeyHive", kRefused, "cell referenced twice", 0, 0, Logs::kNone, nullptr, false},
-  {"DuplicateSubkeysHive", kRefused, "two sub keys with the same name", 0, 0, Logs::kNone, nullptr,
-   false},
+  {"BadListHive", kRefused, "cell referenced twice", 0, 0, Logs::kNone, nullptr},
+  {"BadSubkeyHive", kRefused, "cell referenced twice", 0, 0, Logs::kNone, nullptr},
+  {"DuplicateSubkeysHive", kRefused, "two sub keys with the same name", 0, 0, Logs::kNone, nullptr},
   {"DeletedDataHiveTruncated", kRefused, "reference to no allocated cell", 0, 0, Logs::kNone,
-   nullptr, false},
-  {"TruncatedNameHive", kRefused, "key name runs past its cell", 0, 0, Logs::kNone, nullptr,
-   false},
+   nullptr},
+  {"TruncatedNameHive", kRefused, "key name runs past its cell", 0, 0, Logs::kNone, nullptr},
   // Dirty hives with their logs.
   {"NewDirtyHive1/NewDirtyHive", kOpens, "", 0, 0, Logs::kReplayed,
-   "NewDirtyHive1/RecoveredHive_Windows10", false},
-  {"NewDirtyHive1/RecoveredHive_Windows10", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
+   "NewDirtyHive1/RecoveredHive_Windows10"},
+  {"NewDirtyHive1/RecoveredHive_Windows10", kOpens, "", 0, 0, Logs::kNone, nullptr},
   // NewDirtyHive1 but for its sequence numbers (4 and 3): its .LOG1 is older and skipped, its
   // .LOG2 (the same file) brings it to the tree of Windows' recovery of NewDirtyHive1.
   {"NewDirtyHive2/NewDirtyHive", kOpens, "", 0, 0, Logs::kReplayed,
-   "NewDirtyHive1/RecoveredHive_Windows10", false},
+   "NewDirtyHive1/RecoveredHive_Windows10"},
   // Damaged logs (a wrong base block checksum, a missing dirty vector): Windows refuses them, the
   // hive opens as it stands.
-  {"BadLogHive1/BadLogHive", kOpens, "", 0, 0, Logs::kUnusable, nullptr, false},
-  {"BadLogHive2/BadLogHive", kOpens, "", 0, 0, Logs::kUnusable, nullptr, false},
-  {"BadLogHive3/BadLogHive", kOpens, "", 0, 0, Logs::kUnusable, nullptr, false},
+  {"BadLogHive1/BadLogHive", kOpens, "", 0, 0, Logs::kUnusable, nullptr},
+  {"BadLogHive2/BadLogHive", kOpens, "", 0, 0, Logs::kUnusable, nullptr},
+  {"BadLogHive3/BadLogHive", kOpens, "", 0, 0, Logs::kUnusable, nullptr},
   // Sound hives: odd names, data, lists, flags, security; free cells with old data.
-  {"BigDataHive", kOpens, "", 0, 0, Logs::kNone, nullptr, true},
-  {"BogusKeyNamesHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
-  {"CompHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
-  {"DeletedDataHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
-  {"DeletedTreeHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
-  {"DeletedTreeNoRootFlagHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
-  {"DeletedTreePartialPathHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
-  {"DupNameHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
-  {"EmptyHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
-  {"ExtendedASCIIHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
-  {"HealedHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
-  {"InvalidParentHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},  // parent links ignored
-  {"ManySubkeysHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
-  {"MultiSzHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
-  {"NewFlagsHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
-  {"OffHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
-  {"PairHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
-  {"ReallocValueDataHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
-  {"ReallocValueHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
-  {"RemnantData", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
-  {"RemnantsHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
-  {"SlackHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
-  {"StringValuesHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
+  {"BigDataHive", kOpens, "", 0, 0, Logs::kNone, nullptr},
+  {"BogusKeyNamesHive", kOpens, "", 0, 0, Logs::kNone, nullptr},
+  {"CompHive", kOpens, "", 0, 0, Logs::kNone, nullptr},
+  {"DeletedDataHive", kOpens, "", 0, 0, Logs::kNone, nullptr},
+  {"DeletedTreeHive", kOpens, "", 0, 0, Logs::kNone, nullptr},
+  {"DeletedTreeNoRootFlagHive", kOpens, "", 0, 0, Logs::kNone, nullptr},
+  {"DeletedTreePartialPathHive", kOpens, "", 0, 0, Logs::kNone, nullptr},
+  {"DupNameHive", kOpens, "", 0, 0, Logs::kNone, nullptr},
+  {"EmptyHive", kOpens, "", 0, 0, Logs::kNone, nullptr},
+  {"ExtendedASCIIHive", kOpens, "", 0, 0, Logs::kNone, nullptr},
+  {"HealedHive", kOpens, "", 0, 0, Logs::kNone, nullptr},
+  {"InvalidParentHive", kOpens, "", 0, 0, Logs::kNone, nullptr},  // parent links ignored
+  {"ManySubkeysHive", kOpens, "", 0, 0, Logs::kNone, nullptr},
+  {"MultiSzHive", kOpens, "", 0, 0, Logs::kNone, nullptr},
+  {"NewFlagsHive", kOpens, "", 0, 0, Logs::kNone, nullptr},
+  {"OffHive", kOpens, "", 0, 0, Logs::kNone, nullptr},
+  {"PairHive", kOpens, "", 0, 0, Logs::kNone, nullptr},
+  {"ReallocValueDataHive", kOpens, "", 0, 0, Logs::kNone, nullptr},
+  {"ReallocValueHive", kOpens, "", 0, 0, Logs::kNone, nullptr},
+  {"RemnantData", kOpens, "", 0, 0, Logs::kNone, nullptr},
+  {"RemnantsHive", kOpens, "", 0, 0, Logs::kNone, nullptr},
+  {"SlackHive", kOpens, "", 0, 0, Logs::kNone, nullptr},
+  {"StringValuesHive", kOpens, "", 0, 0, Logs::kNone, nullptr},
   // A differencing hive (regf 1.6): hivex fails on one of its values ("Bad address").
-  {"System_Delta", kOpens, "", kHivex, 0, Logs::kNone, nullptr, false},
+  {"System_Delta", kOpens, "", kHivex, 0, Logs::kNone, nullptr},
   // A key named by a lone surrogate: hivex and libregf cannot decode the name, in either file.
-  {"TruncatedPairHive", kOpens, "", kHivex | kLibregf, kHivex | kLibregf, Logs::kNone, nullptr,
-   false},
-  {"TruncatedPairHive2", kOpens, "", kHivex | kLibregf, kHivex | kLibregf, Logs::kNone, nullptr,
-   false},
-  {"TwoOwnersHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
-  {"UnicodeHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
-  {"UpcaseHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
-  {"ValuesOrderHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},
-  {"WrongOrderHive", kOpens, "", 0, 0, Logs::kNone, nullptr, false},  // lists sorted on save
+  {"TruncatedPairHive", kOpens, "", kHivex | kLibregf, kHivex | kLibregf, Logs::kNone, nullptr},
+  {"TruncatedPairHive2", kOpens, "", kHivex | kLibregf, kHivex | kLibregf, Logs::kNone, nullptr},
+  {"TwoOwnersHive", kOpens, "", 0, 0, Logs::kNone, nullptr},
+  {"UnicodeHive", kOpens, "", 0, 0, Logs::kNone, nullptr},
+  {"UpcaseHive", kOpens, "", 0, 0, Logs::kNone, nullptr},
+  {"ValuesOrderHive", kOpens, "", 0, 0, Logs::kNone, nullptr},
+  {"WrongOrderHive", kOpens, "", 0, 0, Logs::kNone, nullptr},  // lists sorted on save
 };
 // clang-format on
 
@@ -173,66 +165,9 @@ Readings Read(const std::filesystem::path& hive) {
   return out;
 }
 
-std::vector<std::string> Lines(const std::string& text) {
-  std::vector<std::string> lines;
-  for (std::size_t at = 0; at < text.size();) {
-    const std::size_t end = std::min(text.find('\n', at), text.size());
-    lines.push_back(text.substr(at, end - at));
-    at = end + 1;
-  }
-  return lines;
-}
-
-// Whether `saved` is `original` but for value lines whose data is read 1 to 4 bytes short, the
-// way the readers read a big data value whose last segment cell holds only the bytes left over
-// (they take the cell's size, less its 8-byte header, as that segment's length). `hexData`: the
-// data is the last field, in hex (hivex and libregf listings); else it is reglookup's row, where
-// the data is text before the key-only fields.
-bool DiffersOnlyByShortBigData(const std::string& original, const std::string& saved,
-                               bool hexData) {
-  std::vector<std::string> a = Lines(original);
-  std::vector<std::string> b = Lines(saved);
-  std::sort(a.begin(), a.end());
-  std::sort(b.begin(), b.end());
-  std::vector<std::string> onlyA;
-  std::vector<std::string> onlyB;
-  std::set_difference(a.begin(), a.end(), b.begin(), b.end(), std::back_inserter(onlyA));
-  std::set_difference(b.begin(), b.end(), a.begin(), a.end(), std::back_inserter(onlyB));
-  if (onlyA.size() != onlyB.size()) return false;
-  for (std::size_t i = 0; i < onlyA.size(); ++i) {
-    const std::string& full = onlyA[i];
-    const std::string& cut = onlyB[i];
-    const std::size_t shortBy = full.size() - std::min(full.size(), cut.size());
-    if (cut.size() >= full.size() || shortBy > (hexData ? 8u : 12u)) return false;
-    if (hexData) {
-      // "V path name type data": the data is the last field, in hex.
-      if (full.rfind("V ", 0) != 0 || full.compare(0, cut.size(), cut) != 0) return false;
-    } else {
-      // "path,TYPE,data,,,,,": the data is reglookup's text of the bytes (1 to 3 characters
-      // each), followed by the fields of a key, empty for a value.
-      std::size_t prefix = 0;
-      while (prefix < cut.size() && full[prefix] == cut[prefix]) ++prefix;
-      std::size_t suffix = 0;
-      while (suffix < cut.size() - prefix &&
-             full[full.size() - 1 - suffix] == cut[cut.size() - 1 - suffix]) {
-        ++suffix;
-      }
-      if (prefix + suffix != cut.size() || suffix == 0 || cut[cut.size() - suffix] != ',' ||
-          std::count(cut.begin(), cut.begin() + static_cast<std::ptrdiff_t>(prefix), ',') < 2) {
-        return false;
-      }
-    }
-  }
-  return true;
-}
-
 // Compares one reader's listing of the saved file with its listing of the original.
-void ExpectSameListing(const char* reader, const std::string& original, const std::string& saved,
-                       bool bigData, bool hexData) {
+void ExpectSameListing(const char* reader, const std::string& original, const std::string& saved) {
   if (saved == original) return;
-  // The writer still allocates the last segment cell of big data only as large as the bytes
-  // left over: the only difference tolerated, on the hives the table marks.
-  if (bigData && DiffersOnlyByShortBigData(original, saved, hexData)) return;
   ADD_FAILURE() << reader
                 << " reads the saved file differently: " << FirstDifference(saved, original);
 }
@@ -248,19 +183,19 @@ void ExpectSameReadings(const CorpusHive& row, const Readings& original, const R
   const std::string ourListing = testing::Dump(*ours.root);
   if (testing::HaveHivex() && (saved.failed & kHivex) == 0) {
     ExpectSameListing("hivex", (original.failed & kHivex) ? ourListing : original.hivex,
-                      saved.hivex, row.bigData, true);
+                      saved.hivex);
   }
   if (testing::HavePyregf() && (saved.failed & kLibregf) == 0) {
     if (original.failed & kLibregf) {
       ExpectSameListing("libregf", testing::AsLibregfReadsResidentData(ourListing),
-                        testing::WithoutClassLines(saved.libregf), row.bigData, true);
+                        testing::WithoutClassLines(saved.libregf));
     } else {
-      ExpectSameListing("libregf", original.libregf, saved.libregf, row.bigData, true);
+      ExpectSameListing("libregf", original.libregf, saved.libregf);
     }
   }
   if (testing::HaveReglookup() && (saved.failed & kReglookup) == 0 &&
       (original.failed & kReglookup) == 0) {
-    ExpectSameListing("reglookup", original.reglookup, saved.reglookup, row.bigData, false);
+    ExpectSameListing("reglookup", original.reglookup, saved.reglookup);
   }
 }
 
