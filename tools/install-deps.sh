@@ -7,6 +7,7 @@ packages=(
   g++ cmake ninja-build pkg-config git
   libgtest-dev libgmock-dev libpugixml-dev libbenchmark-dev
   g++-mingw-w64-x86-64-posix
+  clang libclang-rt-dev
   reglookup python3-hivex libhivex-bin libwin-hivex-perl libregf-utils python3-libregf
   wine64 libwine
 )

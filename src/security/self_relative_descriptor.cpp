@@ -7,12 +7,9 @@ namespace tw {
 
 SelfRelativeDescriptor SelfRelativeDescriptor::FromAbsolute(
     const security::SecurityDescriptor& sd) {
-  // OwnerAndDaclOf decides which control bits belong to the owner and DACL; it is handed the
-  // control word alone, and the owner and DACL are then written from `sd` itself, not copied.
-  security::SecurityDescriptor controlOnly;
-  controlOnly.control = sd.control;
+  // The owner and DACL part (see OwnerAndDaclOf), written from `sd`'s own parts, not copied.
   security::SelfRelativeParts parts;
-  parts.control = OwnerAndDaclOf(controlOnly).control;
+  parts.control = static_cast<std::uint16_t>(sd.control & kOwnerAndDaclControlBits);
   if (sd.owner) parts.owner = &*sd.owner;
   if (sd.dacl) parts.dacl = &*sd.dacl;
   SelfRelativeDescriptor copy;

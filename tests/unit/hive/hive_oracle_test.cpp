@@ -13,6 +13,7 @@
 #include "hive/regf_layout.h"
 #include "hive/security_parts.h"
 #include "hive_dump.h"
+#include "hive_readers.h"
 #include "hive_test_util.h"
 #include "security/codec/ace.h"
 #include "security/codec/acl.h"
@@ -22,21 +23,11 @@
 namespace tw::hive {
 namespace {
 
+using testing::HaveHivex;
+using testing::HivexDump;
+using testing::kPython;
+using testing::Quote;
 using testing::RunCommand;
-
-const std::string kPython = "/usr/bin/python3";
-const std::string kTool = std::string(TARNWICK_TESTDATA_DIR) + "/hives/hive_tool.py";
-
-bool HaveHivex() { return testing::HaveCommand(kPython + " -c 'import hivex'"); }
-
-std::string Quote(const std::filesystem::path& path) { return "'" + path.string() + "'"; }
-
-std::string HivexDump(const std::filesystem::path& hive) {
-  int status = 0;
-  const std::string out = RunCommand(kPython + " " + kTool + " dump " + Quote(hive), &status);
-  EXPECT_EQ(status, 0) << "hivex could not read " << hive;
-  return out;
-}
 
 std::unique_ptr<Hive> ReadOurs(const std::filesystem::path& path) {
   const auto bytes = testing::ReadBytes(path);

@@ -6,7 +6,6 @@
 // seconds for the 5,000 sub keys): it is kept in the system temp folder under a name made from
 // its inputs. The tests skip when hivexregedit is missing.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <memory>
 #include <string>
@@ -14,73 +13,19 @@
 #include "base/win32_error.h"
 #include "hive/hive_reader.h"
 #include "hive_dump.h"
+#include "hive_readers.h"
 #include "hive_test_util.h"
 
 namespace tw::hive {
 namespace {
 
-using testing::RunCommand;
-
-const std::string kPython = "/usr/bin/python3";
-const std::string kHives = std::string(TARNWICK_TESTDATA_DIR) + "/hives/";
-
-std::string Quote(const std::filesystem::path& path) { return "'" + path.string() + "'"; }
-
-// Runs a command; its standard output, and whether it exited with 0.
-std::string RunShell(const std::string& command, bool* ok) {
-  int status = 0;
-  std::string out = RunCommand(command, &status);
-  *ok = WIFEXITED(status) && WEXITSTATUS(status) == 0;
-  return out;
-}
-
-// Drops the class lines ("C ...") of a regf_dump.py listing.
-std::string WithoutClassLines(const std::string& dump) {
-  std::string out;
-  std::size_t at = 0;
-  while (at < dump.size()) {
-    const std::size_t end = dump.find('\n', at);
-    const std::size_t next = end == std::string::npos ? dump.size() : end + 1;
-    if (dump.compare(at, 2, "C ") != 0) out.append(dump, at, next - at);
-    at = next;
-  }
-  return out;
-}
-
-// The first line where two listings differ, for a readable failure message.
-std::string FirstDifference(const std::string& a, const std::string& b) {
-  std::size_t at = 0;
-  while (at < a.size() && at < b.size() && a[at] == b[at]) ++at;
-  const std::size_t start = a.rfind('\n', at == 0 ? 0 : at - 1);
-  const std::size_t from = start == std::string::npos ? 0 : start + 1;
-  const auto line = [from](const std::string& text) {
-    const std::string rest = text.substr(std::min(from, text.size()), 300);
-    return rest.substr(0, rest.find('\n'));
-  };
-  return "first difference:\n  " + line(a) + "\n  " + line(b);
-}
-
-// libregf (20201007) reads resident value data of 1 to 3 bytes from the end of the 4-byte
-// field rather than its start (where Windows, hivex, reglookup and we put it; the rest of the
-// field is zero). This applies that reading to a listing's value lines, so that what libregf
-// reads can be compared with what the value holds.
-std::string AsLibregfReadsResidentData(const std::string& dump) {
-  std::string out;
-  std::size_t at = 0;
-  while (at < dump.size()) {
-    const std::size_t end = dump.find('\n', at);
-    std::string line = dump.substr(at, end - at);
-    at = end == std::string::npos ? dump.size() : end + 1;
-    const std::size_t lastSpace = line.rfind(' ');
-    const std::string data = line.substr(lastSpace + 1);
-    if (line.rfind("V ", 0) == 0 && data != "-" && data.size() <= 6) {
-      const std::string field = data + std::string(8 - data.size(), '0');
-      line = line.substr(0, lastSpace + 1) + field.substr(8 - data.size());
-    }
-    out += line + "\n";
-  }
-  return out;
-}
+using testing::AsLibregfReadsResidentData;
+using testing::FirstDifference;
+using testing::kHiveScripts;
+using testing::kPython;
+using testing::Quote;
+using testing::RunShell;
+using testing::WithoutClassLines;
 
 class RegMergedHive : public ::testing::Test {
  protected:
@@ -93,7 +38,7 @@ class RegMergedHive : public ::testing::Test {
     saved_ = *folder_ / "saved.hiv";
     const auto reg = *folder_ / "scenarios.reg";
     bool ok = false;
-    RunShell(kPython + " " + kHives + "reg_scenarios.py " + Quote(reg), &ok);
+    RunShell(kPython + " " + kHiveScripts + "reg_scenarios.py " + Quote(reg), &ok);
     if (!ok) {
       skip_ = "the .reg file could not be written";
       return;
@@ -146,16 +91,8 @@ class RegMergedHive : public ::testing::Test {
 
   // hivex's reading of the input, made once.
   static const std::string& InputHivexDump() {
-    static const std::string dump = HivexDump(input_);
+    static const std::string dump = testing::HivexDump(input_);
     return dump;
-  }
-
-  static std::string HivexDump(const std::filesystem::path& hive) {
-    bool ok = false;
-    const std::string out =
-        RunShell(kPython + " " + kHives + "hive_tool.py dump " + Quote(hive), &ok);
-    EXPECT_TRUE(ok) << "hivex could not read " << hive;
-    return out;
   }
 
   static inline std::unique_ptr<testing::TempFolder> folder_;
@@ -267,7 +204,7 @@ TEST_F(RegMergedHive, SavedHiveReadsIdenticallyWithReglookup) {
 }
 
 TEST_F(RegMergedHive, SavedHiveReadsIdenticallyWithHivex) {
-  const std::string saved = HivexDump(saved_);
+  const std::string saved = testing::HivexDump(saved_);
   EXPECT_TRUE(saved == InputHivexDump()) << FirstDifference(saved, InputHivexDump());
 }
 
@@ -279,7 +216,7 @@ TEST_F(RegMergedHive, SavedHiveReadsIdenticallyWithLibregf) {
   // libregf itself cannot read hivex's 100,000-byte value (one cell where it expects big data
   // records), so the saved hive is compared with what hivex reads from the input.
   const std::string libregf =
-      RunShell(kPython + " " + kHives + "regf_dump.py " + Quote(saved_), &ok);
+      RunShell(kPython + " " + kHiveScripts + "regf_dump.py " + Quote(saved_), &ok);
   EXPECT_TRUE(ok);
   const std::string expected = AsLibregfReadsResidentData(InputHivexDump());
   const std::string read = WithoutClassLines(libregf);
