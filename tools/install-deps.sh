@@ -9,6 +9,8 @@ packages=(
   g++-mingw-w64-x86-64-posix
   reglookup python3-hivex libhivex-bin libwin-hivex-perl libregf-utils python3-libregf
   wine64 libwine
+  samba samba-vfs-modules smbclient winbind libwbclient-dev samba-dev python3-samba
+  attr acl iproute2
 )
 
 missing=()
