@@ -21,9 +21,10 @@
 // - The child's DACL lists the inherited entries in the order of the parent's entries.
 // The child gets SE_DACL_PRESENT, plus SE_DACL_AUTO_INHERITED when the parent's DACL has it;
 // SE_DACL_PROTECTED is never inherited. When the parent has no DACL, a NULL DACL or no entry
-// that reaches the child, the child gets an empty inherited DACL (our decision: an offline
-// engine has no creator token with a default DACL to fall back on). A SACL is not inherited
-// (the tool never reads or writes SACLs).
+// that reaches the child, InheritFromParent gives an empty inherited DACL (our decision for the
+// hive engine: an offline engine has no creator token with a default DACL to fall back on);
+// CreateChildDescriptor, for file-system objects, falls back on the creator's default DACL as
+// Windows does. A SACL is not inherited (the tool never reads or writes SACLs).
 #pragma once
 
 #include <cstdint>
