@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "platform/posix/dacl_propagation.h"
 #include "platform/posix/descriptor_store.h"
 #include "platform/posix/errno_win32.h"
 #include "security/codec/inheritance.h"
@@ -21,20 +22,16 @@ std::string ParentOf(const std::string& native) {
   return native.substr(0, slash);
 }
 
-// The entries `native` inherits from its parent folder; none for the root or a parent whose
-// descriptor cannot be read.
-std::vector<security::Ace> InheritedEntries(const std::string& native, bool isFolder,
-                                            const security::Sid& owner,
-                                            const security::Sid& group) {
-  if (native == "/") return {};
+// The descriptor of `native`'s parent folder; nothing for the root or a parent whose descriptor
+// cannot be read.
+std::optional<security::SecurityDescriptor> ParentDescriptor(const std::string& native) {
+  if (native == "/") return std::nullopt;
   const std::string parent = ParentOf(native);
   struct stat info {};
-  if (::stat(parent.c_str(), &info) != 0) return {};
+  if (::stat(parent.c_str(), &info) != 0) return std::nullopt;
   security::SecurityDescriptor parentSd;
-  if (ReadObjectDescriptor(parent, info, parentSd) != err::kSuccess) return {};
-  if (!parentSd.HasDacl() || !parentSd.dacl) return {};
-  return security::InheritedAcl(*parentSd.dacl, isFolder, owner, group, security::kFileMapping)
-      .aces();
+  if (ReadObjectDescriptor(parent, info, parentSd) != err::kSuccess) return std::nullopt;
+  return parentSd;
 }
 
 // Places `dacl` (nothing: the NULL DACL) into `sd` as a write with `protection` does.
@@ -61,21 +58,43 @@ err::Win32Error PlaceDacl(const std::string& native, bool isFolder,
     sd.SetNullDacl();
     return err::kSuccess;
   }
-  std::vector<security::Ace> aces;
-  for (const security::Ace& ace : dacl->aces()) {
-    if (!ace.IsInherited()) aces.push_back(ace);
-  }
-  const security::Sid owner = sd.owner.value_or(security::Sid());
-  const security::Sid group = sd.group.value_or(security::Sid());
-  for (security::Ace& ace : InheritedEntries(native, isFolder, owner, group)) {
-    aces.push_back(std::move(ace));
-  }
+  const std::optional<security::SecurityDescriptor> parent = ParentDescriptor(native);
+  const security::Acl* parentDacl =
+      parent && parent->HasDacl() && parent->dacl ? &*parent->dacl : nullptr;
   security::Acl combined;
-  const err::Win32Error error =
-      security::Acl::FromAces(dacl->revision(), std::move(aces), &combined);
+  const err::Win32Error error = security::ReinheritedAcl(
+      *dacl, parentDacl, isFolder, sd.owner.value_or(security::Sid()),
+      sd.group.value_or(security::Sid()), security::kFileMapping, &combined);
   if (error != err::kSuccess) return error;
   sd.SetDacl(std::move(combined));
   return err::kSuccess;
+}
+
+// The default DACL of the process's token: full control for its user and for SYSTEM.
+security::Acl ProcessDefaultDacl(const security::Sid& user) {
+  security::Acl dacl;
+  security::Acl::FromAces(
+      security::kAclRevision,
+      {security::Ace::Allowed(security::kGenericAll, user),
+       security::Ace::Allowed(security::kGenericAll, security::LocalSystemSid())},
+      &dacl);
+  return dacl;
+}
+
+// The descriptor a new object at `native` receives without a DACL of its own: owner `owner`
+// (the process's user when empty), group the server's, DACL as CreateChildDescriptor computes.
+security::SecurityDescriptor ChildDescriptor(const std::string& native, const struct stat& info,
+                                             const std::optional<security::Sid>& owner) {
+  const security::SecurityDescriptor server =
+      DescriptorFromMode(info.st_uid, info.st_gid, info.st_mode);
+  const security::Sid creator =
+      server.owner.value_or(security::UnixUserSid(static_cast<std::uint32_t>(info.st_uid)));
+  const security::Sid group =
+      server.group.value_or(security::UnixGroupSid(static_cast<std::uint32_t>(info.st_gid)));
+  const std::optional<security::SecurityDescriptor> parent = ParentDescriptor(native);
+  return security::CreateChildDescriptor(parent ? &*parent : nullptr, S_ISDIR(info.st_mode),
+                                         owner.value_or(creator), group,
+                                         ProcessDefaultDacl(creator), security::kFileMapping);
 }
 
 // Makes an S-1-22-1-uid owner the POSIX owner too, when the process may.
@@ -148,6 +167,7 @@ err::Win32Error WriteObjectSecurity(const std::string& native, const SecurityWri
   }
   if (const err::Win32Error error = StoreDescriptor(native, sd)) return error;
   if (write.writeOwner) ChangePosixOwner(native, info, *write.owner);
+  if (write.writeDacl && S_ISDIR(info.st_mode)) return PropagateInheritance(native, sd);
   return err::kSuccess;
 }
 
@@ -155,10 +175,7 @@ err::Win32Error StoreNewObjectSecurity(const std::string& native,
                                        const security::SecurityDescriptor& given) {
   struct stat info {};
   if (const err::Win32Error error = StatObject(native, info)) return error;
-  security::SecurityDescriptor sd = DescriptorFromMode(info.st_uid, info.st_gid, info.st_mode);
-  const security::Sid owner =
-      given.owner.value_or(security::UnixUserSid(static_cast<std::uint32_t>(::geteuid())));
-  sd.owner = owner;
+  security::SecurityDescriptor sd = ChildDescriptor(native, info, given.owner);
   if (given.HasDacl()) {
     const DaclProtection protection = (given.control & security::kSeDaclProtected) != 0
                                           ? DaclProtection::kProtected
@@ -168,8 +185,14 @@ err::Win32Error StoreNewObjectSecurity(const std::string& native,
     if (error != err::kSuccess) return error;
   }
   if (const err::Win32Error error = StoreDescriptor(native, sd)) return error;
-  ChangePosixOwner(native, info, owner);
+  if (sd.owner) ChangePosixOwner(native, info, *sd.owner);
   return err::kSuccess;
+}
+
+err::Win32Error InheritNewObjectSecurity(const std::string& native) {
+  struct stat info {};
+  if (const err::Win32Error error = StatObject(native, info)) return error;
+  return StoreDescriptor(native, ChildDescriptor(native, info, std::nullopt));
 }
 
 }  // namespace tw::posix

@@ -294,8 +294,15 @@ TEST_F(PosixSecurityPortTest, CreatesAFolderWithADescriptor) {
   EXPECT_EQ(Read("new"), OwnerAndDaclOf(sd));
   EXPECT_EQ(port.CreateFolderWithSecurity(Win("new"), &sd), err::kAlreadyExists);
   EXPECT_EQ(port.CreateFolderWithSecurity(Win("gone/new"), &sd), err::kPathNotFound);
+  // Without a descriptor the folder inherits; the temporary folder passes nothing on, so it
+  // gets the process's default DACL.
   ASSERT_EQ(port.CreateFolderWithSecurity(Win("bare"), nullptr), err::kSuccess);
-  EXPECT_FALSE(HasStoredDescriptor("bare"));
+  const Sid me = security::UnixUserSid(::geteuid());
+  SecurityDescriptor expected;
+  expected.owner = me;
+  expected.SetDacl(
+      MakeAcl({Ace::Allowed(0x1F01FF, me), Ace::Allowed(0x1F01FF, security::LocalSystemSid())}));
+  EXPECT_EQ(Read("bare"), expected);
 }
 
 TEST_F(PosixSecurityPortTest, CreatesAFolderPathGivingEachNewFolderTheDescriptor) {
