@@ -1,6 +1,6 @@
 #include "platform/posix/smb_conf.h"
 
-#include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <optional>
@@ -134,6 +134,14 @@ class Reader {
   }
 
  private:
+  void AddServerName(std::string_view name) {
+    if (name.empty()) return;
+    for (const std::string& known : conf_.serverNames) {
+      if (SameName(known, name)) return;
+    }
+    conf_.serverNames.emplace_back(name);
+  }
+
   bool IncludeLoop(const std::string& file, std::wstring& problem) {
     problem = Format(L"Samba configuration \"%s\": the include of \"%s\" loops",
                      Utf8ToWide(topFile_), Utf8ToWide(file));
@@ -227,14 +235,6 @@ class Reader {
   std::size_t current_ = kGlobal;
   std::string netbiosName_;
   std::string netbiosAliases_;
-
-  void AddServerName(std::string_view name) {
-    if (name.empty()) return;
-    for (const std::string& known : conf_.serverNames) {
-      if (SameName(known, name)) return;
-    }
-    conf_.serverNames.emplace_back(name);
-  }
 };
 
 }  // namespace
