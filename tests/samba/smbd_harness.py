@@ -65,13 +65,21 @@ def check_can_run():
 def enter_private_network():
     """Runs this script again inside a network namespace of its own (once)."""
     if os.environ.get(_NAMESPACE_MARK) == "1":
+        # Stopped from outside (a test timeout): leave through the clean-up code.
+        for sig in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
+            signal.signal(sig, lambda number, frame: sys.exit(1))
         subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
         return
     env = dict(os.environ, **{_NAMESPACE_MARK: "1"})
-    result = subprocess.run(["unshare", "-n", "--", sys.executable] + sys.argv, env=env)
-    if result.returncode < 0:
-        sys.exit(1)
-    sys.exit(result.returncode)
+    child = subprocess.Popen(["unshare", "-n", "--", sys.executable] + sys.argv, env=env)
+
+    def forward(number, frame):
+        child.send_signal(number)  # unshare (without --fork) became the script itself
+
+    for sig in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
+        signal.signal(sig, forward)
+    code = child.wait()
+    sys.exit(1 if code < 0 else code)
 
 
 def _run(args, stdin=None, check=True, env=None):
