@@ -9,6 +9,7 @@
 #include "platform/posix/dacl_propagation.h"
 #include "platform/posix/descriptor_store.h"
 #include "platform/posix/errno_win32.h"
+#include "platform/posix/samba/account_map.h"
 #include "security/codec/inheritance.h"
 #include "security/codec/well_known_sids.h"
 
@@ -97,10 +98,11 @@ security::SecurityDescriptor ChildDescriptor(const std::string& native, const st
                                          ProcessDefaultDacl(creator), security::kFileMapping);
 }
 
-// Makes an S-1-22-1-uid owner the POSIX owner too, when the process may.
+// Makes the account `owner` maps to (samba/account_map.h) the POSIX owner too, when the process
+// may; an owner no account stands for leaves the POSIX owner as it is.
 void ChangePosixOwner(const std::string& native, const struct stat& info,
                       const security::Sid& owner) {
-  const std::optional<std::uint32_t> uid = security::UnixUidFromSid(owner);
+  const std::optional<std::uint32_t> uid = samba::Accounts().UidOf(owner);
   if (!uid || static_cast<uid_t>(*uid) == info.st_uid) return;
   // A refused chown (EPERM for an unprivileged process) leaves only the stored owner changed.
   static_cast<void>(::lchown(native.c_str(), static_cast<uid_t>(*uid), static_cast<gid_t>(-1)));
@@ -127,7 +129,7 @@ err::Win32Error ReadObjectDescriptor(const std::string& native, const struct sta
   std::optional<security::SecurityDescriptor> stored;
   const err::Win32Error error = LoadStoredDescriptor(native, stored);
   if (error != err::kSuccess) return error;
-  sd = stored ? std::move(*stored) : DescriptorFromMode(info.st_uid, info.st_gid, info.st_mode);
+  sd = stored ? std::move(*stored) : DerivedDescriptor(native, info);
   return err::kSuccess;
 }
 
@@ -141,7 +143,7 @@ err::Win32Error ReadObjectDescriptor(const std::string& native, security::Securi
   struct stat info {};
   if (const err::Win32Error error = StatObject(native, info)) return error;
   if (loaded != err::kSuccess) return loaded;
-  sd = DescriptorFromMode(info.st_uid, info.st_gid, info.st_mode);
+  sd = DerivedDescriptor(native, info);
   return err::kSuccess;
 }
 
@@ -165,8 +167,9 @@ err::Win32Error WriteObjectSecurity(const std::string& native, const SecurityWri
         PlaceDacl(native, S_ISDIR(info.st_mode), write.dacl, write.protection, sd);
     if (error != err::kSuccess) return error;
   }
-  if (const err::Win32Error error = StoreDescriptor(native, sd)) return error;
+  // The owner first: the stored attribute carries the hash of the POSIX owner.
   if (write.writeOwner) ChangePosixOwner(native, info, *write.owner);
+  if (const err::Win32Error error = StoreDescriptor(native, sd)) return error;
   if (write.writeDacl && S_ISDIR(info.st_mode)) return PropagateInheritance(native, sd);
   return err::kSuccess;
 }
@@ -184,9 +187,9 @@ err::Win32Error StoreNewObjectSecurity(const std::string& native,
         PlaceDacl(native, S_ISDIR(info.st_mode), given.dacl, protection, sd);
     if (error != err::kSuccess) return error;
   }
-  if (const err::Win32Error error = StoreDescriptor(native, sd)) return error;
+  // The owner first: the stored attribute carries the hash of the POSIX owner.
   if (sd.owner) ChangePosixOwner(native, info, *sd.owner);
-  return err::kSuccess;
+  return StoreDescriptor(native, sd);
 }
 
 err::Win32Error InheritNewObjectSecurity(const std::string& native) {
