@@ -56,12 +56,17 @@ class Results:
             print(f"FAIL {name}" + (f"\n     {detail}" if detail else ""), flush=True)
         return ok
 
-    def items(self, name, problems, count):
-        """One check over many items: passes when no item had a problem."""
-        detail = "\n     ".join(problems[:8])
+    def items(self, name, problems, kinds):
+        """One check over many items (kinds: relative path -> is a folder): passes when no item
+        had a problem; problems are (relative path, text)."""
+        bad = sorted({rel for rel, _ in problems})
+        folders = sum(1 for rel in bad if kinds.get(rel, False))
+        lines = [f"{len(bad)} of {len(kinds)} items wrong ({folders} folders, "
+                 f"{len(bad) - folders} files)"]
+        lines += [f"{rel or '(the profile folder)'}: {text}" for rel, text in problems[:8]]
         if len(problems) > 8:
-            detail += f"\n     ... and {len(problems) - 8} more"
-        return self.check(f"{name} ({count} items)", not problems, detail)
+            lines.append(f"... and {len(problems) - 8} more")
+        return self.check(f"{name} ({len(kinds)} items)", not problems, "\n     ".join(lines))
 
 
 # -- what smbd shows
@@ -293,12 +298,13 @@ def prepare_and_check(results, server, share, sample, work, tarnwick):
 
     after_acls = query_acls(server, root, source_paths)
     after_infos = query_infos(server, root, source_paths)
-    changed = [f"{p}: {before_acls[p]} -> {after_acls[p]}" for p in source_paths
+    changed = [(p, f"{before_acls[p]} -> {after_acls[p]}") for p in source_paths
                if before_acls[p] != after_acls[p]]
-    changed += [f"{p}: {before_infos[p]} -> {after_infos[p]}" for p in source_paths
+    changed += [(p, f"{before_infos[p]} -> {after_infos[p]}") for p in source_paths
                 if before_infos[p] != after_infos[p]]
-    results.items("the source profiles seen through smbd are unchanged", changed,
-                  len(source_paths))
+    kinds = {share_path(p, rel): is_folder for p, items in sources.items()
+             for rel, is_folder in items.items()}
+    results.items("the source profiles seen through smbd are unchanged", changed, kinds)
 
     # The worked example of the README: the source folder and file with the extra entry, and
     # their migrated copies, as smbcacls shows them with names.
@@ -327,17 +333,17 @@ def check_target(results, server, root, share, profile, target, source_items, so
     for rel, _ in copied:
         src, dst = source_acls[share_path(profile, rel)], acls[share_path(target, rel)]
         if "error" in dst:
-            problems.append(f"{rel}: {dst['error']}")
+            problems.append((rel, f"{dst['error']}"))
             continue
         if dst["owner"] != src["owner"]:
-            problems.append(f"{rel}: owner {dst['owner']}, source {src['owner']}")
+            problems.append((rel, f"owner {dst['owner']}, source {src['owner']}"))
         if dst["control"] & DACL_CONTROL != src["control"] & DACL_CONTROL:
-            problems.append(f"{rel}: control 0x{dst['control']:04x}, source 0x{src['control']:04x}")
+            problems.append((rel, f"control 0x{dst['control']:04x}, source 0x{src['control']:04x}"))
         if dst["aces"] != src["aces"]:
-            problems.append(f"{rel}: DACL {format_aces(dst['aces'])}\n"
-                            f"       source {format_aces(src['aces'])}")
+            problems.append((rel, f"DACL {format_aces(dst['aces'])}\n"
+                            f"       source {format_aces(src['aces'])}"))
     results.items(f"{target}: copied items carry the source's owner, DACL control and DACL",
-                  problems, len(copied))
+                  problems, dict(copied))
 
     problems = []
     for rel, _ in copied:
@@ -346,27 +352,27 @@ def check_target(results, server, root, share, profile, target, source_items, so
         src, dst = source_infos[share_path(profile, rel)], infos[share_path(target, rel)]
         for field in ALLINFO_FIELDS:
             if src.get(field) != dst.get(field):
-                problems.append(f"{rel}: {field} {dst.get(field)!r}, source {src.get(field)!r}")
+                problems.append((rel, f"{field} {dst.get(field)!r}, source {src.get(field)!r}"))
     results.items(f"{target}: copied items show the source's DOS attributes and times",
-                  problems, len(copied) - 1)
+                  problems, {rel: is_folder for rel, is_folder in copied if rel})
 
     problems = []
     for rel, is_folder in created:
         dst = acls[share_path(target, rel)]
         parent = acls.get(share_path(target, os.path.dirname(rel)))
         if "error" in dst or parent is None or "error" in parent:
-            problems.append(f"{rel}: {dst.get('error', 'no parent descriptor')}")
+            problems.append((rel, f"{dst.get('error', 'no parent descriptor')}"))
             continue
         expected = inherited_aces(parent["aces"], is_folder, source_root["owner"], dst["group"])
         if dst["owner"] != source_root["owner"]:
-            problems.append(f"{rel}: owner {dst['owner']}, expected {source_root['owner']}")
+            problems.append((rel, f"owner {dst['owner']}, expected {source_root['owner']}"))
         if dst["control"] & DACL_CONTROL != 0x0404:
-            problems.append(f"{rel}: control 0x{dst['control']:04x}, expected DI and DP only")
+            problems.append((rel, f"control 0x{dst['control']:04x}, expected DI and DP only"))
         if dst["aces"] != expected:
-            problems.append(f"{rel}: DACL {format_aces(dst['aces'])}\n"
-                            f"       expected {format_aces(expected)}")
+            problems.append((rel, f"DACL {format_aces(dst['aces'])}\n"
+                            f"       expected {format_aces(expected)}"))
     results.items(f"{target}: items made without explicit security inherit as on Windows",
-                  problems, len(created))
+                  problems, dict(created))
 
     check_blobs(results, share, target, items, acls)
 
@@ -380,12 +386,12 @@ def check_blobs(results, share, target, items, acls):
         try:
             blob = os.getxattr(path, "security.NTACL", follow_symlinks=False)
         except OSError as error:
-            problems.append(f"{rel}: no security.NTACL ({error.strerror})")
+            problems.append((rel, f"no security.NTACL ({error.strerror})"))
             continue
         try:
             ntacl = ndr_unpack(xattr.NTACL, blob)
         except Exception as error:  # noqa: BLE001 - any decoding failure is the finding
-            problems.append(f"{rel}: security.NTACL does not decode: {error}")
+            problems.append((rel, f"security.NTACL does not decode: {error}"))
             continue
         versions.add(ntacl.version)
         sd = ntacl.info.sd if ntacl.version != 1 else ntacl.info
@@ -398,9 +404,9 @@ def check_blobs(results, share, target, items, acls):
         served = acls[share_path(target, rel)]
         for key, value in stored.items():
             if served.get(key) != value:
-                problems.append(f"{rel}: smbd serves {key} {served.get(key)}, the blob holds {value}")
+                problems.append((rel, f"smbd serves {key} {served.get(key)}, the blob holds {value}"))
     results.items(f"{target}: security.NTACL decodes with Samba's NDR code and smbd serves it "
-                  f"as it is (versions {sorted(versions)})", problems, len(items))
+                  f"as it is (versions {sorted(versions)})", problems, items)
 
 
 def check_access(results, server, alice, mallory, target, work):
