@@ -3,6 +3,7 @@
 #include <sys/xattr.h>
 #include <time.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <span>
@@ -127,6 +128,24 @@ security::SecurityDescriptor HashedDescriptor(const std::string& native, const s
   return sd;
 }
 
+bool FirstBytesAre(const std::vector<std::uint8_t>& field, const samba::Sha256Digest& digest) {
+  return field.size() >= digest.size() && std::equal(digest.begin(), digest.end(), field.begin());
+}
+
+// Whether the server would serve a stored attribute as it is: versions 1 and 2 always; versions
+// 3 and 4 only with SHA-256 hashes of which one still describes the file (a version 4 one's
+// POSIX ACL hash, else the hash of the descriptor derived from the POSIX permissions).
+bool StillCurrent(const std::string& native, const samba::NtAclBlob& blob) {
+  if (blob.version < 3) return true;
+  if (blob.hashType != samba::kHashTypeSha256) return false;
+  struct stat info {};
+  if (::lstat(native.c_str(), &info) != 0) return true;  // the caller's next look reports it
+  if (blob.version == 4 && FirstBytesAre(blob.sysAclHash, samba::SysAclHash(native, info))) {
+    return true;
+  }
+  return FirstBytesAre(blob.hash, samba::DescriptorHash(HashedDescriptor(native, info)));
+}
+
 }  // namespace
 
 err::Win32Error LoadStoredDescriptor(const std::string& native,
@@ -168,6 +187,12 @@ err::Win32Error LoadStoredDescriptor(const std::string& native,
   if (problem != samba::NtAclProblem::kNone) {
     Log(L"The stored security descriptor of %s is %s; it is read as none.", Utf8ToWide(native),
         std::wstring(samba::NtAclProblemText(problem)));
+    return err::kSuccess;
+  }
+  if (!StillCurrent(native, blob)) {
+    Log(L"The stored security descriptor of %s has a hash that does not match the file; it is "
+        L"read as none.",
+        Utf8ToWide(native));
     return err::kSuccess;
   }
   sd.emplace(std::move(blob.sd));

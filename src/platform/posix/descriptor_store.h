@@ -8,10 +8,10 @@
 // attribute is read and written with the l*xattr calls, so a symbolic link is never followed.
 // Attributes in the "security." namespace need root: the tool runs as root on the server.
 //
-// Every version (1-4) is read; a value that is truncated, of an unknown version or holds no
-// valid descriptor is logged once, naming the object, and read as none. Hashes are not checked
-// on reading: the stored descriptor is the truth for this tool, as it is for the server's own
-// tools.
+// Every version (1-4) is read, as the server reads it: a value that is truncated, of an unknown
+// version or holds no valid descriptor, and a version 3 or 4 value none of whose hashes still
+// describes the file (the server then shows the POSIX view: someone changed the owner, mode or
+// POSIX ACL behind its back), is logged once, naming the object, and read as none.
 //
 // When nothing is stored, the descriptor is the one the server derives from the owner, group,
 // mode and POSIX ACL (DerivedDescriptor).

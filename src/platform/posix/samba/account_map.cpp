@@ -131,25 +131,16 @@ class ServerAccountMap final : public AccountMap {
     command += " 2>/dev/null";
     FILE* pipe = ::popen(command.c_str(), "r");
     if (pipe == nullptr) return;
-    char line[512];
-    std::string user;
-    while (std::fgets(line, sizeof line, pipe) != nullptr) {
-      const std::string text(line);
-      const std::string::size_type colon = text.find(':');
-      if (colon == std::string::npos) continue;
-      const std::string key = text.substr(0, colon);
-      const std::string value = Trimmed(text.substr(colon + 1));
-      if (key == "Unix username") {
-        user = value;
-      } else if (key == "User SID" && !user.empty()) {
-        const passwd* entry = ::getpwnam(user.c_str());
-        if (auto sid = SidFromText(value); sid && entry != nullptr) {
-          users_.emplace(static_cast<std::uint32_t>(entry->pw_uid), *sid);
-        }
-        user.clear();
+    std::string output;
+    char chunk[4096];
+    std::size_t got = 0;
+    while ((got = std::fread(chunk, 1, sizeof chunk, pipe)) > 0) output.append(chunk, got);
+    ::pclose(pipe);
+    for (auto& [name, sid] : ParsePassdbUsers(output)) {
+      if (const passwd* entry = ::getpwnam(name.c_str())) {
+        users_.emplace(static_cast<std::uint32_t>(entry->pw_uid), std::move(sid));
       }
     }
-    ::pclose(pipe);
   }
 
   std::once_flag winbindOnce_;
@@ -165,6 +156,31 @@ AccountMap*& Installed() {
 }
 
 }  // namespace
+
+std::vector<std::pair<std::string, security::Sid>> ParsePassdbUsers(std::string_view verbose) {
+  std::vector<std::pair<std::string, security::Sid>> users;
+  std::string user;
+  std::size_t at = 0;
+  while (at < verbose.size()) {
+    std::size_t end = verbose.find('\n', at);
+    if (end == std::string_view::npos) end = verbose.size();
+    const std::string line(verbose.substr(at, end - at));
+    at = end + 1;
+    const std::string::size_type colon = line.find(':');
+    if (colon == std::string::npos) continue;
+    const std::string key = line.substr(0, colon);
+    const std::string value = Trimmed(line.substr(colon + 1));
+    if (key == "Unix username") {
+      user = value;
+    } else if (key == "User SID" && !user.empty()) {
+      if (auto sid = SidFromText(value)) users.emplace_back(user, *sid);
+      user.clear();
+    }
+  }
+  return users;
+}
+
+std::unique_ptr<AccountMap> MakeServerAccountMap() { return std::make_unique<ServerAccountMap>(); }
 
 AccountMap& Accounts() {
   if (AccountMap* map = Installed()) return *map;

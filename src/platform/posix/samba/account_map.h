@@ -8,7 +8,12 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "security/codec/sid.h"
 
@@ -22,6 +27,14 @@ class AccountMap {
   virtual security::Sid SidOfUid(std::uint32_t uid) = 0;
   virtual security::Sid SidOfGid(std::uint32_t gid) = 0;
 };
+
+// A new map of the server's accounts (what Accounts() gives unless a test installed another). Its
+// passdb is read on first need, from the configuration TARNWICK_SMB_CONF names then, else the
+// server's own.
+std::unique_ptr<AccountMap> MakeServerAccountMap();
+
+// The users of "pdbedit -L -v" output: each "Unix username:" with the "User SID:" after it.
+std::vector<std::pair<std::string, security::Sid>> ParsePassdbUsers(std::string_view verbose);
 
 // The process's map (the server's), unless a test installed another.
 AccountMap& Accounts();

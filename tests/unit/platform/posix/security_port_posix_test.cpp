@@ -319,6 +319,46 @@ TEST_F(PosixSecurityPortTest, DamagedStoredDescriptorReadsAsNoneWithALogLineAndI
   EXPECT_EQ(Read("bad.txt").owner, Anna());
 }
 
+// As the server judges a stored descriptor: one whose hashes no longer describe the file (a
+// wrong hash, or a mode changed behind its back) reads as none, with a log line naming it.
+TEST_F(PosixSecurityPortTest, StoredDescriptorWithAWrongHashReadsAsNone) {
+  folder.WriteFile("h.txt", "h");
+  const SecurityDescriptor derived = Read("h.txt");
+  const Acl dacl = MakeAcl({Ace::Allowed(0x1F01FF, Anna())});
+  ASSERT_EQ(
+      port.WriteNamedSecurity(Win("h.txt"), OwnerAndDacl(Anna(), dacl, DaclProtection::kProtected)),
+      err::kSuccess);
+  EXPECT_EQ(Read("h.txt").dacl, dacl);
+  std::vector<char> blob(4096);
+  const ssize_t size =
+      ::lgetxattr(Native("h.txt").c_str(), posix::kDescriptorAttribute, blob.data(), blob.size());
+  ASSERT_GT(size, 160);
+  std::vector<char> wrong(blob.begin(), blob.begin() + size);
+  wrong[14] = static_cast<char>(wrong[14] ^ 1);  // the descriptor hash
+  wrong[96] = static_cast<char>(wrong[96] ^ 1);  // the POSIX ACL hash
+  ASSERT_EQ(::lsetxattr(Native("h.txt").c_str(), posix::kDescriptorAttribute, wrong.data(),
+                        wrong.size(), 0),
+            0);
+  testing::LogCapture log;
+  EXPECT_EQ(Read("h.txt"), derived);
+  ASSERT_EQ(log.messages().size(), 1u);
+  EXPECT_NE(log.messages()[0].find(Utf8ToWide(Native("h.txt"))), std::wstring::npos);
+
+  // Only the POSIX ACL hash wrong: the descriptor hash still describes the file.
+  wrong = std::vector<char>(blob.begin(), blob.begin() + size);
+  wrong[96] = static_cast<char>(wrong[96] ^ 1);
+  ASSERT_EQ(::lsetxattr(Native("h.txt").c_str(), posix::kDescriptorAttribute, wrong.data(),
+                        wrong.size(), 0),
+            0);
+  EXPECT_EQ(Read("h.txt").dacl, dacl);
+
+  // A mode changed behind the server's back: both hashes are stale.
+  ASSERT_EQ(::chmod(Native("h.txt").c_str(), 0600), 0);
+  log.Clear();
+  EXPECT_NE(Read("h.txt").dacl, dacl);
+  EXPECT_EQ(log.messages().size(), 1u);
+}
+
 TEST_F(PosixSecurityPortTest, CreatesAFolderWithADescriptor) {
   SecurityDescriptor sd;
   sd.owner = Anna();
