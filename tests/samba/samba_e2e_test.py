@@ -63,9 +63,12 @@ class Results:
         folders = sum(1 for rel in bad if kinds.get(rel, False))
         lines = [f"{len(bad)} of {len(kinds)} items wrong ({folders} folders, "
                  f"{len(bad) - folders} files)"]
-        lines += [f"{rel or '(the profile folder)'}: {text}" for rel, text in problems[:8]]
-        if len(problems) > 8:
-            lines.append(f"... and {len(problems) - 8} more")
+        # Some of the folders' problems and some of the files'.
+        shown = ([p for p in problems if kinds.get(p[0], False)][:4] +
+                 [p for p in problems if not kinds.get(p[0], False)][:4])
+        lines += [f"{rel or '(the profile folder)'}: {text}" for rel, text in shown]
+        if len(problems) > len(shown):
+            lines.append(f"... and {len(problems) - len(shown)} more")
         return self.check(f"{name} ({len(kinds)} items)", not problems, "\n     ".join(lines))
 
 

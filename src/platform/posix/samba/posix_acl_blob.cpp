@@ -34,6 +34,7 @@ std::uint16_t ServerTag(std::uint16_t kernelTag) {
 
 void PutAcl(NdrWriter& out, const std::vector<PosixAclEntry>& acl) {
   out.U32(static_cast<std::uint32_t>(acl.size()));  // the array's conformance
+  out.Align(8);  // the structure itself is aligned as its widest member (the entries' ids)
   out.U32(static_cast<std::uint32_t>(acl.size()));  // count
   out.U32(0);                                       // next
   for (const PosixAclEntry& entry : acl) {
