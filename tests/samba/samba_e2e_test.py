@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """tarnwick on a Samba file server, judged through a real smbd as a Windows client sees it.
 
-    samba_e2e_test.py TARNWICK SAMPLE_SHARE_TOOL [--keep]
+    samba_e2e_test.py TARNWICK SAMPLE_SHARE_TOOL [--keep] [--verbose]
 
 A user uploads a V1 and a V5 profile with smbclient into a share served with acl_xattr; she gives
 her profile folders a protected DACL (herself, SYSTEM, Administrators, inheritable) with
@@ -10,7 +10,7 @@ entry; some items get DOS attributes. tarnwick then migrates both profiles on th
 V2, V5 to V6), with the share map taken from the test's smb.conf (TARNWICK_SMB_CONF). Then,
 through smbd:
 - every copied item has the source's owner, DACL control flags and DACL in its order, and the
-  source's DOS attributes, creation and write times (the profile folder itself: owner and DACL);
+  source's DOS attributes; every copied file the source's creation and write times;
 - every item created without explicit security (default profile items, the saved ntuser.dat)
   has the entries Windows' inheritance gives it from its parent, and the source's owner;
 - the user can list, read and write her new profiles and open their ntuser.dat; another user
@@ -63,9 +63,10 @@ class Results:
         folders = sum(1 for rel in bad if kinds.get(rel, False))
         lines = [f"{len(bad)} of {len(kinds)} items wrong ({folders} folders, "
                  f"{len(bad) - folders} files)"]
-        # Some of the folders' problems and some of the files'.
-        shown = ([p for p in problems if kinds.get(p[0], False)][:4] +
-                 [p for p in problems if not kinds.get(p[0], False)][:4])
+        # Some of the folders' problems and some of the files' (all with --verbose).
+        limit = len(problems) if "--verbose" in sys.argv else 4
+        shown = ([p for p in problems if kinds.get(p[0], False)][:limit] +
+                 [p for p in problems if not kinds.get(p[0], False)][:limit])
         lines += [f"{rel or '(the profile folder)'}: {text}" for rel, text in shown]
         if len(problems) > len(shown):
             lines.append(f"... and {len(problems) - len(shown)} more")
@@ -348,16 +349,20 @@ def check_target(results, server, root, share, profile, target, source_items, so
     results.items(f"{target}: copied items carry the source's owner, DACL control and DACL",
                   problems, dict(copied))
 
+    # Attributes of every copied item; creation and write times of every copied file. A
+    # folder's own times are carried only for the folders the second pass copies, not for the
+    # special folders or the profile folder, which cannot be told apart from outside.
     problems = []
-    for rel, _ in copied:
+    for rel, is_folder in copied:
         if not rel:
-            continue  # the profile folder itself is made, not copied: its times are its own
+            continue
         src, dst = source_infos[share_path(profile, rel)], infos[share_path(target, rel)]
-        for field in ALLINFO_FIELDS:
+        for field in ALLINFO_FIELDS if not is_folder else ("attributes",):
             if src.get(field) != dst.get(field):
                 problems.append((rel, f"{field} {dst.get(field)!r}, source {src.get(field)!r}"))
-    results.items(f"{target}: copied items show the source's DOS attributes and times",
-                  problems, {rel: is_folder for rel, is_folder in copied if rel})
+    results.items(f"{target}: copied items show the source's DOS attributes, files also its "
+                  f"creation and write times", problems,
+                  {rel: is_folder for rel, is_folder in copied if rel})
 
     problems = []
     for rel, is_folder in created:
