@@ -15,6 +15,7 @@
 
 #ifndef _WIN32
 #include <cstdio>
+#include <string_view>
 
 #include "base/text_encoding.h"
 #include "platform/posix/share_map.h"
@@ -24,26 +25,33 @@ namespace {
 
 int Run(std::vector<std::wstring> args) {
   std::unique_ptr<tw::XmlDocument> configDocument = tw::NewXmlDocument();
-  tw::RunServices services{tw::ProcessConsole(),      tw::ProcessComRuntime(),
-                           tw::ProcessFileSystem(),   *configDocument,
-                           tw::ProcessSecurityPort(), tw::g_offreg,
-                           nullptr,                   tw::MigrateProfile};
+  tw::RunServices services{tw::ProcessConsole(),
+                           tw::ProcessComRuntime(),
+                           tw::ProcessFileSystem(),
+                           *configDocument,
+                           tw::ProcessSecurityPort(),
+                           tw::g_offreg,
+                           nullptr,
+                           tw::MigrateProfile};
   return tw::RunTarnwick(args, services);
 }
 
 }  // namespace
 
 #ifdef _WIN32
-int wmain(int argc, wchar_t** argv) {
-  return Run(std::vector<std::wstring>(argv, argv + argc));
-}
+int wmain(int argc, wchar_t** argv) { return Run(std::vector<std::wstring>(argv, argv + argc)); }
 #else
 int main(int argc, char** argv) {
   // A share map that cannot be used leaves every UNC path unknown (error 53); say why once, on
-  // standard error, so the console output of the run itself stays as it is.
+  // standard error, so the console output of the run itself stays as it is. The same goes for
+  // the shares of the server's configuration that the map leaves out.
   std::wstring problem;
-  if (!tw::posix::LoadProcessShareMap(problem)) {
-    std::fprintf(stderr, "tarnwick: %s\n", tw::WideToUtf8(problem).c_str());
+  tw::posix::LoadProcessShareMap(problem);
+  std::wstring_view lines = problem;
+  while (!lines.empty()) {
+    const std::size_t end = lines.find(L'\n');
+    std::fprintf(stderr, "tarnwick: %s\n", tw::WideToUtf8(lines.substr(0, end)).c_str());
+    lines.remove_prefix(end == std::wstring_view::npos ? lines.size() : end + 1);
   }
   std::vector<std::wstring> args;
   args.reserve(static_cast<std::size_t>(argc));

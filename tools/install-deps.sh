@@ -6,10 +6,13 @@ set -euo pipefail
 packages=(
   g++ cmake ninja-build pkg-config git
   libgtest-dev libgmock-dev libpugixml-dev libbenchmark-dev
+  nettle-dev libwbclient-dev
   g++-mingw-w64-x86-64-posix
   clang libclang-rt-dev
   reglookup python3-hivex libhivex-bin libwin-hivex-perl libregf-utils python3-libregf
   wine64 libwine
+  samba samba-vfs-modules smbclient winbind libwbclient-dev samba-dev python3-samba
+  attr acl iproute2
 )
 
 missing=()

@@ -15,10 +15,14 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "fakes/e2e_share.h"
+#include "platform/posix/samba/dos_attrib.h"
+#include "platform/posix/samba/ntacl_xattr.h"
 
 namespace tw {
 namespace {
@@ -32,6 +36,24 @@ using testing::RegString;
 constexpr char kOwner[] = "S-1-5-21-1004336348-1177238915-682003330-1201";
 constexpr char kMarker[] = "_qzk_mig_marker_";
 
+// What an attribute value means, without the times it carries: the stored descriptor's
+// self-relative form, the DOS attributes' hex value; other values as they are.
+std::string Meaning(const std::string& name, const std::string& value) {
+  const std::span<const std::uint8_t> bytes(reinterpret_cast<const std::uint8_t*>(value.data()),
+                                            value.size());
+  if (name == posix::samba::kNtAclAttribute) {
+    posix::samba::NtAclBlob blob;
+    if (posix::samba::DecodeNtAcl(bytes, blob) != posix::samba::NtAclProblem::kNone) return value;
+    const std::vector<std::uint8_t> sd = security::MakeSelfRelative(blob.sd);
+    return std::string(sd.begin(), sd.end());
+  }
+  if (name == posix::samba::kDosAttribAttribute) {
+    const std::optional<posix::samba::DosAttrib> read = posix::samba::DecodeDosAttrib(bytes);
+    return read ? std::to_string(read->attributes) : value;
+  }
+  return value;
+}
+
 // Every extended attribute of `path` (stored descriptor, attributes, ...), as "name=value;".
 std::string Xattrs(const fs::path& path) {
   std::vector<char> names(65536);
@@ -43,7 +65,9 @@ std::string Xattrs(const fs::path& path) {
     at += static_cast<ssize_t>(name.size()) + 1;
     std::vector<char> value(65536);
     const ssize_t length = lgetxattr(path.c_str(), name.c_str(), value.data(), value.size());
-    values[name] = length < 0 ? "?" : std::string(value.data(), static_cast<std::size_t>(length));
+    values[name] = length < 0
+                       ? "?"
+                       : Meaning(name, std::string(value.data(), static_cast<std::size_t>(length)));
   }
   std::string text;
   for (const auto& [name, value] : values) text += name + "=" + value + ";";
@@ -66,8 +90,8 @@ std::map<std::string, std::string> Snapshot(const fs::path& folder, bool isSourc
       const bool hive = name == "ntuser.dat" || name == "UsrClass.dat";
       entry += hive && !isSource ? E2eShare::ExportHive(path) : testing::ReadWholeFile(path);
       if (isSource) {
-        entry += "|" + std::to_string(info.st_mtim.tv_sec) + "." +
-                 std::to_string(info.st_mtim.tv_nsec);
+        entry +=
+            "|" + std::to_string(info.st_mtim.tv_sec) + "." + std::to_string(info.st_mtim.tv_nsec);
       }
     }
     entries[relative] = entry;
@@ -178,9 +202,7 @@ class InterruptionE2eTest : public ::testing::Test {
   }
 
   // The registration of the temporary profile a kill left behind, if any.
-  fs::path Registration() const {
-    return share_.localProfiles() / "[ProfileList]" / kOwner;
-  }
+  fs::path Registration() const { return share_.localProfiles() / "[ProfileList]" / kOwner; }
 
   // The documented recovery: delete the folder the owner's registration names, then the
   // registration.

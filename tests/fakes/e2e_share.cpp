@@ -34,7 +34,7 @@ std::optional<security::SecurityDescriptor> DescriptorOf(const fs::path& path) {
     ADD_FAILURE() << "cannot stat " << path;
     return std::nullopt;
   }
-  return posix::DescriptorFromMode(info.st_uid, info.st_gid, info.st_mode);
+  return posix::DerivedDescriptor(path.string(), info);
 }
 
 }  // namespace

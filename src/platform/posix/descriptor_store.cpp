@@ -1,14 +1,20 @@
 #include "platform/posix/descriptor_store.h"
 
-#include <sys/stat.h>
 #include <sys/xattr.h>
+#include <time.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <span>
 #include <vector>
 
+#include "base/text_encoding.h"
+#include "log/log.h"
 #include "platform/posix/errno_win32.h"
+#include "platform/posix/samba/account_map.h"
+#include "platform/posix/samba/ntacl_xattr.h"
+#include "platform/posix/samba/posix_acl_blob.h"
 #include "security/codec/ace.h"
 #include "security/codec/acl.h"
 #include "security/codec/well_known_sids.h"
@@ -20,9 +26,125 @@ constexpr std::uint32_t kFileGenericRead = 0x00120089;
 constexpr std::uint32_t kFileGenericWrite = 0x00120116;
 constexpr std::uint32_t kFileGenericExecute = 0x001200A0;
 constexpr std::uint32_t kFileAllAccess = 0x001F01FF;
-constexpr std::uint32_t kDelete = 0x00010000;
+constexpr std::uint32_t kWriterRights = 0x000D0000;  // DELETE | WRITE_DAC | WRITE_OWNER
 constexpr std::uint32_t kFileDeleteChild = 0x00000040;
-constexpr std::uint32_t kOwnerRights = 0x00060000;  // READ_CONTROL | WRITE_DAC
+constexpr std::uint8_t kDefaultEntryFlags = 0x0B;  // OBJECT | CONTAINER | INHERIT_ONLY
+// 100-ns intervals between 1601-01-01 and 1970-01-01.
+constexpr std::uint64_t kUnixEpochAsFileTime = 116444736000000000ull;
+
+std::uint64_t NowAsFileTime() {
+  timespec now{};
+  ::clock_gettime(CLOCK_REALTIME, &now);
+  return kUnixEpochAsFileTime + static_cast<std::uint64_t>(now.tv_sec) * 10000000ull +
+         static_cast<std::uint64_t>(now.tv_nsec) / 100;
+}
+
+security::Sid CreatorOwnerSid() {
+  security::Sid sid;
+  static_cast<void>(security::Sid::FromString(L"S-1-3-0", &sid));
+  return sid;
+}
+
+security::Sid CreatorGroupSid() {
+  security::Sid sid;
+  static_cast<void>(security::Sid::FromString(L"S-1-3-1", &sid));
+  return sid;
+}
+
+// The entries of one POSIX ACL in the server's order (see the header).
+void AppendEntries(const std::vector<samba::PosixAclEntry>& acl, bool isFolder, bool asDefault,
+                   const security::Sid& owner, const security::Sid& group,
+                   std::vector<security::Ace>& aces) {
+  unsigned mask = 7;
+  for (const samba::PosixAclEntry& entry : acl) {
+    if (entry.tag == samba::kAclMask) mask = entry.perm & 7u;
+  }
+  const std::uint8_t flags = asDefault ? kDefaultEntryFlags : 0;
+  auto ace = [&](unsigned perm, const security::Sid& sid) {
+    return security::Ace::Allowed(AccessMaskFromModeBits(perm, isFolder), sid, flags);
+  };
+  std::vector<security::Ace> middle;
+  std::optional<security::Ace> first;
+  std::optional<security::Ace> last;
+  for (const samba::PosixAclEntry& entry : acl) {
+    switch (entry.tag) {
+      case samba::kAclUserObj:
+        first = ace(entry.perm, asDefault ? CreatorOwnerSid() : owner);
+        break;
+      case samba::kAclUser:
+        middle.push_back(ace(entry.perm & mask, samba::Accounts().SidOfUid(entry.id)));
+        break;
+      case samba::kAclGroupObj:
+        middle.push_back(ace(entry.perm & mask, asDefault ? CreatorGroupSid() : group));
+        break;
+      case samba::kAclGroup:
+        middle.push_back(ace(entry.perm & mask, samba::Accounts().SidOfGid(entry.id)));
+        break;
+      case samba::kAclOther:
+        last = ace(entry.perm, security::EveryoneSid());
+        break;
+      default:
+        break;
+    }
+  }
+  if (first) aces.push_back(std::move(*first));
+  for (auto it = middle.rbegin(); it != middle.rend(); ++it) aces.push_back(std::move(*it));
+  if (last) aces.push_back(std::move(*last));
+}
+
+security::SecurityDescriptor Assemble(const security::Sid& owner, const security::Sid& group,
+                                      std::vector<security::Ace> aces) {
+  security::Acl dacl;
+  security::Acl::FromAces(security::kAclRevision, std::move(aces), &dacl);
+  security::SecurityDescriptor sd;
+  sd.owner = owner;
+  sd.group = group;
+  sd.SetDacl(std::move(dacl));
+  return sd;
+}
+
+// What a folder without a default ACL passes on, as the server shows it.
+const std::vector<samba::PosixAclEntry>& ServerDefaultAcl() {
+  static const std::vector<samba::PosixAclEntry> acl = {
+      {samba::kAclUserObj, 7, 0}, {samba::kAclGroupObj, 5, 0}, {samba::kAclOther, 5, 0}};
+  return acl;
+}
+
+// The descriptor the server hashes to judge a stored one (the derived descriptor as its POSIX
+// layer makes it, before the folder defaults it adds for display): the entries of the access
+// ACL and of a real default ACL, protected.
+security::SecurityDescriptor HashedDescriptor(const std::string& native, const struct stat& info) {
+  const bool isFolder = S_ISDIR(info.st_mode);
+  const security::Sid owner = samba::Accounts().SidOfUid(static_cast<std::uint32_t>(info.st_uid));
+  const security::Sid group = samba::Accounts().SidOfGid(static_cast<std::uint32_t>(info.st_gid));
+  const samba::PosixAcls acls = samba::ReadPosixAcls(native, info);
+  std::vector<security::Ace> aces;
+  AppendEntries(acls.access, isFolder, false, owner, group, aces);
+  if (acls.defaults && !acls.defaults->empty()) {
+    AppendEntries(*acls.defaults, isFolder, true, owner, group, aces);
+  }
+  security::SecurityDescriptor sd = Assemble(owner, group, std::move(aces));
+  sd.control |= security::kSeDaclProtected;
+  return sd;
+}
+
+bool FirstBytesAre(const std::vector<std::uint8_t>& field, const samba::Sha256Digest& digest) {
+  return field.size() >= digest.size() && std::equal(digest.begin(), digest.end(), field.begin());
+}
+
+// Whether the server would serve a stored attribute as it is: versions 1 and 2 always; versions
+// 3 and 4 only with SHA-256 hashes of which one still describes the file (a version 4 one's
+// POSIX ACL hash, else the hash of the descriptor derived from the POSIX permissions).
+bool StillCurrent(const std::string& native, const samba::NtAclBlob& blob) {
+  if (blob.version < 3) return true;
+  if (blob.hashType != samba::kHashTypeSha256) return false;
+  struct stat info {};
+  if (::lstat(native.c_str(), &info) != 0) return true;  // the caller's next look reports it
+  if (blob.version == 4 && FirstBytesAre(blob.sysAclHash, samba::SysAclHash(native, info))) {
+    return true;
+  }
+  return FirstBytesAre(blob.hash, samba::DescriptorHash(HashedDescriptor(native, info)));
+}
 
 }  // namespace
 
@@ -34,7 +156,7 @@ err::Win32Error LoadStoredDescriptor(const std::string& native,
   std::vector<std::uint8_t> larger;
   std::span<const std::uint8_t> bytes;
   const ssize_t firstSize =
-      ::lgetxattr(native.c_str(), kDescriptorAttribute, first.data(), first.size());
+      ::lgetxattr(native.c_str(), samba::kNtAclAttribute, first.data(), first.size());
   if (firstSize >= 0) {
     bytes = std::span<const std::uint8_t>(first).first(static_cast<std::size_t>(firstSize));
   } else if (errno == ENODATA || errno == ENOTSUP) {
@@ -43,14 +165,14 @@ err::Win32Error LoadStoredDescriptor(const std::string& native,
     return Win32ErrorFromErrno(errno);
   }
   while (firstSize < 0) {
-    const ssize_t size = ::lgetxattr(native.c_str(), kDescriptorAttribute, nullptr, 0);
+    const ssize_t size = ::lgetxattr(native.c_str(), samba::kNtAclAttribute, nullptr, 0);
     if (size < 0) {
       if (errno == ENODATA || errno == ENOTSUP) return err::kSuccess;
       return Win32ErrorFromErrno(errno);
     }
     larger.resize(static_cast<std::size_t>(size));
     const ssize_t read =
-        ::lgetxattr(native.c_str(), kDescriptorAttribute, larger.data(), larger.size());
+        ::lgetxattr(native.c_str(), samba::kNtAclAttribute, larger.data(), larger.size());
     if (read >= 0) {
       bytes = std::span<const std::uint8_t>(larger).first(static_cast<std::size_t>(read));
       break;
@@ -60,59 +182,77 @@ err::Win32Error LoadStoredDescriptor(const std::string& native,
       return Win32ErrorFromErrno(errno);
     }
   }
-  sd.emplace();
-  if (security::ParseSelfRelative(bytes, &*sd) != err::kSuccess) {
-    sd.reset();
-    return err::kInvalidSecurityDescr;
+  samba::NtAclBlob blob;
+  const samba::NtAclProblem problem = samba::DecodeNtAcl(bytes, blob);
+  if (problem != samba::NtAclProblem::kNone) {
+    Log(L"The stored security descriptor of %s is %s; it is read as none.", Utf8ToWide(native),
+        std::wstring(samba::NtAclProblemText(problem)));
+    return err::kSuccess;
   }
+  if (!StillCurrent(native, blob)) {
+    Log(L"The stored security descriptor of %s has a hash that does not match the file; it is "
+        L"read as none.",
+        Utf8ToWide(native));
+    return err::kSuccess;
+  }
+  sd.emplace(std::move(blob.sd));
   return err::kSuccess;
 }
 
 err::Win32Error StoreDescriptor(const std::string& native, const security::SecurityDescriptor& sd) {
-  // Never a SACL (SE_SACL_PRESENT cleared, as RemoveSacl leaves a descriptor); the block is made
-  // from `sd`'s own parts rather than from a copy of it.
-  security::SelfRelativeParts parts = security::SelfRelativeParts::Of(sd);
-  parts.control &= static_cast<std::uint16_t>(~security::kSeSaclPresent);
-  parts.sacl = nullptr;
-  const std::vector<std::uint8_t> bytes = security::MakeSelfRelative(parts);
-  if (::lsetxattr(native.c_str(), kDescriptorAttribute, bytes.data(), bytes.size(), 0) != 0) {
+  struct stat info {};
+  if (::lstat(native.c_str(), &info) != 0) return Win32ErrorFromErrno(errno);
+  // Links and special files keep no Windows security, as before the server's format was used.
+  if (!S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode)) return err::kAccessDenied;
+  // Never a SACL (SE_SACL_PRESENT cleared, as RemoveSacl leaves a descriptor).
+  security::SecurityDescriptor stored;
+  stored.control = static_cast<std::uint16_t>(sd.control & ~security::kSeSaclPresent);
+  stored.owner = sd.owner;
+  stored.group = sd.group;
+  stored.dacl = sd.dacl;
+  const samba::Sha256Digest derivedHash = samba::DescriptorHash(HashedDescriptor(native, info));
+  const std::vector<std::uint8_t> bytes =
+      samba::EncodeNtAclV4(stored, derivedHash, NowAsFileTime(), samba::SysAclHash(native, info));
+  if (::lsetxattr(native.c_str(), samba::kNtAclAttribute, bytes.data(), bytes.size(), 0) != 0) {
     return Win32ErrorFromErrno(errno);
   }
   return err::kSuccess;
 }
 
 std::uint32_t AccessMaskFromModeBits(unsigned rwx, bool isFolder) {
-  if ((rwx & 7u) == 7u) return kFileAllAccess;
+  rwx &= 7u;
+  if (rwx == 7u) return kFileAllAccess;
   std::uint32_t mask = 0;
   if ((rwx & 4u) != 0) mask |= kFileGenericRead;
-  if ((rwx & 2u) != 0) mask |= kFileGenericWrite | kDelete | (isFolder ? kFileDeleteChild : 0);
+  if ((rwx & 2u) != 0)
+    mask |= kFileGenericWrite | kWriterRights | (isFolder ? kFileDeleteChild : 0);
   if ((rwx & 1u) != 0) mask |= kFileGenericExecute;
   return mask;
 }
 
 security::SecurityDescriptor DescriptorFromMode(uid_t uid, gid_t gid, mode_t mode) {
   const bool isFolder = S_ISDIR(mode);
-  const security::Sid owner = security::UnixUserSid(static_cast<std::uint32_t>(uid));
-  const security::Sid group = security::UnixGroupSid(static_cast<std::uint32_t>(gid));
-  const auto bits = static_cast<unsigned>(mode);
+  const security::Sid owner = samba::Accounts().SidOfUid(static_cast<std::uint32_t>(uid));
+  const security::Sid group = samba::Accounts().SidOfGid(static_cast<std::uint32_t>(gid));
   std::vector<security::Ace> aces;
-  aces.reserve(3);
-  aces.push_back(
-      security::Ace::Allowed(AccessMaskFromModeBits(bits >> 6, isFolder) | kOwnerRights, owner));
-  if (const std::uint32_t mask = AccessMaskFromModeBits(bits >> 3, isFolder); mask != 0) {
-    aces.push_back(security::Ace::Allowed(mask, group));
+  AppendEntries(samba::AclFromMode(mode), isFolder, false, owner, group, aces);
+  if (isFolder) AppendEntries(ServerDefaultAcl(), isFolder, true, owner, group, aces);
+  return Assemble(owner, group, std::move(aces));
+}
+
+security::SecurityDescriptor DerivedDescriptor(const std::string& native, const struct stat& info) {
+  const bool isFolder = S_ISDIR(info.st_mode);
+  const security::Sid owner = samba::Accounts().SidOfUid(static_cast<std::uint32_t>(info.st_uid));
+  const security::Sid group = samba::Accounts().SidOfGid(static_cast<std::uint32_t>(info.st_gid));
+  const samba::PosixAcls acls = samba::ReadPosixAcls(native, info);
+  std::vector<security::Ace> aces;
+  AppendEntries(acls.access, isFolder, false, owner, group, aces);
+  if (isFolder) {
+    const bool hasDefault = acls.defaults && !acls.defaults->empty();
+    AppendEntries(hasDefault ? *acls.defaults : ServerDefaultAcl(), isFolder, true, owner, group,
+                  aces);
   }
-  if (const std::uint32_t mask = AccessMaskFromModeBits(bits, isFolder); mask != 0) {
-    aces.push_back(security::Ace::Allowed(mask, security::EveryoneSid()));
-  }
-  security::Acl dacl;
-  security::Acl::FromAces(security::kAclRevision, std::move(aces), &dacl);
-  security::SecurityDescriptor sd;
-  sd.owner = owner;
-  sd.group = group;
-  sd.SetDacl(std::move(dacl));
-  sd.control |= security::kSeDaclProtected;
-  return sd;
+  return Assemble(owner, group, std::move(aces));
 }
 
 }  // namespace tw::posix

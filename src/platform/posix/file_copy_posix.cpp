@@ -11,6 +11,7 @@
 #include "platform/posix/errno_win32.h"
 #include "platform/posix/file_info_posix.h"
 #include "platform/posix/folder_names.h"
+#include "platform/posix/object_security.h"
 
 namespace tw::posix {
 namespace {
@@ -123,6 +124,9 @@ err::Win32Error CopyNativeFile(const std::string& source, const std::string& tar
   } else {
     ForgetFallbackAttributes(target);
   }
+  // As CopyFileW, a new copy inherits from its folder rather than taking the source's security;
+  // that failing leaves it as open made it.
+  if (!targetExists) static_cast<void>(InheritNewObjectSecurity(target));
   const struct timespec times[2] = {sourceInfo.st_atim, sourceInfo.st_mtim};
   ::futimens(out.get(), times);  // as CopyFileW, the copy keeps the last-write time
   return err::kSuccess;

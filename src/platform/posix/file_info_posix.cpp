@@ -6,18 +6,19 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <map>
 #include <mutex>
+#include <optional>
+#include <span>
 #include <utility>
 
 #include "platform/posix/errno_win32.h"
+#include "platform/posix/samba/dos_attrib.h"
 
 namespace tw::posix {
 namespace {
 
-constexpr char kDosAttribName[] = "user.DOSATTRIB";
+constexpr const char* kDosAttribName = samba::kDosAttribAttribute;
 // 100-ns intervals between 1601-01-01 and 1970-01-01.
 constexpr std::int64_t kUnixEpochAsFileTime = 116444736000000000;
 constexpr std::int64_t kIntervalsPerSecond = 10000000;
@@ -45,15 +46,6 @@ std::pair<std::uint64_t, std::uint64_t> InodeKey(const struct statx& info) {
 
 FileTime FromStatx(const struct statx_timestamp& stamp) {
   return FileTimeFromUnix(stamp.tv_sec, stamp.tv_nsec);
-}
-
-bool ParseHex(const std::string& text, std::uint32_t& value) {
-  if (text.empty()) return false;
-  char* end = nullptr;
-  const unsigned long parsed = std::strtoul(text.c_str(), &end, 16);  // accepts a "0x" prefix
-  if (end == text.c_str()) return false;
-  value = static_cast<std::uint32_t>(parsed);
-  return true;
 }
 
 }  // namespace
@@ -96,12 +88,28 @@ err::Win32Error PathError(const std::string& native) {
   return Win32ErrorFromErrno(errnum);
 }
 
+namespace {
+
+// The DOS attributes and creation time stored on `native`, when a readable value is.
+std::optional<samba::DosAttrib> ReadDosAttrib(const std::string& native) {
+  std::uint8_t buffer[128];
+  const ssize_t length = ::lgetxattr(native.c_str(), kDosAttribName, buffer, sizeof buffer);
+  if (length < 0) return std::nullopt;
+  return samba::DecodeDosAttrib(
+      std::span<const std::uint8_t>(buffer).first(static_cast<std::size_t>(length)));
+}
+
+}  // namespace
+
 bool ReadStoredAttributes(const std::string& native, std::uint32_t& value) {
-  char buffer[64];
-  const ssize_t length = ::lgetxattr(native.c_str(), kDosAttribName, buffer, sizeof buffer - 1);
+  std::uint8_t buffer[128];
+  const ssize_t length = ::lgetxattr(native.c_str(), kDosAttribName, buffer, sizeof buffer);
   if (length >= 0) {
-    buffer[length] = '\0';
-    return ParseHex(std::string(buffer, static_cast<std::size_t>(length)), value);
+    const std::optional<samba::DosAttrib> stored = samba::DecodeDosAttrib(
+        std::span<const std::uint8_t>(buffer).first(static_cast<std::size_t>(length)));
+    if (!stored) return false;
+    value = stored->attributes;
+    return true;
   }
   if (errno != ENOTSUP) return false;
   struct statx info {};
@@ -115,11 +123,20 @@ bool ReadStoredAttributes(const std::string& native, std::uint32_t& value) {
 }
 
 err::Win32Error WriteStoredAttributes(const std::string& native, std::uint32_t value) {
-  char text[16];
-  const int length = std::snprintf(text, sizeof text, "0x%x", static_cast<unsigned>(value));
+  // The creation time goes with the attributes: the one stored before, else the file's own.
+  std::uint64_t created = 0;
+  if (const std::optional<samba::DosAttrib> stored = ReadDosAttrib(native);
+      stored && stored->creationTime) {
+    created = *stored->creationTime;
+  } else if (struct statx now{}; StatNoFollow(native, now)) {
+    created = (now.stx_mask & STATX_BTIME) != 0
+                  ? FromStatx(now.stx_btime)
+                  : std::min(FromStatx(now.stx_ctime), FromStatx(now.stx_mtime));
+  }
+  const std::vector<std::uint8_t> bytes = samba::EncodeDosAttrib(value, created);
   // The kernel takes user attributes on files and folders only, so success says the type is
   // right; the type is looked at when the write fails.
-  if (::lsetxattr(native.c_str(), kDosAttribName, text, static_cast<std::size_t>(length), 0) == 0)
+  if (::lsetxattr(native.c_str(), kDosAttribName, bytes.data(), bytes.size(), 0) == 0)
     return err::kSuccess;
   const int refused = errno;
   struct statx info {};
@@ -181,11 +198,16 @@ err::Win32Error QueryFileInfo(const std::string& native, FindEntry& entry) {
   if (!StatNoFollow(native, info)) return PathError(native);
   const bool isFolder = S_ISDIR(info.stx_mode);
   const bool isFile = S_ISREG(info.stx_mode);
+  std::optional<FileTime> createdOverride;  // the creation time the file server keeps
   if (!isFolder && !isFile) {
     entry.attributes = file_attr::kReparsePoint;
   } else {
     std::uint32_t stored = 0;
-    if (ReadStoredAttributes(native, stored)) {
+    const std::optional<samba::DosAttrib> dos = ReadDosAttrib(native);
+    if (dos && dos->creationTime) createdOverride = *dos->creationTime;
+    const bool haveStored = dos ? true : ReadStoredAttributes(native, stored);
+    if (dos) stored = dos->attributes;
+    if (haveStored) {
       stored &= ~(file_attr::kDirectory | file_attr::kReparsePoint);
       if (isFolder) {
         stored |= file_attr::kDirectory;
@@ -202,6 +224,7 @@ err::Win32Error QueryFileInfo(const std::string& native, FindEntry& entry) {
   }
   entry.size = isFile ? info.stx_size : 0;
   TimesFromStatx(info, entry.times);
+  if (createdOverride) entry.times.creation = *createdOverride;
   return err::kSuccess;
 }
 

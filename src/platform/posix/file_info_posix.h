@@ -1,8 +1,9 @@
 // What Windows reports about a file or folder (attributes, times, size), read from a Linux path
 // without ever following a symbolic link.
 //
-// Attributes live in the "user.DOSATTRIB" extended attribute as hex text ("0x22"), the form
-// other Linux file servers read. Without it they are derived from the type: a folder is
+// Attributes live in the "user.DOSATTRIB" extended attribute in the file server's own format
+// (samba/dos_attrib.h: every form it ever wrote is read, the current one written), together with
+// the creation time. Without it they are derived from the type: a folder is
 // FILE_ATTRIBUTE_DIRECTORY (0x10), a file FILE_ATTRIBUTE_ARCHIVE (0x20, what Windows gives a new
 // file). A symbolic link and anything that is neither a regular file nor a folder (device, pipe,
 // socket) is FILE_ATTRIBUTE_REPARSE_POINT (0x400) alone: Linux keeps no user attributes on links,
@@ -14,8 +15,9 @@
 // values are kept in a table of this process keyed by device and inode instead: they then last
 // only as long as the process. Every machine the tests run on keeps them in the file system.
 //
-// Times: the creation time is the birth time where statx reports one, else the earlier of the
-// status-change and last-write times; it cannot be set on Linux.
+// Times: the creation time is the one "user.DOSATTRIB" holds, else the birth time where statx
+// reports one, else the earlier of the status-change and last-write times. Writing attributes
+// stores the creation time the file has then beside them.
 #pragma once
 
 #include <cstdint>

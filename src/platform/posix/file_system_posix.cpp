@@ -27,6 +27,7 @@
 #include "platform/posix/folder_names.h"
 #include "platform/posix/folder_tree_posix.h"
 #include "platform/posix/native_path.h"
+#include "platform/posix/object_security.h"
 
 namespace tw {
 namespace {
@@ -160,7 +161,11 @@ class PosixFileSystem final : public FileSystem {
     flags |= (writeAccess || truncate) ? O_RDWR : O_RDONLY;
     entry->fd = ::open(native.c_str(), flags, 0666);
     if (entry->fd < 0) return PathError(native);
-    if (!existed && create) posix::NoteNameCreated(native);
+    if (!existed && create) {
+      posix::NoteNameCreated(native);
+      // A new file inherits from its folder; that failing leaves it as open made it.
+      static_cast<void>(posix::InheritNewObjectSecurity(native));
+    }
     if (truncate && ::ftruncate(entry->fd, 0) != 0) return posix::Win32ErrorFromErrno(errno);
     entry->canRead = readAccess;
     entry->canWrite = writeAccess;

@@ -13,6 +13,7 @@
 #include "platform/posix/file_info_posix.h"
 #include "platform/posix/folder_names.h"
 #include "platform/posix/native_path.h"
+#include "platform/posix/object_security.h"
 
 namespace tw::posix {
 namespace {
@@ -71,6 +72,8 @@ void EmptyFolder(int fd, err::Win32Error& first) {
 err::Win32Error MakeNativeFolder(const std::string& native) {
   if (::mkdir(native.c_str(), 0777) == 0) {
     NoteNameCreated(native);
+    // A new folder inherits from its parent; that failing leaves it as mkdir made it.
+    static_cast<void>(InheritNewObjectSecurity(native));
     return err::kSuccess;
   }
   if (errno == EEXIST) return err::kAlreadyExists;
@@ -100,6 +103,7 @@ err::Win32Error MakeFolderPathFromWindows(std::wstring_view path) {
       return Win32ErrorFromErrno(errno);
     } else if (::mkdir(prefix.c_str(), 0777) == 0) {
       NoteNameCreated(prefix);
+      static_cast<void>(InheritNewObjectSecurity(prefix));
     } else if (errno != EEXIST) {
       return errno == ENOENT ? err::kPathNotFound : Win32ErrorFromErrno(errno);
     }

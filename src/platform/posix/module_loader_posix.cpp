@@ -19,6 +19,7 @@
 #include "platform/module_loader.h"
 #include "platform/offreg_wrapper.h"
 #include "platform/posix/native_path.h"
+#include "platform/posix/object_security.h"
 #include "platform/posix/user_profile_posix.h"
 
 namespace tw {
@@ -43,10 +44,10 @@ static_assert(std::is_same_v<TwQueryHiveRecoveryFunction, decltype(&hive::tw_Que
 static_assert(std::is_same_v<CreateProfileFunction, decltype(&posix::BuiltInCreateProfile)>);
 static_assert(std::is_same_v<DeleteProfileWFunction, decltype(&posix::BuiltInDeleteProfileW)>);
 
-// The engine's path for a Windows-form path, or the error of the mapping.
-hive::DWORD MapHivePath(const wchar_t* path, std::wstring& mapped) {
+// The engine's path for a Windows-form path (and the Linux path it stands for), or the error of
+// the mapping.
+hive::DWORD MapHivePath(const wchar_t* path, std::wstring& mapped, std::string& native) {
   if (path == nullptr) return err::kInvalidParameter;
-  std::string native;
   err::Win32Error error = err::kSuccess;
   if (!posix::ToNativePath(path, native, error)) return error;
   mapped = Utf8ToWide(native);
@@ -57,7 +58,8 @@ hive::DWORD TW_OR_CALL OpenHiveAtWindowsPath(const wchar_t* hivePath, OrKey* res
   if (result == nullptr) return err::kInvalidParameter;
   *result = nullptr;
   std::wstring mapped;
-  const hive::DWORD error = MapHivePath(hivePath, mapped);
+  std::string native;
+  const hive::DWORD error = MapHivePath(hivePath, mapped, native);
   if (error != err::kSuccess) return error;
   return hive::EngineFunctions().OROpenHive(mapped.c_str(), result);
 }
@@ -66,9 +68,14 @@ hive::DWORD TW_OR_CALL SaveHiveAtWindowsPath(OrKey hive, const wchar_t* hivePath
                                              hive::DWORD osMajorVersion,
                                              hive::DWORD osMinorVersion) {
   std::wstring mapped;
-  const hive::DWORD error = MapHivePath(hivePath, mapped);
+  std::string native;
+  hive::DWORD error = MapHivePath(hivePath, mapped, native);
   if (error != err::kSuccess) return error;
-  return hive::EngineFunctions().ORSaveHive(hive, mapped.c_str(), osMajorVersion, osMinorVersion);
+  error = hive::EngineFunctions().ORSaveHive(hive, mapped.c_str(), osMajorVersion, osMinorVersion);
+  // The new hive file inherits from its folder, as a file the saving call creates; that failing
+  // leaves it as the engine wrote it.
+  if (error == err::kSuccess) static_cast<void>(posix::InheritNewObjectSecurity(native));
+  return error;
 }
 
 struct BuiltInFunction {

@@ -6,8 +6,10 @@
 #include <optional>
 #include <vector>
 
+#include "platform/posix/dacl_propagation.h"
 #include "platform/posix/descriptor_store.h"
 #include "platform/posix/errno_win32.h"
+#include "platform/posix/samba/account_map.h"
 #include "security/codec/inheritance.h"
 #include "security/codec/well_known_sids.h"
 
@@ -21,20 +23,16 @@ std::string ParentOf(const std::string& native) {
   return native.substr(0, slash);
 }
 
-// The entries `native` inherits from its parent folder; none for the root or a parent whose
-// descriptor cannot be read.
-std::vector<security::Ace> InheritedEntries(const std::string& native, bool isFolder,
-                                            const security::Sid& owner,
-                                            const security::Sid& group) {
-  if (native == "/") return {};
+// The descriptor of `native`'s parent folder; nothing for the root or a parent whose descriptor
+// cannot be read.
+std::optional<security::SecurityDescriptor> ParentDescriptor(const std::string& native) {
+  if (native == "/") return std::nullopt;
   const std::string parent = ParentOf(native);
   struct stat info {};
-  if (::stat(parent.c_str(), &info) != 0) return {};
+  if (::stat(parent.c_str(), &info) != 0) return std::nullopt;
   security::SecurityDescriptor parentSd;
-  if (ReadObjectDescriptor(parent, info, parentSd) != err::kSuccess) return {};
-  if (!parentSd.HasDacl() || !parentSd.dacl) return {};
-  return security::InheritedAcl(*parentSd.dacl, isFolder, owner, group, security::kFileMapping)
-      .aces();
+  if (ReadObjectDescriptor(parent, info, parentSd) != err::kSuccess) return std::nullopt;
+  return parentSd;
 }
 
 // Places `dacl` (nothing: the NULL DACL) into `sd` as a write with `protection` does.
@@ -61,27 +59,50 @@ err::Win32Error PlaceDacl(const std::string& native, bool isFolder,
     sd.SetNullDacl();
     return err::kSuccess;
   }
-  std::vector<security::Ace> aces;
-  for (const security::Ace& ace : dacl->aces()) {
-    if (!ace.IsInherited()) aces.push_back(ace);
-  }
-  const security::Sid owner = sd.owner.value_or(security::Sid());
-  const security::Sid group = sd.group.value_or(security::Sid());
-  for (security::Ace& ace : InheritedEntries(native, isFolder, owner, group)) {
-    aces.push_back(std::move(ace));
-  }
+  const std::optional<security::SecurityDescriptor> parent = ParentDescriptor(native);
+  const security::Acl* parentDacl =
+      parent && parent->HasDacl() && parent->dacl ? &*parent->dacl : nullptr;
   security::Acl combined;
-  const err::Win32Error error =
-      security::Acl::FromAces(dacl->revision(), std::move(aces), &combined);
+  const err::Win32Error error = security::ReinheritedAcl(
+      *dacl, parentDacl, isFolder, sd.owner.value_or(security::Sid()),
+      sd.group.value_or(security::Sid()), security::kFileMapping, &combined);
   if (error != err::kSuccess) return error;
   sd.SetDacl(std::move(combined));
   return err::kSuccess;
 }
 
-// Makes an S-1-22-1-uid owner the POSIX owner too, when the process may.
+// The default DACL of the process's token: full control for its user and for SYSTEM.
+security::Acl ProcessDefaultDacl(const security::Sid& user) {
+  security::Acl dacl;
+  security::Acl::FromAces(
+      security::kAclRevision,
+      {security::Ace::Allowed(security::kGenericAll, user),
+       security::Ace::Allowed(security::kGenericAll, security::LocalSystemSid())},
+      &dacl);
+  return dacl;
+}
+
+// The descriptor a new object at `native` receives without a DACL of its own: owner `owner`
+// (the process's user when empty), group the server's, DACL as CreateChildDescriptor computes.
+security::SecurityDescriptor ChildDescriptor(const std::string& native, const struct stat& info,
+                                             const std::optional<security::Sid>& owner) {
+  const security::SecurityDescriptor server =
+      DescriptorFromMode(info.st_uid, info.st_gid, info.st_mode);
+  const security::Sid creator =
+      server.owner.value_or(security::UnixUserSid(static_cast<std::uint32_t>(info.st_uid)));
+  const security::Sid group =
+      server.group.value_or(security::UnixGroupSid(static_cast<std::uint32_t>(info.st_gid)));
+  const std::optional<security::SecurityDescriptor> parent = ParentDescriptor(native);
+  return security::CreateChildDescriptor(parent ? &*parent : nullptr, S_ISDIR(info.st_mode),
+                                         owner.value_or(creator), group,
+                                         ProcessDefaultDacl(creator), security::kFileMapping);
+}
+
+// Makes the account `owner` maps to (samba/account_map.h) the POSIX owner too, when the process
+// may; an owner no account stands for leaves the POSIX owner as it is.
 void ChangePosixOwner(const std::string& native, const struct stat& info,
                       const security::Sid& owner) {
-  const std::optional<std::uint32_t> uid = security::UnixUidFromSid(owner);
+  const std::optional<std::uint32_t> uid = samba::Accounts().UidOf(owner);
   if (!uid || static_cast<uid_t>(*uid) == info.st_uid) return;
   // A refused chown (EPERM for an unprivileged process) leaves only the stored owner changed.
   static_cast<void>(::lchown(native.c_str(), static_cast<uid_t>(*uid), static_cast<gid_t>(-1)));
@@ -108,7 +129,7 @@ err::Win32Error ReadObjectDescriptor(const std::string& native, const struct sta
   std::optional<security::SecurityDescriptor> stored;
   const err::Win32Error error = LoadStoredDescriptor(native, stored);
   if (error != err::kSuccess) return error;
-  sd = stored ? std::move(*stored) : DescriptorFromMode(info.st_uid, info.st_gid, info.st_mode);
+  sd = stored ? std::move(*stored) : DerivedDescriptor(native, info);
   return err::kSuccess;
 }
 
@@ -122,7 +143,7 @@ err::Win32Error ReadObjectDescriptor(const std::string& native, security::Securi
   struct stat info {};
   if (const err::Win32Error error = StatObject(native, info)) return error;
   if (loaded != err::kSuccess) return loaded;
-  sd = DescriptorFromMode(info.st_uid, info.st_gid, info.st_mode);
+  sd = DerivedDescriptor(native, info);
   return err::kSuccess;
 }
 
@@ -146,8 +167,10 @@ err::Win32Error WriteObjectSecurity(const std::string& native, const SecurityWri
         PlaceDacl(native, S_ISDIR(info.st_mode), write.dacl, write.protection, sd);
     if (error != err::kSuccess) return error;
   }
-  if (const err::Win32Error error = StoreDescriptor(native, sd)) return error;
+  // The owner first: the stored attribute carries the hash of the POSIX owner.
   if (write.writeOwner) ChangePosixOwner(native, info, *write.owner);
+  if (const err::Win32Error error = StoreDescriptor(native, sd)) return error;
+  if (write.writeDacl && S_ISDIR(info.st_mode)) return PropagateInheritance(native, sd);
   return err::kSuccess;
 }
 
@@ -155,10 +178,7 @@ err::Win32Error StoreNewObjectSecurity(const std::string& native,
                                        const security::SecurityDescriptor& given) {
   struct stat info {};
   if (const err::Win32Error error = StatObject(native, info)) return error;
-  security::SecurityDescriptor sd = DescriptorFromMode(info.st_uid, info.st_gid, info.st_mode);
-  const security::Sid owner =
-      given.owner.value_or(security::UnixUserSid(static_cast<std::uint32_t>(::geteuid())));
-  sd.owner = owner;
+  security::SecurityDescriptor sd = ChildDescriptor(native, info, given.owner);
   if (given.HasDacl()) {
     const DaclProtection protection = (given.control & security::kSeDaclProtected) != 0
                                           ? DaclProtection::kProtected
@@ -167,9 +187,15 @@ err::Win32Error StoreNewObjectSecurity(const std::string& native,
         PlaceDacl(native, S_ISDIR(info.st_mode), given.dacl, protection, sd);
     if (error != err::kSuccess) return error;
   }
-  if (const err::Win32Error error = StoreDescriptor(native, sd)) return error;
-  ChangePosixOwner(native, info, owner);
-  return err::kSuccess;
+  // The owner first: the stored attribute carries the hash of the POSIX owner.
+  if (sd.owner) ChangePosixOwner(native, info, *sd.owner);
+  return StoreDescriptor(native, sd);
+}
+
+err::Win32Error InheritNewObjectSecurity(const std::string& native) {
+  struct stat info {};
+  if (const err::Win32Error error = StatObject(native, info)) return error;
+  return StoreDescriptor(native, ChildDescriptor(native, info, std::nullopt));
 }
 
 }  // namespace tw::posix

@@ -48,7 +48,11 @@ err::Win32Error MakeFolder(const std::string& native, const security::SecurityDe
     return posix::Win32ErrorFromErrno(errnum);
   }
   posix::NoteNameCreated(native);
-  if (sd == nullptr) return err::kSuccess;
+  if (sd == nullptr) {
+    // Without a descriptor the folder inherits; that failing leaves it as mkdir made it.
+    static_cast<void>(posix::InheritNewObjectSecurity(native));
+    return err::kSuccess;
+  }
   const err::Win32Error error = posix::StoreNewObjectSecurity(native, *sd);
   if (error != err::kSuccess && ::rmdir(native.c_str()) == 0) posix::NoteNameRemoved(native);
   return error;
@@ -160,7 +164,11 @@ class PosixSecurityPort final : public SecurityPort {
     }
     ::close(fd);
     if (created) posix::NoteNameCreated(native);
-    if (!created || sd == nullptr) return err::kSuccess;
+    if (!created) return err::kSuccess;
+    if (sd == nullptr) {
+      static_cast<void>(posix::InheritNewObjectSecurity(native));
+      return err::kSuccess;
+    }
     error = posix::StoreNewObjectSecurity(native, *sd);
     if (error != err::kSuccess && ::unlink(native.c_str()) == 0) posix::NoteNameRemoved(native);
     return error;

@@ -1,7 +1,9 @@
 #include "platform/posix/share_map.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <fstream>
@@ -11,11 +13,13 @@
 #include "base/format.h"
 #include "base/text_encoding.h"
 #include "base/wide_string.h"
+#include "platform/posix/smb_conf.h"
 
 namespace tw::posix {
 namespace {
 
 constexpr char kDefaultShareMapFile[] = "/etc/tarnwick/shares.conf";
+constexpr char kDefaultSmbConf[] = "/etc/samba/smb.conf";
 
 std::string_view Trim(std::string_view text) {
   while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
@@ -51,32 +55,60 @@ ProcessState& State() {
   return *state;
 }
 
-void Load(ProcessState& state) {
-  state.loaded = true;
-  state.usable = true;
-  state.problem.clear();
-  state.map = ShareMap();
-  std::string file = state.testFile;
-  bool named = !file.empty();
-  if (file.empty()) {
-    const char* variable = std::getenv("TARNWICK_SHARES");
-    named = variable != nullptr && *variable != '\0';
-    file = named ? variable : kDefaultShareMapFile;
-  }
+bool Exists(const std::string& file) {
   struct stat info {};
-  if (!named && ::stat(file.c_str(), &info) != 0 && errno == ENOENT) return;  // no shares
+  return ::stat(file.c_str(), &info) == 0 || errno != ENOENT;
+}
+
+bool LoadShareMapFile(const std::string& file, ShareMap& map, std::wstring& problem) {
   std::ifstream in(file, std::ios::binary);
   if (!in) {
-    state.usable = false;
-    state.problem = Format(L"Share map \"%s\" cannot be read", Utf8ToWide(file));
-    return;
+    problem = Format(L"Share map \"%s\" cannot be read", Utf8ToWide(file));
+    return false;
   }
   std::ostringstream content;
   content << in.rdbuf();
-  if (!state.map.Parse(content.str(), file, state.problem)) {
-    state.usable = false;
-    state.map = ShareMap();
+  return map.Parse(content.str(), file, problem);
+}
+
+bool LoadSmbConf(const std::string& file, const std::string& hostName, ShareMap& map,
+                 std::wstring& problem) {
+  SmbConf conf;
+  if (!ReadSmbConf(file, hostName, conf, problem)) return false;
+  for (const SmbConfShare& share : conf.shares) {
+    std::string_view folder = share.path;
+    while (folder.size() > 1 && folder.back() == '/') folder.remove_suffix(1);
+    for (const std::string& server : conf.serverNames) {
+      map.Add({Utf8ToWide(server), Utf8ToWide(share.name), std::string(folder)});
+    }
   }
+  for (const std::wstring& note : conf.notes) {
+    if (!problem.empty()) problem += L'\n';
+    problem += note;
+  }
+  return true;
+}
+
+std::string Environment(const char* name) {
+  const char* value = std::getenv(name);
+  return value != nullptr ? value : "";
+}
+
+std::string HostName() {
+  std::array<char, 256> buffer{};
+  if (::gethostname(buffer.data(), buffer.size() - 1) != 0) return "";
+  return buffer.data();
+}
+
+void Load(ProcessState& state) {
+  state.loaded = true;
+  ShareMapSources sources;
+  sources.sharesFile = state.testFile.empty() ? Environment("TARNWICK_SHARES") : state.testFile;
+  sources.smbConf = state.testFile.empty() ? Environment("TARNWICK_SMB_CONF") : "";
+  sources.defaultSharesFile = kDefaultShareMapFile;
+  sources.defaultSmbConf = kDefaultSmbConf;
+  sources.hostName = HostName();
+  state.usable = LoadShareMap(sources, state.map, state.problem);
 }
 
 }  // namespace
@@ -132,6 +164,23 @@ const ShareMapEntry* ShareMap::Lookup(std::wstring_view server, std::wstring_vie
   }
   error = serverKnown ? err::kBadNetName : err::kBadNetPath;
   return nullptr;
+}
+
+bool LoadShareMap(const ShareMapSources& sources, ShareMap& map, std::wstring& problem) {
+  map = ShareMap();
+  problem.clear();
+  bool ok = true;
+  if (!sources.sharesFile.empty()) {
+    ok = LoadShareMapFile(sources.sharesFile, map, problem);
+  } else if (!sources.smbConf.empty()) {
+    ok = LoadSmbConf(sources.smbConf, sources.hostName, map, problem);
+  } else if (!sources.defaultSharesFile.empty() && Exists(sources.defaultSharesFile)) {
+    ok = LoadShareMapFile(sources.defaultSharesFile, map, problem);
+  } else if (!sources.defaultSmbConf.empty() && Exists(sources.defaultSmbConf)) {
+    ok = LoadSmbConf(sources.defaultSmbConf, sources.hostName, map, problem);
+  }
+  if (!ok) map = ShareMap();
+  return ok;
 }
 
 bool LoadProcessShareMap(std::wstring& problem) {

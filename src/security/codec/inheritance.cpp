@@ -109,4 +109,52 @@ SecurityDescriptor InheritFromParent(const SecurityDescriptor& parent, bool isCo
   return child;
 }
 
+err::Win32Error ReinheritedAcl(const Acl& dacl, const Acl* parentDacl, bool isContainer,
+                               const Sid& owner, const Sid& group, const GenericMapping& mapping,
+                               Acl* result) {
+  std::vector<Ace> aces;
+  for (const Ace& ace : dacl.aces()) {
+    if (!ace.IsInherited()) aces.push_back(ace);
+  }
+  std::uint8_t revision = dacl.revision();
+  if (parentDacl != nullptr) {
+    for (const Ace& ace : parentDacl->aces()) {
+      InheritOne(ace, isContainer, owner, group, mapping, aces);
+    }
+    if (parentDacl->revision() > revision) revision = parentDacl->revision();
+  }
+  return Acl::FromAces(revision, std::move(aces), result);
+}
+
+bool HasInheritableEntries(const SecurityDescriptor& sd) {
+  if (!sd.HasDacl() || !sd.dacl) return false;
+  for (const Ace& ace : sd.dacl->aces()) {
+    if ((ace.flags & (kObjectInheritAce | kContainerInheritAce)) != 0) return true;
+  }
+  return false;
+}
+
+SecurityDescriptor CreateChildDescriptor(const SecurityDescriptor* parent, bool isContainer,
+                                         const Sid& owner, const Sid& group, const Acl& defaultDacl,
+                                         const GenericMapping& mapping) {
+  if (parent != nullptr && HasInheritableEntries(*parent)) {
+    return InheritFromParent(*parent, isContainer, owner, group, mapping);
+  }
+  std::vector<Ace> aces;
+  for (Ace ace : defaultDacl.aces()) {
+    if (ace.HasSid()) ace.mask = MapGenericMask(ace.mask, mapping);
+    aces.push_back(std::move(ace));
+  }
+  Acl dacl;
+  if (const err::Win32Error error = Acl::FromAces(defaultDacl.revision(), std::move(aces), &dacl);
+      error != err::kSuccess) {
+    ThrowHResult(HResultFromWin32(error));
+  }
+  SecurityDescriptor child;
+  child.owner = owner;
+  child.group = group;
+  child.SetDacl(std::move(dacl));
+  return child;
+}
+
 }  // namespace tw::security

@@ -21,9 +21,10 @@
 // - The child's DACL lists the inherited entries in the order of the parent's entries.
 // The child gets SE_DACL_PRESENT, plus SE_DACL_AUTO_INHERITED when the parent's DACL has it;
 // SE_DACL_PROTECTED is never inherited. When the parent has no DACL, a NULL DACL or no entry
-// that reaches the child, the child gets an empty inherited DACL (our decision: an offline
-// engine has no creator token with a default DACL to fall back on). A SACL is not inherited
-// (the tool never reads or writes SACLs).
+// that reaches the child, InheritFromParent gives an empty inherited DACL (our decision for the
+// hive engine: an offline engine has no creator token with a default DACL to fall back on);
+// CreateChildDescriptor, for file-system objects, falls back on the creator's default DACL as
+// Windows does. A SACL is not inherited (the tool never reads or writes SACLs).
 #pragma once
 
 #include <cstdint>
@@ -65,5 +66,32 @@ Acl InheritedAcl(const Acl& parentDacl, bool isContainer, const Sid& owner, cons
 SecurityDescriptor InheritFromParent(const SecurityDescriptor& parent, bool isContainer,
                                      const Sid& owner, const Sid& group,
                                      const GenericMapping& mapping);
+
+// The DACL of an object that takes its inheritance from its parent again: the entries of `dacl`
+// not marked INHERITED_ACE, in their order, followed by those InheritedAcl gives from
+// `parentDacl` (none when it is null). What an unprotected DACL write stores, and what a
+// parent's new DACL gives each child it propagates to. Fails (ERROR_INVALID_PARAMETER as
+// Acl::FromAces reports it) only when the result would pass the 64 KiB limit of a list.
+err::Win32Error ReinheritedAcl(const Acl& dacl, const Acl* parentDacl, bool isContainer,
+                               const Sid& owner, const Sid& group, const GenericMapping& mapping,
+                               Acl* result);
+
+// Whether `sd`'s DACL holds an entry that children can inherit (OBJECT_INHERIT_ACE or
+// CONTAINER_INHERIT_ACE); a missing or NULL DACL holds none.
+bool HasInheritableEntries(const SecurityDescriptor& sd);
+
+// The descriptor Windows gives a new file-system object created without a descriptor of its own
+// (CreatePrivateObjectSecurityEx with automatic DACL inheritance, as the file system calls it):
+// - when the parent's DACL holds an inheritable entry (HasInheritableEntries): the DACL
+//   InheritFromParent computes, even when none of those entries reaches this kind of child (a
+//   file under a folder whose entries are all container-inherit gets an empty DACL, as on
+//   Windows);
+// - otherwise the creator's default DACL `defaultDacl` (the token default DACL), its generic
+//   rights mapped, with SE_DACL_PRESENT alone (neither inherited nor protected).
+// `parent` is null for an object without a parent. The owner and group are always `owner` and
+// `group`; no SACL.
+SecurityDescriptor CreateChildDescriptor(const SecurityDescriptor* parent, bool isContainer,
+                                         const Sid& owner, const Sid& group, const Acl& defaultDacl,
+                                         const GenericMapping& mapping);
 
 }  // namespace tw::security

@@ -4,12 +4,14 @@
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
 
 #include "fakes/sized_file.h"
 #include "platform/file_system.h"
+#include "platform/posix/file_info_posix.h"
 #include "platform/posix/native_path.h"
 
 namespace tw {
@@ -66,11 +68,19 @@ TEST_F(PosixFileOperationsTest, AttributesWithoutStoredValueFollowTheType) {
   EXPECT_EQ(files.GetAttributes(Win("missing\\f"), attributes), err::kPathNotFound);
 }
 
-TEST_F(PosixFileOperationsTest, SetAttributesStoresHexTextAndKeepsTheTypeBit) {
+TEST_F(PosixFileOperationsTest, SetAttributesStoresTheServersFormAndKeepsTheTypeBit) {
   MakeFile("f");
   fs::create_directory(Native("d"));
   ASSERT_EQ(files.SetAttributes(Win("f"), file_attr::kHidden | file_attr::kArchive), err::kSuccess);
-  EXPECT_EQ(StoredText("f"), "0x22");
+  // Version 5 with empty hex text, attributes and creation time valid (0x11), attributes 0x22.
+  const std::string stored = StoredText("f");
+  ASSERT_EQ(stored.size(), 24u);
+  EXPECT_EQ(stored.substr(0, 16), std::string("\0\0\x05\0\x05\0\0\0\x11\0\0\0\x22\0\0\0", 16));
+  FindEntry entry;
+  ASSERT_EQ(posix::QueryFileInfo(Native("f"), entry), err::kSuccess);
+  std::uint64_t created = 0;
+  std::memcpy(&created, stored.data() + 16, 8);
+  EXPECT_EQ(entry.times.creation, created);
   EXPECT_EQ(Attributes("f"), file_attr::kHidden | file_attr::kArchive);
   ASSERT_EQ(files.SetAttributes(Win("d"), file_attr::kReadOnly | file_attr::kDirectory),
             err::kSuccess);

@@ -111,7 +111,15 @@ TEST_F(PosixFileSecurityTest, FileWithoutStoredDescriptorRoundTrips) {
   ASSERT_EQ(security.TakeOwnership(Win("plain.txt"), saved, true), hr::kOk);
   EXPECT_NE(Read("plain.txt").dacl, before.dacl);
   ASSERT_EQ(security.ApplySecurity(Win("plain.txt"), saved), hr::kOk);
-  EXPECT_EQ(Read("plain.txt"), before);
+  // The derived DACL is not protected: written back, it keeps its own entries and gains what the
+  // folder passes on.
+  const SecurityDescriptor after = Read("plain.txt");
+  EXPECT_EQ(after.owner, before.owner);
+  std::vector<Ace> own;
+  for (const Ace& ace : after.dacl->aces()) {
+    if (!ace.IsInherited()) own.push_back(ace);
+  }
+  EXPECT_EQ(own, before.dacl->aces());
 }
 
 TEST_F(PosixFileSecurityTest, NullDaclIsOwnedAloneThenNullAgain) {
@@ -121,8 +129,14 @@ TEST_F(PosixFileSecurityTest, NullDaclIsOwnedAloneThenNullAgain) {
   ASSERT_TRUE(before.IsNullDacl());
   SelfRelativeDescriptor saved;
   ASSERT_EQ(security.TakeOwnership(Win("open.txt"), saved, true), hr::kOk);
-  EXPECT_EQ(Read("open.txt").dacl,
-            MakeAcl({Ace::Allowed(kFileAllAccess, currentUserSid.sid(), 3)}));
+  // The owner's entry, then what the folder passes on.
+  const SecurityDescriptor owned = Read("open.txt");
+  ASSERT_TRUE(owned.dacl.has_value());
+  ASSERT_FALSE(owned.dacl->aces().empty());
+  EXPECT_EQ(owned.dacl->aces()[0], Ace::Allowed(kFileAllAccess, currentUserSid.sid(), 3));
+  for (std::size_t i = 1; i < owned.dacl->aces().size(); ++i) {
+    EXPECT_TRUE(owned.dacl->aces()[i].IsInherited());
+  }
   ASSERT_EQ(security.ApplySecurity(Win("open.txt"), saved), hr::kOk);
   EXPECT_EQ(Read("open.txt"), before);
 }

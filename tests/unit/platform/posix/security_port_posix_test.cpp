@@ -1,5 +1,6 @@
-// The POSIX security port on real files in a temporary folder: descriptors kept in an extended
-// attribute, synthesised from owner, group and mode when none is kept, never through a link.
+// The POSIX security port on real files in a temporary folder: descriptors kept in the file
+// server's "security.NTACL" attribute (root only: these tests skip without root), derived from
+// owner, group and mode as the server derives them when none is kept, never through a link.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
@@ -8,9 +9,12 @@
 #include <filesystem>
 #include <string>
 
+#include "base/text_encoding.h"
+#include "fakes/log_capture.h"
 #include "fakes/temp_folder.h"
 #include "platform/posix/descriptor_store.h"
 #include "platform/posix/native_path.h"
+#include "platform/posix/samba/account_map.h"
 #include "platform/security_port.h"
 #include "security/codec/inheritance.h"
 #include "security/codec/well_known_sids.h"
@@ -31,8 +35,25 @@ Acl MakeAcl(std::vector<Ace> aces) {
   return acl;
 }
 
+// Only the S-1-22 SIDs: the tests do not depend on the machine's Samba accounts.
+class UnixSidsOnly final : public posix::samba::AccountMap {
+ public:
+  std::optional<std::uint32_t> UidOf(const Sid& sid) override {
+    return security::UnixUidFromSid(sid);
+  }
+  std::optional<std::uint32_t> GidOf(const Sid& sid) override {
+    return security::UnixGidFromSid(sid);
+  }
+  Sid SidOfUid(std::uint32_t uid) override { return security::UnixUserSid(uid); }
+  Sid SidOfGid(std::uint32_t gid) override { return security::UnixGroupSid(gid); }
+};
+
 class PosixSecurityPortTest : public ::testing::Test {
  protected:
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "skipped: security.NTACL needs root";
+  }
+
   std::wstring Win(const std::string& name) const {
     return posix::ToWindowsPath(folder.Child(name));
   }
@@ -60,6 +81,8 @@ class PosixSecurityPortTest : public ::testing::Test {
     return write;
   }
 
+  UnixSidsOnly accounts;
+  posix::samba::ScopedAccountMap installed{accounts};
   testing::TempFolder folder;
   SecurityPort& port = ProcessSecurityPort();
 };
@@ -83,10 +106,10 @@ TEST_F(PosixSecurityPortTest, FileWithoutStoredDescriptorReadsAsSynthesised) {
   const SecurityDescriptor sd = Read("plain.txt");
   EXPECT_EQ(sd.owner, security::UnixUserSid(info.st_uid));
   EXPECT_FALSE(sd.group.has_value());  // only owner and DACL are read
-  EXPECT_EQ(sd.control, security::kSeDaclPresent | security::kSeDaclProtected);
-  EXPECT_EQ(sd.dacl, MakeAcl({Ace::Allowed(0x00120089 | 0x00130116 | 0x00060000,
-                                           security::UnixUserSid(info.st_uid)),
-                              Ace::Allowed(0x00120089, security::UnixGroupSid(info.st_gid))}));
+  EXPECT_EQ(sd.control, security::kSeDaclPresent);
+  EXPECT_EQ(sd.dacl, MakeAcl({Ace::Allowed(0x001F019F, security::UnixUserSid(info.st_uid)),
+                              Ace::Allowed(0x00120089, security::UnixGroupSid(info.st_gid)),
+                              Ace::Allowed(0, security::EveryoneSid())}));
   EXPECT_FALSE(HasStoredDescriptor("plain.txt"));  // reading stores nothing
 }
 
@@ -95,11 +118,20 @@ TEST_F(PosixSecurityPortTest, FolderModeBitsMapToFolderRights) {
   ASSERT_EQ(::chmod(Native("dir").c_str(), 0753), 0);
   const struct stat info = Stat("dir");
   const SecurityDescriptor sd = Read("dir");
+  Sid creatorOwner;
+  Sid creatorGroup;
+  ASSERT_EQ(Sid::FromString(L"S-1-3-0", &creatorOwner), err::kSuccess);
+  ASSERT_EQ(Sid::FromString(L"S-1-3-1", &creatorGroup), err::kSuccess);
   EXPECT_EQ(sd.dacl, MakeAcl({Ace::Allowed(0x001F01FF, security::UnixUserSid(info.st_uid)),
                               Ace::Allowed(0x001200A9, security::UnixGroupSid(info.st_gid)),
-                              Ace::Allowed(0x00130156 | 0x001200A0, security::EveryoneSid())}));
+                              Ace::Allowed(0x001F01F6, security::EveryoneSid()),
+                              Ace::Allowed(0x001F01FF, creatorOwner, 0x0B),
+                              Ace::Allowed(0x001200A9, creatorGroup, 0x0B),
+                              Ace::Allowed(0x001200A9, security::EveryoneSid(), 0x0B)}));
   EXPECT_EQ(posix::AccessMaskFromModeBits(0, true), 0u);
-  EXPECT_EQ(posix::AccessMaskFromModeBits(2, false), 0x00130116u);
+  EXPECT_EQ(posix::AccessMaskFromModeBits(2, false), 0x001F0116u);
+  EXPECT_EQ(posix::AccessMaskFromModeBits(6, false), 0x001F019Fu);
+  EXPECT_EQ(posix::AccessMaskFromModeBits(5, true), 0x001200A9u);
 }
 
 TEST_F(PosixSecurityPortTest, WrittenDescriptorReadsBackAndSurvivesACopy) {
@@ -270,18 +302,61 @@ TEST_F(PosixSecurityPortTest, MissingObjectsGiveFileOrPathNotFound) {
   EXPECT_EQ(port.ReadNamedSecurity(L"Q:\\nothing", sd), err::kPathNotFound);
 }
 
-TEST_F(PosixSecurityPortTest, DamagedStoredDescriptorIsReportedAndReplacedByAWrite) {
+TEST_F(PosixSecurityPortTest, DamagedStoredDescriptorReadsAsNoneWithALogLineAndIsReplaced) {
   folder.WriteFile("bad.txt", "b");
+  const SecurityDescriptor derived = Read("bad.txt");
   const char junk[] = "not a descriptor";
   ASSERT_EQ(
       ::lsetxattr(Native("bad.txt").c_str(), posix::kDescriptorAttribute, junk, sizeof junk, 0), 0);
-  SecurityDescriptor sd;
-  EXPECT_EQ(port.ReadNamedSecurity(Win("bad.txt"), sd), err::kInvalidSecurityDescr);
+  testing::LogCapture log;
+  EXPECT_EQ(Read("bad.txt"), derived);
+  ASSERT_EQ(log.messages().size(), 1u);
+  EXPECT_NE(log.messages()[0].find(Utf8ToWide(Native("bad.txt"))), std::wstring::npos);
   SecurityWrite owner;
   owner.writeOwner = true;
   owner.owner = Anna();
   ASSERT_EQ(port.WriteNamedSecurity(Win("bad.txt"), owner), err::kSuccess);
   EXPECT_EQ(Read("bad.txt").owner, Anna());
+}
+
+// As the server judges a stored descriptor: one whose hashes no longer describe the file (a
+// wrong hash, or a mode changed behind its back) reads as none, with a log line naming it.
+TEST_F(PosixSecurityPortTest, StoredDescriptorWithAWrongHashReadsAsNone) {
+  folder.WriteFile("h.txt", "h");
+  const SecurityDescriptor derived = Read("h.txt");
+  const Acl dacl = MakeAcl({Ace::Allowed(0x1F01FF, Anna())});
+  ASSERT_EQ(
+      port.WriteNamedSecurity(Win("h.txt"), OwnerAndDacl(Anna(), dacl, DaclProtection::kProtected)),
+      err::kSuccess);
+  EXPECT_EQ(Read("h.txt").dacl, dacl);
+  std::vector<char> blob(4096);
+  const ssize_t size =
+      ::lgetxattr(Native("h.txt").c_str(), posix::kDescriptorAttribute, blob.data(), blob.size());
+  ASSERT_GT(size, 160);
+  std::vector<char> wrong(blob.begin(), blob.begin() + size);
+  wrong[14] = static_cast<char>(wrong[14] ^ 1);  // the descriptor hash
+  wrong[96] = static_cast<char>(wrong[96] ^ 1);  // the POSIX ACL hash
+  ASSERT_EQ(::lsetxattr(Native("h.txt").c_str(), posix::kDescriptorAttribute, wrong.data(),
+                        wrong.size(), 0),
+            0);
+  testing::LogCapture log;
+  EXPECT_EQ(Read("h.txt"), derived);
+  ASSERT_EQ(log.messages().size(), 1u);
+  EXPECT_NE(log.messages()[0].find(Utf8ToWide(Native("h.txt"))), std::wstring::npos);
+
+  // Only the POSIX ACL hash wrong: the descriptor hash still describes the file.
+  wrong = std::vector<char>(blob.begin(), blob.begin() + size);
+  wrong[96] = static_cast<char>(wrong[96] ^ 1);
+  ASSERT_EQ(::lsetxattr(Native("h.txt").c_str(), posix::kDescriptorAttribute, wrong.data(),
+                        wrong.size(), 0),
+            0);
+  EXPECT_EQ(Read("h.txt").dacl, dacl);
+
+  // A mode changed behind the server's back: both hashes are stale.
+  ASSERT_EQ(::chmod(Native("h.txt").c_str(), 0600), 0);
+  log.Clear();
+  EXPECT_NE(Read("h.txt").dacl, dacl);
+  EXPECT_EQ(log.messages().size(), 1u);
 }
 
 TEST_F(PosixSecurityPortTest, CreatesAFolderWithADescriptor) {
@@ -294,8 +369,15 @@ TEST_F(PosixSecurityPortTest, CreatesAFolderWithADescriptor) {
   EXPECT_EQ(Read("new"), OwnerAndDaclOf(sd));
   EXPECT_EQ(port.CreateFolderWithSecurity(Win("new"), &sd), err::kAlreadyExists);
   EXPECT_EQ(port.CreateFolderWithSecurity(Win("gone/new"), &sd), err::kPathNotFound);
+  // Without a descriptor the folder inherits; the temporary folder passes nothing on, so it
+  // gets the process's default DACL.
   ASSERT_EQ(port.CreateFolderWithSecurity(Win("bare"), nullptr), err::kSuccess);
-  EXPECT_FALSE(HasStoredDescriptor("bare"));
+  const Sid me = security::UnixUserSid(::geteuid());
+  SecurityDescriptor expected;
+  expected.owner = me;
+  expected.SetDacl(
+      MakeAcl({Ace::Allowed(0x1F01FF, me), Ace::Allowed(0x1F01FF, security::LocalSystemSid())}));
+  EXPECT_EQ(Read("bare"), expected);
 }
 
 TEST_F(PosixSecurityPortTest, CreatesAFolderPathGivingEachNewFolderTheDescriptor) {

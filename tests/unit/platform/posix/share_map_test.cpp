@@ -136,5 +136,73 @@ TEST_F(ShareMapFileTest, UnreadableMapFileIsReported) {
   EXPECT_NE(problem.find(L"cannot be read"), std::wstring::npos);
 }
 
+// The sources in their order: TARNWICK_SHARES, TARNWICK_SMB_CONF, the default share map file
+// when it exists, the server's Samba configuration when it exists.
+class ShareMapSourcesTest : public ::testing::Test {
+ protected:
+  std::string Write(const std::string& name, const std::string& text) {
+    const std::filesystem::path file = folder.path() / name;
+    std::ofstream(file, std::ios::binary | std::ios::trunc) << text;
+    return file.string();
+  }
+  std::string Folder(std::wstring_view server, std::wstring_view share) {
+    err::Win32Error error = err::kSuccess;
+    const ShareMapEntry* entry = map.Lookup(server, share, error);
+    return entry != nullptr ? entry->folder : "error " + std::to_string(error);
+  }
+
+  ScratchFolder folder;
+  ShareMap map;
+  std::wstring problem;
+};
+
+TEST_F(ShareMapSourcesTest, EachSourceWinsOverTheOnesAfterIt) {
+  ShareMapSources sources;
+  sources.hostName = "fs01.example.com";
+  sources.sharesFile = Write("shares.conf", "\\\\named\\p = /from/shares\n");
+  sources.smbConf = Write("smb.conf", "[p]\n  path = /from/smbconf/\n");
+  sources.defaultSharesFile = Write("default-shares.conf", "\\\\default\\p = /from/default\n");
+  sources.defaultSmbConf = Write("default-smb.conf", "[p]\n  path = /from/default-smbconf\n");
+  ASSERT_TRUE(LoadShareMap(sources, map, problem)) << ::testing::PrintToString(problem);
+  EXPECT_EQ(Folder(L"named", L"p"), "/from/shares");
+  sources.sharesFile.clear();
+  ASSERT_TRUE(LoadShareMap(sources, map, problem));
+  EXPECT_EQ(Folder(L"fs01", L"P"), "/from/smbconf");
+  EXPECT_EQ(Folder(L"FS01.example.com", L"p"), "/from/smbconf");
+  EXPECT_EQ(Folder(L"named", L"p"), "error 53");
+  EXPECT_EQ(Folder(L"fs01", L"other"), "error 67");
+  sources.smbConf.clear();
+  ASSERT_TRUE(LoadShareMap(sources, map, problem));
+  EXPECT_EQ(Folder(L"default", L"p"), "/from/default");
+  sources.defaultSharesFile = (folder.path() / "missing-shares.conf").string();
+  ASSERT_TRUE(LoadShareMap(sources, map, problem));
+  EXPECT_EQ(Folder(L"FS01", L"p"), "/from/default-smbconf");
+  sources.defaultSmbConf = (folder.path() / "missing-smb.conf").string();
+  ASSERT_TRUE(LoadShareMap(sources, map, problem));
+  EXPECT_TRUE(map.entries().empty());
+  EXPECT_TRUE(problem.empty());
+}
+
+TEST_F(ShareMapSourcesTest, SambaSharesLeftOutAreNotesAndTheOthersStayUsable) {
+  ShareMapSources sources;
+  sources.hostName = "fs01";
+  sources.smbConf = Write("smb.conf",
+                          "[global]\n  netbios aliases = profiles-server\n"
+                          "[users]\n  path = /srv/%U\n[profiles]\n  path = /srv/profiles\n");
+  ASSERT_TRUE(LoadShareMap(sources, map, problem));
+  EXPECT_NE(problem.find(L"share [users] left out"), std::wstring::npos);
+  EXPECT_EQ(Folder(L"profiles-server", L"profiles"), "/srv/profiles");
+  EXPECT_EQ(Folder(L"fs01", L"users"), "error 67");
+}
+
+TEST_F(ShareMapSourcesTest, NamedSambaConfigurationThatCannotBeReadIsAProblem) {
+  ShareMapSources sources;
+  sources.smbConf = (folder.path() / "missing.conf").string();
+  sources.defaultSmbConf = Write("smb.conf", "[p]\npath=/p\n");
+  EXPECT_FALSE(LoadShareMap(sources, map, problem));
+  EXPECT_NE(problem.find(L"cannot be read"), std::wstring::npos);
+  EXPECT_TRUE(map.entries().empty());
+}
+
 }  // namespace
 }  // namespace tw::posix

@@ -1,0 +1,54 @@
+// Which of this server's accounts a SID stands for, and back: the mapping the file server itself
+// uses, so that an owner set here is the owner its clients see and the kernel checks.
+//
+// In order: winbind, when winbindd answers (a domain member); the server's passdb, read once per
+// process with "pdbedit -L -v" (a standalone server's users, made with smbpasswd: the local
+// domain SID + their RID); and always S-1-22-1-<uid> / S-1-22-2-<gid>. A SID nothing maps has no
+// uid or gid: the POSIX owner then stays as it is.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "security/codec/sid.h"
+
+namespace tw::posix::samba {
+
+class AccountMap {
+ public:
+  virtual ~AccountMap() = default;
+  virtual std::optional<std::uint32_t> UidOf(const security::Sid& sid) = 0;
+  virtual std::optional<std::uint32_t> GidOf(const security::Sid& sid) = 0;
+  virtual security::Sid SidOfUid(std::uint32_t uid) = 0;
+  virtual security::Sid SidOfGid(std::uint32_t gid) = 0;
+};
+
+// A new map of the server's accounts (what Accounts() gives unless a test installed another). Its
+// passdb is read on first need, from the configuration TARNWICK_SMB_CONF names then, else the
+// server's own.
+std::unique_ptr<AccountMap> MakeServerAccountMap();
+
+// The users of "pdbedit -L -v" output: each "Unix username:" with the "User SID:" after it.
+std::vector<std::pair<std::string, security::Sid>> ParsePassdbUsers(std::string_view verbose);
+
+// The process's map (the server's), unless a test installed another.
+AccountMap& Accounts();
+
+// Installs `map` as the process's map for the lifetime of this object (tests).
+class ScopedAccountMap {
+ public:
+  explicit ScopedAccountMap(AccountMap& map);
+  ~ScopedAccountMap();
+  ScopedAccountMap(const ScopedAccountMap&) = delete;
+  ScopedAccountMap& operator=(const ScopedAccountMap&) = delete;
+
+ private:
+  AccountMap* previous_;
+};
+
+}  // namespace tw::posix::samba
