@@ -4,9 +4,9 @@
 
 The folder becomes the share "t". For each path (relative, "/"-separated) this prints
 "== <path>", smbcacls --numeric's lines (as an ordinary user of the server: root is not one, so
-its files are owned by S-1-22-1-0 as the server maps unknown accounts), then
-smbclient allinfo's "attributes:" and "create_time:" lines. Exit code 77 when it cannot run
-(not root, Samba missing), as the harness decides.
+its files are owned by S-1-22-1-0 as the server maps unknown accounts), then smbclient
+allinfo's "create_time:" (for the first path only) and "attributes:" lines. Exit code 77 when it
+cannot run (not root, Samba missing), as the harness decides.
 """
 
 import os
@@ -27,7 +27,8 @@ def main():
             print(server.smbcacls(user, "t", path, "--numeric").stdout.rstrip())
             info = server.smbclient(user, "t", f'allinfo "{path}"').stdout
             for line in info.splitlines():
-                if line.startswith("attributes:"):
+                wanted = ("attributes:", "create_time:") if path == paths[0] else ("attributes:",)
+                if line.startswith(wanted):
                     print(line.strip())
     return 0
 

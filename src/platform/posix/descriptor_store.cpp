@@ -12,6 +12,7 @@
 #include "base/text_encoding.h"
 #include "log/log.h"
 #include "platform/posix/errno_win32.h"
+#include "platform/posix/file_info_posix.h"
 #include "platform/posix/samba/account_map.h"
 #include "platform/posix/samba/ntacl_xattr.h"
 #include "platform/posix/samba/posix_acl_blob.h"
@@ -29,26 +30,10 @@ constexpr std::uint32_t kFileAllAccess = 0x001F01FF;
 constexpr std::uint32_t kWriterRights = 0x000D0000;  // DELETE | WRITE_DAC | WRITE_OWNER
 constexpr std::uint32_t kFileDeleteChild = 0x00000040;
 constexpr std::uint8_t kDefaultEntryFlags = 0x0B;  // OBJECT | CONTAINER | INHERIT_ONLY
-// 100-ns intervals between 1601-01-01 and 1970-01-01.
-constexpr std::uint64_t kUnixEpochAsFileTime = 116444736000000000ull;
-
 std::uint64_t NowAsFileTime() {
   timespec now{};
   ::clock_gettime(CLOCK_REALTIME, &now);
-  return kUnixEpochAsFileTime + static_cast<std::uint64_t>(now.tv_sec) * 10000000ull +
-         static_cast<std::uint64_t>(now.tv_nsec) / 100;
-}
-
-security::Sid CreatorOwnerSid() {
-  security::Sid sid;
-  static_cast<void>(security::Sid::FromString(L"S-1-3-0", &sid));
-  return sid;
-}
-
-security::Sid CreatorGroupSid() {
-  security::Sid sid;
-  static_cast<void>(security::Sid::FromString(L"S-1-3-1", &sid));
-  return sid;
+  return FileTimeFromUnix(now.tv_sec, static_cast<std::uint32_t>(now.tv_nsec));
 }
 
 // The entries of one POSIX ACL in the server's order (see the header).
@@ -69,13 +54,13 @@ void AppendEntries(const std::vector<samba::PosixAclEntry>& acl, bool isFolder, 
   for (const samba::PosixAclEntry& entry : acl) {
     switch (entry.tag) {
       case samba::kAclUserObj:
-        first = ace(entry.perm, asDefault ? CreatorOwnerSid() : owner);
+        first = ace(entry.perm, asDefault ? security::CreatorOwnerSid() : owner);
         break;
       case samba::kAclUser:
         middle.push_back(ace(entry.perm & mask, samba::Accounts().SidOfUid(entry.id)));
         break;
       case samba::kAclGroupObj:
-        middle.push_back(ace(entry.perm & mask, asDefault ? CreatorGroupSid() : group));
+        middle.push_back(ace(entry.perm & mask, asDefault ? security::CreatorGroupSid() : group));
         break;
       case samba::kAclGroup:
         middle.push_back(ace(entry.perm & mask, samba::Accounts().SidOfGid(entry.id)));

@@ -11,6 +11,7 @@
 #include <optional>
 #include <span>
 #include <utility>
+#include <vector>
 
 #include "platform/posix/errno_win32.h"
 #include "platform/posix/samba/dos_attrib.h"
@@ -90,28 +91,28 @@ err::Win32Error PathError(const std::string& native) {
 
 namespace {
 
-// The DOS attributes and creation time stored on `native`, when a readable value is.
-std::optional<samba::DosAttrib> ReadDosAttrib(const std::string& native) {
+// The DOS attributes and creation time stored on `native`, when a readable value is;
+// `unsupported` tells a file system without user extended attributes.
+std::optional<samba::DosAttrib> ReadDosAttrib(const std::string& native, bool& unsupported) {
   std::uint8_t buffer[128];
   const ssize_t length = ::lgetxattr(native.c_str(), kDosAttribName, buffer, sizeof buffer);
+  unsupported = length < 0 && errno == ENOTSUP;
   if (length < 0) return std::nullopt;
   return samba::DecodeDosAttrib(
       std::span<const std::uint8_t>(buffer).first(static_cast<std::size_t>(length)));
 }
 
-}  // namespace
-
-bool ReadStoredAttributes(const std::string& native, std::uint32_t& value) {
+// The same for an open descriptor.
+std::optional<samba::DosAttrib> ReadDosAttrib(int fd) {
   std::uint8_t buffer[128];
-  const ssize_t length = ::lgetxattr(native.c_str(), kDosAttribName, buffer, sizeof buffer);
-  if (length >= 0) {
-    const std::optional<samba::DosAttrib> stored = samba::DecodeDosAttrib(
-        std::span<const std::uint8_t>(buffer).first(static_cast<std::size_t>(length)));
-    if (!stored) return false;
-    value = stored->attributes;
-    return true;
-  }
-  if (errno != ENOTSUP) return false;
+  const ssize_t length = ::fgetxattr(fd, kDosAttribName, buffer, sizeof buffer);
+  if (length < 0) return std::nullopt;
+  return samba::DecodeDosAttrib(
+      std::span<const std::uint8_t>(buffer).first(static_cast<std::size_t>(length)));
+}
+
+// The value the fallback store keeps for `native`, if any.
+bool ReadFallbackAttributes(const std::string& native, std::uint32_t& value) {
   struct statx info {};
   if (!StatNoFollow(native, info)) return false;
   FallbackStore& store = Fallback();
@@ -122,10 +123,22 @@ bool ReadStoredAttributes(const std::string& native, std::uint32_t& value) {
   return true;
 }
 
+}  // namespace
+
+bool ReadStoredAttributes(const std::string& native, std::uint32_t& value) {
+  bool unsupported = false;
+  if (const std::optional<samba::DosAttrib> stored = ReadDosAttrib(native, unsupported)) {
+    value = stored->attributes;
+    return true;
+  }
+  return unsupported && ReadFallbackAttributes(native, value);
+}
+
 err::Win32Error WriteStoredAttributes(const std::string& native, std::uint32_t value) {
   // The creation time goes with the attributes: the one stored before, else the file's own.
   std::uint64_t created = 0;
-  if (const std::optional<samba::DosAttrib> stored = ReadDosAttrib(native);
+  bool unsupported = false;
+  if (const std::optional<samba::DosAttrib> stored = ReadDosAttrib(native, unsupported);
       stored && stored->creationTime) {
     created = *stored->creationTime;
   } else if (struct statx now{}; StatNoFollow(native, now)) {
@@ -190,7 +203,27 @@ err::Win32Error QueryDescriptorTimes(int fd, FileTimes& times) {
   if (::statx(fd, "", AT_EMPTY_PATH, STATX_BASIC_STATS | STATX_BTIME, &info) != 0)
     return Win32ErrorFromErrno(errno);
   TimesFromStatx(info, times);
+  if (const std::optional<samba::DosAttrib> dos = ReadDosAttrib(fd); dos && dos->creationTime) {
+    times.creation = *dos->creationTime;
+  }
   return err::kSuccess;
+}
+
+err::Win32Error StoreDescriptorCreationTime(int fd, FileTime creation) {
+  std::uint32_t attributes = 0;
+  if (const std::optional<samba::DosAttrib> dos = ReadDosAttrib(fd)) {
+    attributes = dos->attributes;
+  } else {
+    struct statx info {};
+    if (::statx(fd, "", AT_EMPTY_PATH, STATX_TYPE, &info) != 0) return Win32ErrorFromErrno(errno);
+    attributes = S_ISDIR(info.stx_mode) ? file_attr::kDirectory : file_attr::kArchive;
+  }
+  const std::vector<std::uint8_t> bytes = samba::EncodeDosAttrib(attributes, creation);
+  if (::fsetxattr(fd, kDosAttribName, bytes.data(), bytes.size(), 0) == 0) return err::kSuccess;
+  // Where no attribute can be kept (no user attributes, a descriptor opened for its path only),
+  // the creation time is passed over, as before the file server's format was used.
+  if (errno == ENOTSUP || errno == EBADF) return err::kSuccess;
+  return Win32ErrorFromErrno(errno);
 }
 
 err::Win32Error QueryFileInfo(const std::string& native, FindEntry& entry) {
@@ -203,10 +236,15 @@ err::Win32Error QueryFileInfo(const std::string& native, FindEntry& entry) {
     entry.attributes = file_attr::kReparsePoint;
   } else {
     std::uint32_t stored = 0;
-    const std::optional<samba::DosAttrib> dos = ReadDosAttrib(native);
-    if (dos && dos->creationTime) createdOverride = *dos->creationTime;
-    const bool haveStored = dos ? true : ReadStoredAttributes(native, stored);
-    if (dos) stored = dos->attributes;
+    bool haveStored = false;
+    bool unsupported = false;
+    if (const std::optional<samba::DosAttrib> dos = ReadDosAttrib(native, unsupported)) {
+      stored = dos->attributes;
+      haveStored = true;
+      if (dos->creationTime) createdOverride = *dos->creationTime;
+    } else if (unsupported) {
+      haveStored = ReadFallbackAttributes(native, stored);
+    }
     if (haveStored) {
       stored &= ~(file_attr::kDirectory | file_attr::kReparsePoint);
       if (isFolder) {

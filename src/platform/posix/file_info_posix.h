@@ -17,7 +17,8 @@
 //
 // Times: the creation time is the one "user.DOSATTRIB" holds, else the birth time where statx
 // reports one, else the earlier of the status-change and last-write times. Writing attributes
-// stores the creation time the file has then beside them.
+// stores the creation time the file has then beside them; setting a creation time through a
+// handle stores it there.
 #pragma once
 
 #include <cstdint>
@@ -55,8 +56,12 @@ void ForgetFallbackAttributes(const std::string& native);
 // OFFLINE, NOT_CONTENT_INDEXED.
 constexpr std::uint32_t kSettableAttributes = 0x3127;
 
-// The times of the open descriptor fd.
+// The times of the open descriptor fd (the creation time the file server keeps, if any).
 err::Win32Error QueryDescriptorTimes(int fd, FileTimes& times);
+
+// Keeps `creation` as the creation time of the open descriptor fd, beside its attributes (the
+// type's when none are stored yet), where the file server's clients see it.
+err::Win32Error StoreDescriptorCreationTime(int fd, FileTime creation);
 
 // kFileNotFound when the folder that should hold native exists, else kPathNotFound.
 err::Win32Error MissingPathError(const std::string& native);

@@ -305,11 +305,15 @@ class PosixFileSystem final : public FileSystem {
     return posix::QueryDescriptorTimes(entry->fd, times);
   }
 
-  // The creation time cannot be set on Linux and is passed over; the call still succeeds.
+  // Linux keeps no settable creation time: it goes where the file server keeps it.
   err::Win32Error SetTimes(FileHandle handle, const FileTimes& times) override {
     const std::shared_ptr<OpenFileEntry> entry = Find(handle);
     if (!entry) return err::kInvalidHandle;
     if (!entry->canSetTimes) return err::kAccessDenied;
+    if (times.creation != 0) {
+      const err::Win32Error stored = posix::StoreDescriptorCreationTime(entry->fd, times.creation);
+      if (stored != err::kSuccess) return stored;
+    }
     struct timespec stamps[2];
     const FileTime values[2] = {times.lastAccess, times.lastWrite};
     for (int i = 0; i < 2; ++i) {

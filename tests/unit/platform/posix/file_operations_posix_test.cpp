@@ -118,7 +118,7 @@ TEST_F(PosixFileOperationsTest, DeleteFileErrors) {
   EXPECT_EQ(files.DeleteFileAt(Win("nofolder\\missing")), err::kPathNotFound);
 }
 
-TEST_F(PosixFileOperationsTest, TimesAreSetThroughAnOpenedFolderOrFile) {
+TEST_F(PosixFileOperationsTest, TimesAreSetThroughAnOpenedFolderOrFileCreationTimeToo) {
   fs::create_directory(Native("d"));
   MakeFile("f");
   constexpr FileTime kAccess = 130000000000000000;  // 2012
@@ -132,7 +132,14 @@ TEST_F(PosixFileOperationsTest, TimesAreSetThroughAnOpenedFolderOrFile) {
     ASSERT_EQ(files.GetTimes(handle, after), err::kSuccess);
     EXPECT_EQ(after.lastAccess, kAccess) << name;
     EXPECT_EQ(after.lastWrite, kWrite) << name;
-    EXPECT_EQ(after.creation, before.creation) << name;  // cannot be set on Linux
+    // The creation time is kept where the file server keeps it, beside unchanged attributes.
+    EXPECT_NE(before.creation, kWrite) << name;
+    EXPECT_EQ(after.creation, kWrite) << name;
+    FindEntry entry;
+    ASSERT_EQ(posix::QueryFileInfo(Native(name), entry), err::kSuccess);
+    EXPECT_EQ(entry.times.creation, kWrite) << name;
+    EXPECT_EQ(entry.attributes,
+              std::string(name) == "d" ? file_attr::kDirectory : file_attr::kArchive);
     // A zero time is left as it is.
     ASSERT_EQ(files.SetTimes(handle, FileTimes{0, 0, kAccess}), err::kSuccess);
     ASSERT_EQ(files.GetTimes(handle, after), err::kSuccess);

@@ -1,8 +1,8 @@
 // What this tool writes, seen through a real smbd as a Windows client sees it: the descriptors
 // in "security.NTACL" are served as they are (not judged stale and replaced by the POSIX view),
-// and the DOS attributes in "user.DOSATTRIB" are the client's. tests/samba/served_descriptors.py
-// runs the server in a private network namespace; it needs root and Samba (skipped otherwise,
-// with the reason).
+// and the DOS attributes and creation time in "user.DOSATTRIB" are the client's.
+// tests/samba/served_descriptors.py runs the server in a private network namespace; it needs root
+// and Samba (skipped otherwise, with the reason).
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -65,6 +65,16 @@ TEST(SambaServedTest, StoredDescriptorsAndAttributesAreWhatAClientSees) {
   ASSERT_EQ(files.SetAttributes(posix::ToWindowsPath(folder.Child("file.txt")), 0x22),
             err::kSuccess);
   ASSERT_EQ(files.SetAttributes(posix::ToWindowsPath(folder.Child("folder")), 0x11), err::kSuccess);
+  // A creation time set through a handle (2009-02-13 23:31:30 UTC).
+  FileOpenRequest request;
+  request.read = false;
+  request.otherAccess = file_access::kFileWriteAttributes;
+  request.backupSemantics = true;
+  FileHandle handle = kInvalidFileHandle;
+  ASSERT_EQ(files.Open(posix::ToWindowsPath(folder.Child("file.txt")), request, handle),
+            err::kSuccess);
+  EXPECT_EQ(files.SetTimes(handle, FileTimes{128790414900000000ull, 0, 0}), err::kSuccess);
+  EXPECT_EQ(files.Close(handle), err::kSuccess);
   struct stat info {};
   ASSERT_EQ(::stat(folder.Child("file.txt").c_str(), &info), 0);
   EXPECT_EQ(info.st_uid, 0u);
@@ -82,6 +92,7 @@ TEST(SambaServedTest, StoredDescriptorsAndAttributesAreWhatAClientSees) {
             "GROUP:S-1-22-2-0\n"
             "ACL:S-1-1-0:0/0x0/0x001f01ff\n"
             "ACL:S-1-5-21-7-8-9-1001:0/0x0/0x001200a9\n"
+            "create_time:    Fri Feb 13 23:31:30 2009 UTC\n"
             "attributes: HA (22)\n")
       << result.output;
   EXPECT_EQ(Section(result.output, "folder"),

@@ -138,6 +138,35 @@ TEST(NtAclXattrTest, BadBlobsAreProblemsNeverCrashes) {
   EXPECT_EQ(DecodeNtAcl(changed, blob), NtAclProblem::kNoDescriptor);
 }
 
+// Blobs changed at random places: whatever reads, reads again the same once written; nothing
+// is read outside the blob (the sanitizer build checks).
+TEST(NtAclXattrTest, MutatedBlobsReadSafelyAndRoundTrip) {
+  const std::vector<std::uint8_t> server = FromHex(kServerFolderBlob);
+  const std::vector<std::uint8_t> dos = FromHex("000005000500000011000000220000001483f6f0b07bdd01");
+  std::uint32_t state = 20261124;
+  auto next = [&state] {
+    state = state * 1664525u + 1013904223u;
+    return state;
+  };
+  for (int round = 0; round < 20000; ++round) {
+    std::vector<std::uint8_t> bytes = server;
+    for (int k = 0; k < 3; ++k)
+      bytes[next() % bytes.size()] = static_cast<std::uint8_t>(next() >> 24);
+    bytes.resize(bytes.size() - next() % 8);
+    NtAclBlob blob;
+    if (DecodeNtAcl(bytes, blob) == NtAclProblem::kNone) {
+      NtAclBlob again;
+      ASSERT_EQ(DecodeNtAcl(EncodeNtAclV4(blob.sd, Sha256({}), 0, Sha256({})), again),
+                NtAclProblem::kNone);
+      EXPECT_EQ(again.sd, blob.sd);
+    }
+    std::vector<std::uint8_t> attrib = dos;
+    attrib[next() % attrib.size()] = static_cast<std::uint8_t>(next() >> 24);
+    attrib.resize(attrib.size() - next() % 24);
+    static_cast<void>(DecodeDosAttrib(attrib));
+  }
+}
+
 // The server's python bindings read what we write as the same descriptor.
 TEST(NtAclXattrTest, TheServersOwnDecoderReadsWhatWeWrite) {
   NtAclBlob v4;
