@@ -27,11 +27,9 @@ std::string ParentOf(const std::string& native) {
 // cannot be read.
 std::optional<security::SecurityDescriptor> ParentDescriptor(const std::string& native) {
   if (native == "/") return std::nullopt;
-  const std::string parent = ParentOf(native);
-  struct stat info {};
-  if (::stat(parent.c_str(), &info) != 0) return std::nullopt;
+  // The stored descriptor is read first, so a parent that has one is not looked at otherwise.
   security::SecurityDescriptor parentSd;
-  if (ReadObjectDescriptor(parent, info, parentSd) != err::kSuccess) return std::nullopt;
+  if (ReadObjectDescriptor(ParentOf(native), parentSd) != err::kSuccess) return std::nullopt;
   return parentSd;
 }
 
@@ -82,20 +80,29 @@ security::Acl ProcessDefaultDacl(const security::Sid& user) {
   return dacl;
 }
 
-// The descriptor a new object at `native` receives without a DACL of its own: owner `owner`
-// (the process's user when empty), group the server's, DACL as CreateChildDescriptor computes.
-security::SecurityDescriptor ChildDescriptor(const std::string& native, const struct stat& info,
-                                             const std::optional<security::Sid>& owner) {
+// The owner (`owner`, else the object's POSIX owner) and group (its POSIX group) of a new
+// object, named as the server names its accounts; no DACL yet.
+security::SecurityDescriptor NewObjectOwnerAndGroup(const struct stat& info,
+                                                    const std::optional<security::Sid>& owner) {
   const security::SecurityDescriptor server =
       DescriptorFromMode(info.st_uid, info.st_gid, info.st_mode);
-  const security::Sid creator =
-      server.owner.value_or(security::UnixUserSid(static_cast<std::uint32_t>(info.st_uid)));
-  const security::Sid group =
-      server.group.value_or(security::UnixGroupSid(static_cast<std::uint32_t>(info.st_gid)));
+  security::SecurityDescriptor sd;
+  sd.owner = owner.value_or(
+      server.owner.value_or(security::UnixUserSid(static_cast<std::uint32_t>(info.st_uid))));
+  sd.group = server.group.value_or(security::UnixGroupSid(static_cast<std::uint32_t>(info.st_gid)));
+  return sd;
+}
+
+// The descriptor a new object at `native` receives without a DACL of its own: owner and group
+// as NewObjectOwnerAndGroup gives them, DACL as CreateChildDescriptor computes it with the
+// process's default DACL.
+security::SecurityDescriptor ChildDescriptor(const std::string& native, const struct stat& info,
+                                             const std::optional<security::Sid>& owner) {
+  const security::SecurityDescriptor process = NewObjectOwnerAndGroup(info, std::nullopt);
   const std::optional<security::SecurityDescriptor> parent = ParentDescriptor(native);
-  return security::CreateChildDescriptor(parent ? &*parent : nullptr, S_ISDIR(info.st_mode),
-                                         owner.value_or(creator), group,
-                                         ProcessDefaultDacl(creator), security::kFileMapping);
+  return security::CreateChildDescriptor(
+      parent ? &*parent : nullptr, S_ISDIR(info.st_mode), owner.value_or(*process.owner),
+      *process.group, ProcessDefaultDacl(*process.owner), security::kFileMapping);
 }
 
 // Makes the account `owner` maps to (samba/account_map.h) the POSIX owner too, when the process
@@ -178,14 +185,18 @@ err::Win32Error StoreNewObjectSecurity(const std::string& native,
                                        const security::SecurityDescriptor& given) {
   struct stat info {};
   if (const err::Win32Error error = StatObject(native, info)) return error;
-  security::SecurityDescriptor sd = ChildDescriptor(native, info, given.owner);
+  security::SecurityDescriptor sd;
   if (given.HasDacl()) {
+    // The given DACL decides, with the control bits its placing gives.
+    sd = NewObjectOwnerAndGroup(info, given.owner);
     const DaclProtection protection = (given.control & security::kSeDaclProtected) != 0
                                           ? DaclProtection::kProtected
                                           : DaclProtection::kUnprotected;
     const err::Win32Error error =
         PlaceDacl(native, S_ISDIR(info.st_mode), given.dacl, protection, sd);
     if (error != err::kSuccess) return error;
+  } else {
+    sd = ChildDescriptor(native, info, given.owner);
   }
   // The owner first: the stored attribute carries the hash of the POSIX owner.
   if (sd.owner) ChangePosixOwner(native, info, *sd.owner);

@@ -222,6 +222,28 @@ TEST_F(PosixInheritanceTest, DescriptorWithoutADaclStillInheritsItsDacl) {
   EXPECT_EQ(sub.dacl->aces(), expected);
 }
 
+TEST_F(PosixInheritanceTest, DescriptorWithADaclIsPlacedAsAWritePlacesIt) {
+  MakeTop(EveryKindOfInheritance());
+  SecurityDescriptor given;
+  given.owner = Anna();
+  given.SetDacl(MakeAcl({Ace::Allowed(kFullControl, Bert(), kOi | kCi)}));
+  given.control |= security::kSeDaclProtected;
+  // Protected: exactly the list given, whatever the folder passes on.
+  ASSERT_EQ(port.CreateFolderWithSecurity(Win("top\\closed"), &given), err::kSuccess);
+  EXPECT_EQ(Read("top\\closed"), OwnerAndDaclOf(given));
+  // Unprotected: the list given, then what the folder passes on.
+  given.control = security::kSeDaclPresent;
+  ASSERT_EQ(port.CreateFileWithSecurity(Win("top\\open.txt"), true, &given), err::kSuccess);
+  const SecurityDescriptor open = Read("top\\open.txt");
+  EXPECT_EQ(open.control, kAutoInherited);
+  std::vector<Ace> expected = {Ace::Allowed(kFullControl, Bert(), kOi | kCi)};
+  for (Ace ace : FileChildEntries()) {
+    if (ace.sid == me) ace.sid = Anna();  // CREATOR OWNER is the given owner
+    expected.push_back(ace);
+  }
+  EXPECT_EQ(open.dacl->aces(), expected);
+}
+
 TEST_F(PosixInheritanceTest, EveryCreationPathInherits) {
   MakeTop(EveryKindOfInheritance());
   FileSystem& files = ProcessFileSystem();
