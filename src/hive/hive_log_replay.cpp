@@ -199,14 +199,16 @@ EntryReplay ReplayEntries(const LogView& log, Image& image) {
   }
 }
 
+// The offset of the first bin at or after `offset` that is not valid (dataSize when all are).
+std::uint32_t SkipValidBins(const Image& image, std::uint32_t offset) {
+  std::uint32_t size = 0;
+  while (offset < image.dataSize && ValidBin(image, offset, &size)) offset += size;
+  return offset;
+}
+
 void ReplaceBrokenBins(Image& image) {
-  std::uint32_t offset = 0;
-  while (offset < image.dataSize) {
-    std::uint32_t size = 0;
-    if (ValidBin(image, offset, &size)) {
-      offset += size;
-      continue;
-    }
+  for (std::uint32_t offset = SkipValidBins(image, 0); offset < image.dataSize;
+       offset = SkipValidBins(image, offset)) {
     if (image.dataSize - offset < kBlock || !AnyWritten(image, offset, kBlock)) return;
     std::uint8_t* bin = image.bytes.data() + regf::kBaseBlockSize + offset;
     std::memset(bin, 0, kBlock);
@@ -215,7 +217,6 @@ void ReplaceBrokenBins(Image& image) {
     regf::Put32(bin + regf::kBinSize, static_cast<std::uint32_t>(kBlock));
     regf::Put32(bin + regf::kBinHeaderSize,
                 static_cast<std::uint32_t>(kBlock - regf::kBinHeaderSize));
-    offset += static_cast<std::uint32_t>(kBlock);
   }
 }
 
@@ -235,17 +236,10 @@ std::wstring ReplayDirtyPages(const LogView& log, std::span<const std::uint8_t> 
   }
   // Every bin that a dirty page wrote must be whole: signature, its own offset, a size of whole
   // blocks inside the hive bins data.
-  std::uint32_t offset = 0;
-  while (offset < image.dataSize) {
-    std::uint32_t size = 0;
-    if (ValidBin(image, offset, &size)) {
-      offset += size;
-      continue;
-    }
-    if (!AnyWritten(image, offset, static_cast<std::uint32_t>(kBlock))) return {};
-    break;
+  const std::uint32_t offset = SkipValidBins(image, 0);
+  if (offset >= image.dataSize || !AnyWritten(image, offset, static_cast<std::uint32_t>(kBlock))) {
+    return {};
   }
-  if (offset >= image.dataSize) return {};
   // The replay ends at this bin: it and the pages after it keep the hive's own bytes.
   for (std::size_t i = offset / regf::kDirtyPage; i < pageCount; ++i) {
     if (!IsDirty(bitmap, i)) continue;
