@@ -12,6 +12,18 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
 
+# Windows security lives in the security.NTACL extended attribute, as the Samba server keeps it,
+# and the owners are the server's accounts: only root may write either. The demo runs the way
+# the tool runs on a file server, as root (through sudo when started by another user).
+if [ "$(id -u)" -ne 0 ]; then
+  if command -v sudo >/dev/null; then
+    echo "demo: the sample share and the migration need root (security.NTACL, owners); using sudo"
+    exec sudo --preserve-env=TARNWICK_BUILD_DIR bash "$root/tools/demo.sh" "$@"
+  fi
+  echo "demo: run as root: the sample share and the migration write security.NTACL and owners" >&2
+  exit 1
+fi
+
 if [ -n "${TARNWICK_BUILD_DIR:-}" ]; then
   build=$TARNWICK_BUILD_DIR
   cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
