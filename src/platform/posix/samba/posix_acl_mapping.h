@@ -1,0 +1,43 @@
+// The POSIX ACLs the file server gives a file or folder when a client writes a security
+// descriptor (shares with "map acl inherit = yes"), so that the kernel's checks for the server
+// acting as a user agree with the DACL, and the "user.SAMBA_PAI" attribute that records the
+// entries' inheritance flags and the descriptor's control word beside them.
+//
+// As the server maps them: allow entries whose SID maps to an account give that account's entry
+// (the owner's gives user::, the owning group's gives group::, Everyone gives other::); their
+// read, write and execute bits come from FILE_READ_DATA, FILE_WRITE_DATA | FILE_APPEND_DATA and
+// FILE_EXECUTE (or the generic rights); a deny entry takes its bits from the account's later
+// allows; Everyone's allowed bits are also given to every other entry; the mask is rwx. Entries
+// that are inherit-only stay out of the access ACL; a folder's entries inheriting to both files
+// and folders make its default ACL (CREATOR OWNER giving user::, CREATOR GROUP giving group::).
+// Both ACLs always name the owner and the owning group once more as a named user and group.
+// SIDs that map to no account are left out.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "platform/posix/samba/account_map.h"
+#include "platform/posix/samba/posix_acl_blob.h"
+#include "security/codec/security_descriptor.h"
+
+namespace tw::posix::samba {
+
+inline constexpr const char* kPaiAttribute = "user.SAMBA_PAI";
+
+struct ServerPosixAcls {
+  std::vector<PosixAclEntry> access;                   // in the kernel's order
+  std::optional<std::vector<PosixAclEntry>> defaults;  // folders only
+  std::vector<std::uint8_t> pai;                       // the "user.SAMBA_PAI" value
+};
+
+// The ACLs for `sd` on an object with owner `uid`, group `gid` and mode `mode` (whose owner bits
+// the user:: entry keeps when no entry of the DACL names the owner).
+ServerPosixAcls PosixAclsForDescriptor(const security::SecurityDescriptor& sd, bool isFolder,
+                                       std::uint32_t uid, std::uint32_t gid, mode_t mode,
+                                       AccountMap& accounts);
+
+}  // namespace tw::posix::samba
