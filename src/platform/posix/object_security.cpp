@@ -33,7 +33,8 @@ std::optional<security::SecurityDescriptor> ParentDescriptor(const std::string& 
   return parentSd;
 }
 
-// Places `dacl` (nothing: the NULL DACL) into `sd` as a write with `protection` does.
+// Places `dacl` (nothing: the NULL DACL) into `sd` as a write with `protection` does. A protected
+// DACL leaves SE_DACL_AUTO_INHERITED to the caller; an unprotected one always sets it.
 err::Win32Error PlaceDacl(const std::string& native, bool isFolder,
                           const std::optional<security::Acl>& dacl, DaclProtection protection,
                           security::SecurityDescriptor& sd) {
@@ -173,6 +174,11 @@ err::Win32Error WriteObjectSecurity(const std::string& native, const SecurityWri
     const err::Win32Error error =
         PlaceDacl(native, S_ISDIR(info.st_mode), write.dacl, write.protection, sd);
     if (error != err::kSuccess) return error;
+    // A DACL written by name takes part in automatic inheritance whether it is protected or not:
+    // Windows documents that SetNamedSecurityInfo imposes the current inheritance model and sets
+    // SE_DACL_AUTO_INHERITED on the objects it converts ("Automatic Propagation of Inheritable
+    // ACEs"), and on NTFS such writes read back as "D:PAI" (protected) or "D:AI".
+    sd.control |= security::kSeDaclAutoInherited;
   }
   // The owner first: the stored attribute carries the hash of the POSIX owner.
   if (write.writeOwner) ChangePosixOwner(native, info, *write.owner);
@@ -189,6 +195,9 @@ err::Win32Error StoreNewObjectSecurity(const std::string& native,
   if (given.HasDacl()) {
     // The given DACL decides, with the control bits its placing gives.
     sd = NewObjectOwnerAndGroup(info, given.owner);
+    // A protected DACL given at creation keeps the given automatic-inheritance bit, so a copy
+    // made with a source's descriptor carries its control bits.
+    sd.control |= static_cast<std::uint16_t>(given.control & security::kSeDaclAutoInherited);
     const DaclProtection protection = (given.control & security::kSeDaclProtected) != 0
                                           ? DaclProtection::kProtected
                                           : DaclProtection::kUnprotected;

@@ -79,6 +79,15 @@ class PosixInheritanceTest : public ::testing::Test {
     ASSERT_TRUE(plain.owner && plain.group);
     me = *plain.owner;
     myGroup = *plain.group;
+    // The temporary folder itself passes nothing on: without a stored descriptor it would pass
+    // on what the server derives from its mode (see NewObjectsBelowAFolderWithoutAStoredDescriptor
+    // InheritWhatTheServerDerives).
+    SecurityWrite closed;
+    closed.writeDacl = true;
+    closed.dacl = Acl();
+    closed.protection = DaclProtection::kProtected;
+    ASSERT_EQ(port.WriteNamedSecurity(posix::ToWindowsPath(folder.path().string()), closed),
+              err::kSuccess);
   }
 
   std::wstring Win(const std::string& name) const {
@@ -173,15 +182,81 @@ TEST_F(PosixInheritanceTest, NewFolderAndFileReceiveWhatTheirFolderPassesOn) {
 }
 
 TEST_F(PosixInheritanceTest, ParentWithoutAutoInheritancePassesEntriesWithoutTheFlag) {
-  MakeFolder("top");
-  ASSERT_EQ(WriteDacl("top", MakeAcl({Ace::Allowed(kFullControl, Anna(), kOi | kCi)}),
-                      DaclProtection::kProtected),
-            err::kSuccess);
+  // A DACL written by name is always auto-inherited; a folder created with a protected
+  // descriptor that does not say so is not.
+  SecurityDescriptor given;
+  given.SetDacl(MakeAcl({Ace::Allowed(kFullControl, Anna(), kOi | kCi)}));
+  given.control |= security::kSeDaclProtected;
+  ASSERT_EQ(port.CreateFolderWithSecurity(Win("top"), &given), err::kSuccess);
   ASSERT_EQ(Read("top").control, security::kSeDaclPresent | security::kSeDaclProtected);
   MakeFile("top\\f.txt");
   const SecurityDescriptor file = Read("top\\f.txt");
   EXPECT_EQ(file.control, security::kSeDaclPresent);
   EXPECT_EQ(file.dacl->aces(), std::vector<Ace>{Ace::Allowed(kFullControl, Anna(), kId)});
+}
+
+TEST_F(PosixInheritanceTest, DaclWrittenByNameIsAutoInheritedWhetherProtectedOrNot) {
+  // As Windows leaves it: "D:PAI" for a protected write, "D:AI" for an unprotected one, whatever
+  // the object held before.
+  SecurityDescriptor given;
+  given.SetDacl(MakeAcl({Ace::Allowed(kFullControl, Anna(), kOi | kCi)}));
+  given.control |= security::kSeDaclProtected;
+  ASSERT_EQ(port.CreateFolderWithSecurity(Win("top"), &given), err::kSuccess);
+  ASSERT_EQ(Read("top").control, security::kSeDaclPresent | security::kSeDaclProtected);
+
+  const Acl dacl = MakeAcl({Ace::Allowed(kRead, Bert(), kOi | kCi)});
+  ASSERT_EQ(WriteDacl("top", dacl, DaclProtection::kProtected), err::kSuccess);
+  EXPECT_EQ(Read("top").control, kAutoInherited | security::kSeDaclProtected);
+  EXPECT_EQ(Entries("top"), dacl.aces());
+  ASSERT_EQ(WriteDacl("top", dacl, DaclProtection::kUnprotected), err::kSuccess);
+  EXPECT_EQ(Read("top").control, kAutoInherited);
+  ASSERT_EQ(WriteDacl("top", dacl, DaclProtection::kProtected), err::kSuccess);
+  EXPECT_EQ(Read("top").control, kAutoInherited | security::kSeDaclProtected);
+
+  // A file created with a protected descriptor that is auto-inherited keeps both bits.
+  given.control |= security::kSeDaclAutoInherited;
+  ASSERT_EQ(port.CreateFileWithSecurity(Win("top\\copy.txt"), true, &given), err::kSuccess);
+  EXPECT_EQ(Read("top\\copy.txt").control, kAutoInherited | security::kSeDaclProtected);
+}
+
+TEST_F(PosixInheritanceTest,
+       NewObjectsBelowAFolderWithoutAStoredDescriptorInheritWhatTheServerDerives) {
+  // A folder made outside Windows security passes on what the server shows for it: full control
+  // for CREATOR OWNER, read and execute for CREATOR GROUP and Everyone, all inherit-only. A
+  // client creating through the server's share receives the same.
+  ASSERT_EQ(::mkdir(Native("bare").c_str(), 0750), 0);
+  const SecurityDescriptor bare = Read("bare");
+  ASSERT_EQ(bare.control, security::kSeDaclPresent);
+  const std::vector<Ace> passedOn = {
+      Ace::Allowed(kFullControl, security::CreatorOwnerSid(), kOi | kCi | kIo),
+      Ace::Allowed(kReadAndExecute, security::CreatorGroupSid(), kOi | kCi | kIo),
+      Ace::Allowed(kReadAndExecute, Everyone(), kOi | kCi | kIo),
+  };
+  const std::vector<Ace> all = Entries("bare");
+  ASSERT_GE(all.size(), passedOn.size());
+  ASSERT_EQ(std::vector<Ace>(all.end() - 3, all.end()), passedOn);
+
+  MakeFile("bare\\f.txt");
+  MakeFolder("bare\\sub");
+  const SecurityDescriptor file = Read("bare\\f.txt");
+  EXPECT_EQ(file.owner, me);
+  EXPECT_EQ(file.control, security::kSeDaclPresent);  // the folder is not auto-inherited
+  EXPECT_EQ(Entries("bare\\f.txt"), (std::vector<Ace>{
+                                        Ace::Allowed(kFullControl, me, kId),
+                                        Ace::Allowed(kReadAndExecute, myGroup, kId),
+                                        Ace::Allowed(kReadAndExecute, Everyone(), kId),
+                                    }));
+  const SecurityDescriptor sub = Read("bare\\sub");
+  EXPECT_EQ(sub.owner, me);
+  EXPECT_EQ(sub.control, security::kSeDaclPresent);
+  EXPECT_EQ(Entries("bare\\sub"),
+            (std::vector<Ace>{
+                Ace::Allowed(kFullControl, me, kId),
+                Ace::Allowed(kFullControl, security::CreatorOwnerSid(), kOi | kCi | kIo | kId),
+                Ace::Allowed(kReadAndExecute, myGroup, kId),
+                Ace::Allowed(kReadAndExecute, security::CreatorGroupSid(), kOi | kCi | kIo | kId),
+                Ace::Allowed(kReadAndExecute, Everyone(), kOi | kCi | kId),
+            }));
 }
 
 TEST_F(PosixInheritanceTest, FolderWithOnlyContainerEntriesGivesAFileAnEmptyDacl) {

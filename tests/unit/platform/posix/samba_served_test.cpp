@@ -85,9 +85,10 @@ TEST(SambaServedTest, StoredDescriptorsAndAttributesAreWhatAClientSees) {
   if (result.exitStatus == 77) GTEST_SKIP() << result.output;
   ASSERT_EQ(result.exitStatus, 0) << result.output << result.errors;
 
+  // Protected DACLs written by name are auto-inherited too (SE_DACL_AUTO_INHERITED, 0x0400).
   EXPECT_EQ(Section(result.output, "file.txt"),
             "REVISION:1\n"
-            "CONTROL:0x9004\n"
+            "CONTROL:0x9404\n"
             "OWNER:S-1-5-21-7-8-9-1001\n"
             "GROUP:S-1-22-2-0\n"
             "ACL:S-1-1-0:0/0x0/0x001f01ff\n"
@@ -97,7 +98,7 @@ TEST(SambaServedTest, StoredDescriptorsAndAttributesAreWhatAClientSees) {
       << result.output;
   EXPECT_EQ(Section(result.output, "folder"),
             "REVISION:1\n"
-            "CONTROL:0x9004\n"
+            "CONTROL:0x9404\n"
             "OWNER:S-1-5-21-7-8-9-1001\n"
             "GROUP:S-1-22-2-0\n"
             "ACL:S-1-1-0:0/0x3/0x001f01ff\n"

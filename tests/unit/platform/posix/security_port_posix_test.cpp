@@ -145,7 +145,9 @@ TEST_F(PosixSecurityPortTest, WrittenDescriptorReadsBackAndSurvivesACopy) {
   const SecurityDescriptor a = Read("a.txt");
   EXPECT_EQ(a.owner, Anna());
   EXPECT_EQ(a.dacl, dacl);
-  EXPECT_EQ(a.control, security::kSeDaclPresent | security::kSeDaclProtected);
+  // A DACL written by name is auto-inherited, protected or not ("D:PAI" as Windows leaves it).
+  EXPECT_EQ(a.control,
+            security::kSeDaclPresent | security::kSeDaclAutoInherited | security::kSeDaclProtected);
 
   ASSERT_EQ(port.WriteNamedSecurity(Win("b.txt"),
                                     OwnerAndDacl(*a.owner, *a.dacl, DaclProtection::kProtected)),
@@ -374,8 +376,14 @@ TEST_F(PosixSecurityPortTest, CreatesAFolderWithADescriptor) {
   EXPECT_EQ(Read("new"), OwnerAndDaclOf(sd));
   EXPECT_EQ(port.CreateFolderWithSecurity(Win("new"), &sd), err::kAlreadyExists);
   EXPECT_EQ(port.CreateFolderWithSecurity(Win("gone/new"), &sd), err::kPathNotFound);
-  // Without a descriptor the folder inherits; the temporary folder passes nothing on, so it
-  // gets the process's default DACL.
+  // Without a descriptor the folder inherits; a folder that passes nothing on gives it the
+  // process's default DACL.
+  SecurityWrite closed;
+  closed.writeDacl = true;
+  closed.dacl = Acl();
+  closed.protection = DaclProtection::kProtected;
+  ASSERT_EQ(port.WriteNamedSecurity(posix::ToWindowsPath(folder.path().string()), closed),
+            err::kSuccess);
   ASSERT_EQ(port.CreateFolderWithSecurity(Win("bare"), nullptr), err::kSuccess);
   const Sid me = security::UnixUserSid(::geteuid());
   SecurityDescriptor expected;
