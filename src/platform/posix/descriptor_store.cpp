@@ -114,6 +114,8 @@ security::SecurityDescriptor HashedDescriptor(const struct stat& info,
   return sd;
 }
 
+constexpr const char* kDefaultAclAttribute = "system.posix_acl_default";
+
 bool SetAttribute(const std::string& native, const char* name,
                   const std::vector<std::uint8_t>& value) {
   return ::lsetxattr(native.c_str(), name, value.data(), value.size(), 0) == 0;
@@ -133,8 +135,12 @@ bool SetServersPosixAcls(const std::string& native, const security::SecurityDesc
   if (!SetAttribute(native, "system.posix_acl_access", samba::EncodePosixAcl(server.access))) {
     return false;
   }
-  if (server.defaults &&
-      !SetAttribute(native, "system.posix_acl_default", samba::EncodePosixAcl(*server.defaults))) {
+  if (server.defaults && !server.defaults->empty() &&
+      !SetAttribute(native, kDefaultAclAttribute, samba::EncodePosixAcl(*server.defaults))) {
+    return false;
+  }
+  if (server.defaults && server.defaults->empty() &&
+      ::lremovexattr(native.c_str(), kDefaultAclAttribute) != 0 && errno != ENODATA) {
     return false;
   }
   if (!SetAttribute(native, samba::kPaiAttribute, server.pai)) {

@@ -116,6 +116,8 @@ std::vector<Slot> BuildSlots(const security::SecurityDescriptor& sd, bool isFold
       }
     }
   }
+  // A folder none of whose entries inherit to both files and folders has no default ACL.
+  if (asDefault && slots.empty()) return slots;
   std::stable_sort(slots.begin(), slots.end(), [](const Slot& a, const Slot& b) {
     if (a.rank != b.rank) return a.rank < b.rank;
     return a.denyRank < b.denyRank;
@@ -191,7 +193,9 @@ ServerPosixAcls PosixAclsForDescriptor(const security::SecurityDescriptor& sd, b
 
   ServerPosixAcls acls;
   acls.access = KernelAcl(access);
-  if (isFolder) acls.defaults = KernelAcl(defaults);
+  if (isFolder) {
+    acls.defaults = defaults.empty() ? std::vector<PosixAclEntry>{} : KernelAcl(defaults);
+  }
   const auto control = static_cast<std::uint16_t>(
       (sd.control & ~(security::kSeSaclPresent | security::kSeSaclAutoInherited |
                       security::kSeSaclProtected | security::kSeSaclDefaulted)) |

@@ -29,9 +29,11 @@ namespace tw::posix::samba {
 inline constexpr const char* kPaiAttribute = "user.SAMBA_PAI";
 
 struct ServerPosixAcls {
-  std::vector<PosixAclEntry> access;                   // in the kernel's order
-  std::optional<std::vector<PosixAclEntry>> defaults;  // folders only
-  std::vector<std::uint8_t> pai;                       // the "user.SAMBA_PAI" value
+  std::vector<PosixAclEntry> access;  // in the kernel's order
+  // Folders only; empty when none of the DACL's entries inherits to both files and folders:
+  // the folder then has no default ACL.
+  std::optional<std::vector<PosixAclEntry>> defaults;
+  std::vector<std::uint8_t> pai;  // the "user.SAMBA_PAI" value
 };
 
 // The ACLs for `sd` on an object with owner `uid`, group `gid` and mode `mode` (whose owner bits

@@ -122,5 +122,20 @@ TEST(PosixAclMappingTest, InheritableEntriesOnAFolderMakeItsDefaultAcl) {
        "ffffffff0001000000000000e90300000300e9030000"});
 }
 
+// Nothing inheriting to both files and folders (here: to files only): no default ACL, and the
+// object-only entry keeps its flags in the access list.
+TEST(PosixAclMappingTest, FolderWithoutEntriesForBothKindsHasNoDefaultAcl) {
+  FakeAccounts accounts;
+  const ServerPosixAcls acls =
+      PosixAclsForDescriptor(Descriptor({Ace::Allowed(kFull, kAlice),
+                                         Ace::Allowed(kRead, kBob, security::kObjectInheritAce)}),
+                             true, 1001, 0, 040755, accounts);
+  ASSERT_TRUE(acls.defaults.has_value());
+  EXPECT_TRUE(acls.defaults->empty());
+  EXPECT_EQ(
+      Hex(acls.pai),
+      "020480060000000001000000000000e90300000002ffffffff0001000000000000e90300000100ea030000");
+}
+
 }  // namespace
 }  // namespace tw::posix::samba
