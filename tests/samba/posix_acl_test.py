@@ -39,6 +39,19 @@ CASES = [
      ["A:ALLOWED/0x0/0x00000001", "B:ALLOWED/0x0/0x00000116", "S-1-5-18:ALLOWED/0x0/FULL",
       "S-1-5-32-544:ALLOWED/0x0/FULL"]),
     ("inherited-entries", False, ["A:ALLOWED/0x10/FULL", "B:ALLOWED/0x10/READ"]),
+    ("named-group-and-generic-rights", False,
+     ["A:ALLOWED/0x0/0xA0000000", "S-1-22-2-100:ALLOWED/0x0/0x80000000",
+      "B:ALLOWED/0x0/0x40000000"]),
+    ("single-rights", False,
+     ["A:ALLOWED/0x0/0x00000008", "B:ALLOWED/0x0/0x00000004", "S-1-22-2-100:ALLOWED/0x0/0x00000010",
+      "S-1-1-0:ALLOWED/0x0/0x00000040"]),
+    ("attribute-and-control-rights", False,
+     ["A:ALLOWED/0x0/0x00000080", "B:ALLOWED/0x0/0x00000100", "S-1-22-2-100:ALLOWED/0x0/0x00020000",
+      "S-1-1-0:ALLOWED/0x0/0x00010000"]),
+    ("everyone-denied", False,
+     ["S-1-1-0:DENIED/0x0/0x00000002", "A:ALLOWED/0x0/FULL", "B:ALLOWED/0x0/CHANGE"]),
+    ("repeated-entries", False,
+     ["B:ALLOWED/0x0/0x00000001", "A:ALLOWED/0x0/FULL", "B:ALLOWED/0x0/0x00000020"]),
     ("inheritable", True,
      ["A:ALLOWED/OI|CI/FULL", "S-1-5-18:ALLOWED/OI|CI/FULL", "S-1-5-32-544:ALLOWED/OI|CI/FULL"]),
     ("mixed-inheritance", True,
@@ -131,6 +144,8 @@ def run(results, server, share, tool):
         results.check(f"{name}: tarnwick stores the descriptor", stored_run.returncode == 0,
                       stored_run.stderr)
         want, got = attributes(os.path.join(share, theirs)), attributes(os.path.join(share, ours))
+        if "--dump" in sys.argv:
+            print(f"== {name}\n{want}", flush=True)
         for key in want:
             results.check(f"{name}: {key} as smbd sets it", want[key] == got[key],
                           f"smbd {want[key]}\n    ours {got[key]}")

@@ -17,8 +17,10 @@ constexpr std::uint8_t kPaiWorld = 2;
 constexpr std::uint8_t kBothInherit = security::kObjectInheritAce | security::kContainerInheritAce;
 
 constexpr std::uint32_t kGenericAll = 0x10000000;
-constexpr std::uint32_t kReadRights = 0x80000000 | 0x00000001;     // GENERIC_READ | READ_DATA
-constexpr std::uint32_t kWriteRights = 0x40000000 | 0x00000006;    // GENERIC_WRITE | WRITE/APPEND
+// GENERIC_READ | FILE_READ_DATA | FILE_READ_EA | FILE_READ_ATTRIBUTES
+constexpr std::uint32_t kReadRights = 0x80000000 | 0x00000001 | 0x00000008 | 0x00000080;
+// GENERIC_WRITE | FILE_WRITE_DATA | FILE_APPEND_DATA | FILE_WRITE_EA
+constexpr std::uint32_t kWriteRights = 0x40000000 | 0x00000002 | 0x00000004 | 0x00000010;
 constexpr std::uint32_t kExecuteRights = 0x20000000 | 0x00000020;  // GENERIC_EXECUTE | EXECUTE
 
 unsigned PermOf(std::uint32_t mask) {
@@ -122,19 +124,25 @@ std::vector<Slot> BuildSlots(const security::SecurityDescriptor& sd, bool isFold
     if (a.rank != b.rank) return a.rank < b.rank;
     return a.denyRank < b.denyRank;
   });
-  // Everyone's bits belong to every account.
+  // Everyone's bits belong to every account, allowed or denied; a deny for Everyone alone makes
+  // no entry.
   const Slot* world = Find(slots, kAclOther, 0);
   const unsigned everyone = world != nullptr ? world->allowed : 0u;
+  const unsigned everyoneDenied = world != nullptr ? world->denied : 0u;
+  if (world != nullptr && world->rank == std::numeric_limits<std::size_t>::max()) {
+    slots.erase(slots.begin() + (world - slots.data()));
+  }
   for (Slot& slot : slots) {
-    if (slot.tag != kAclOther) slot.allowed |= everyone & ~slot.denied;
+    if (slot.tag == kAclOther) continue;
+    slot.allowed = (slot.allowed | (everyone & ~slot.denied)) & ~everyoneDenied;
   }
   // The entries every ACL needs, each added in front when missing.
   auto addFront = [&](Slot slot) { slots.insert(slots.begin(), slot); };
   const unsigned ownerBits = (static_cast<unsigned>(mode) >> 6) & 7u;
   if (Find(slots, kAclUserObj, 0) == nullptr) {
     const Slot* named = Find(slots, kAclUser, target.uid);
-    addFront(
-        Slot{kAclUserObj, target.uid, named != nullptr ? named->allowed : ownerBits | everyone});
+    addFront(Slot{kAclUserObj, target.uid,
+                  named != nullptr ? named->allowed : (ownerBits | everyone) & ~everyoneDenied});
   }
   if (Find(slots, kAclGroupObj, 0) == nullptr) {
     const Slot* named = Find(slots, kAclGroup, target.gid);

@@ -4,14 +4,23 @@
 // entries' inheritance flags and the descriptor's control word beside them.
 //
 // As the server maps them: allow entries whose SID maps to an account give that account's entry
-// (the owner's gives user::, the owning group's gives group::, Everyone gives other::); their
-// read, write and execute bits come from FILE_READ_DATA, FILE_WRITE_DATA | FILE_APPEND_DATA and
-// FILE_EXECUTE (or the generic rights); a deny entry takes its bits from the account's later
-// allows; Everyone's allowed bits are also given to every other entry; the mask is rwx. Entries
-// that are inherit-only stay out of the access ACL; a folder's entries inheriting to both files
-// and folders make its default ACL (CREATOR OWNER giving user::, CREATOR GROUP giving group::).
-// Both ACLs always name the owner and the owning group once more as a named user and group.
-// SIDs that map to no account are left out.
+// (the owner's gives user::, the owning group's gives group::, Everyone gives other::); read
+// comes from FILE_READ_DATA, FILE_READ_EA or FILE_READ_ATTRIBUTES, write from FILE_WRITE_DATA,
+// FILE_APPEND_DATA or FILE_WRITE_EA, execute from FILE_EXECUTE (or the generic rights); a deny
+// entry takes its bits from the account's later allows, and a deny for Everyone from every
+// entry; Everyone's allowed bits are also given to every other entry; the mask is rwx. The
+// owner's entry without any entry of the DACL for it keeps the owner's mode bits. Entries that
+// are inherit-only stay out of the access ACL; a folder's entries inheriting to both files and
+// folders make its default ACL (CREATOR OWNER giving user::, CREATOR GROUP giving group::), and
+// a folder without such entries has none. Both ACLs always name the owner and the owning group
+// once more as a named user and group. SIDs that map to no account are left out.
+//
+// "user.SAMBA_PAI" (version 2): the version byte, the control word, the number of access and of
+// default entries (16 bits each), then per entry its DACL entry's flags, its kind (0 user, 1
+// group, 2 Everyone) and its id (32 bits), in the server's order: the entries the DACL makes in
+// the order of their first allow (deny-only ones after them), with the ones each ACL needs and
+// the DACL did not give added in front (user::, group::, other::, then the owner and owning
+// group by name, each in front of the last).
 #pragma once
 
 #include <sys/types.h>
