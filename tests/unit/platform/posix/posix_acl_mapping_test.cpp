@@ -44,6 +44,14 @@ class FakeAccounts : public AccountMap {
   Sid SidOfGid(std::uint32_t gid) override { return security::UnixGroupSid(gid); }
 };
 
+class FakeAccountsWithUsersGroup : public FakeAccounts {
+ public:
+  std::optional<std::uint32_t> GidOf(const Sid& sid) override {
+    if (sid == SidOf(L"S-1-22-2-100")) return 100;
+    return FakeAccounts::GidOf(sid);
+  }
+};
+
 constexpr std::uint32_t kFull = 0x001F01FF;
 constexpr std::uint32_t kRead = 0x001200A9;
 constexpr std::uint32_t kChange = 0x001301BF;
@@ -135,6 +143,93 @@ TEST(PosixAclMappingTest, FolderWithoutEntriesForBothKindsHasNoDefaultAcl) {
   EXPECT_EQ(
       Hex(acls.pai),
       "020480060000000001000000000000e90300000002ffffffff0001000000000000e90300000100ea030000");
+}
+
+const Sid kUsersGroup = SidOf(L"S-1-22-2-100");
+constexpr std::uint8_t kOi = security::kObjectInheritAce;
+constexpr std::uint8_t kCi = security::kContainerInheritAce;
+constexpr std::uint8_t kIo = security::kInheritOnlyAce;
+
+// A user's deny takes its bits from what Everyone gives it; the denied user comes last.
+TEST(PosixAclMappingTest, DenyEntryOnAFile) {
+  ExpectServersAcls(
+      Descriptor({Ace::Denied(0x2, kBob), Ace::Allowed(kRead, security::EveryoneSid()),
+                  Ace::Allowed(kFull, kAlice)}),
+      false, 0100640,
+      {"0200000001000700ffffffff02000700e903000002000500ea03000004000500ffffffff0800050000000000"
+       "10000700ffffffff20000500ffffffff",
+       "",
+       "020480060000000001000000000000e90300000001000000000002ffffffff0000e90300000000ea030000"});
+}
+
+// A deny for Everyone takes its bits from every entry and makes none of its own.
+TEST(PosixAclMappingTest, EveryoneDenied) {
+  ExpectServersAcls(
+      Descriptor({Ace::Denied(0x2, security::EveryoneSid()), Ace::Allowed(kFull, kAlice),
+                  Ace::Allowed(kChange, kBob)}),
+      false, 0100640,
+      {"0200000001000500ffffffff02000500e903000002000500ea03000004000000ffffffff0800000000000000"
+       "10000700ffffffff20000000ffffffff",
+       "",
+       "020480060000000001000000000000e90300000002ffffffff0001000000000000e90300000000ea030000"});
+}
+
+// Without an entry for the owner, user:: keeps the owner's mode bits (here rw-).
+TEST(PosixAclMappingTest, NoEntryForTheOwner) {
+  ExpectServersAcls(
+      Descriptor({Ace::Allowed(kChange, kBob)}), false, 0100640,
+      {"0200000001000600ffffffff02000600e903000002000700ea03000004000000ffffffff0800000000000000"
+       "10000700ffffffff20000000ffffffff",
+       "",
+       "020480060000000001000000000000e90300000002ffffffff0001000000000000e90300000000ea030000"});
+}
+
+// Single rights: FILE_READ_EA reads, FILE_APPEND_DATA and FILE_WRITE_EA write,
+// FILE_DELETE_CHILD gives nothing; a named group other than the owning one.
+TEST(PosixAclMappingTest, SingleRightsAndANamedGroup) {
+  FakeAccountsWithUsersGroup accounts;
+  const ServerPosixAcls acls = PosixAclsForDescriptor(
+      Descriptor({Ace::Allowed(0x40, security::EveryoneSid()), Ace::Allowed(0x10, kUsersGroup),
+                  Ace::Allowed(0x8, kAlice), Ace::Allowed(0x4, kBob)}),
+      false, 1001, 0, 0100640, accounts);
+  EXPECT_EQ(Hex(EncodePosixAcl(acls.access)),
+            "0200000001000400ffffffff02000400e903000002000200ea03000004000000ffffffff080000000000"
+            "0000080002006400000010000700ffffffff20000000ffffffff");
+  EXPECT_EQ(Hex(acls.pai),
+            "020480070000000001000000000000e90300000001000000000002ffffffff0001640000000000e90300"
+            "000000ea030000");
+}
+
+TEST(PosixAclMappingTest, MixedInheritanceOnAFolder) {
+  ExpectServersAcls(
+      Descriptor({Ace::Allowed(kRead, security::EveryoneSid(), kCi),
+                  Ace::Allowed(kFull, kAlice, kOi | kCi), Ace::Allowed(kRead, kBob, kOi | kCi)}),
+      true, 040755,
+      {"0200000001000700ffffffff02000700e903000002000500ea03000004000500ffffffff0800050000000000"
+       "10000700ffffffff20000500ffffffff",
+       "0200000001000700ffffffff02000700e903000002000500ea03000004000000ffffffff0800000000000000"
+       "10000700ffffffff20000000ffffffff",
+       "020480060006000001000000000000e90300000001000000000202ffffffff0000e90300000000ea03000000"
+       "01000000000002ffffffff0001000000000000e90300000300e90300000300ea030000"});
+}
+
+TEST(PosixAclMappingTest, CreatorOwnerAndCreatorGroup) {
+  ExpectServersAcls(
+      Descriptor({Ace::Allowed(kFull, security::CreatorOwnerSid(), kOi | kCi | kIo),
+                  Ace::Allowed(kFull, kAlice)}),
+      true, 040755,
+      {kOwnerOnly, kOwnerOnly,
+       "020480050005000001000000000000e90300000002ffffffff0001000000000000e90300000001000000000000"
+       "e90300000002ffffffff0001000000000b00e9030000"});
+  ExpectServersAcls(
+      Descriptor({Ace::Allowed(kRead, security::CreatorGroupSid(), kOi | kCi | kIo),
+                  Ace::Allowed(kFull, kAlice, kOi | kCi)}),
+      true, 040755,
+      {kOwnerOnly,
+       "0200000001000700ffffffff02000700e903000004000500ffffffff0800050000000000100007"
+       "00ffffffff20000000ffffffff",
+       "020480050005000001000000000000e90300000002ffffffff0001000000000000e90300000001000000000002"
+       "ffffffff0000e90300000b01000000000300e9030000"});
 }
 
 }  // namespace
