@@ -3,8 +3,8 @@
     posix_acl_test.py <tarnwick-store-security>
 
 For each descriptor of a set (owner only, user + group + Everyone, a deny entry, no entry for
-the owner, SIDs no account stands for, inheritable entries on folders, CREATOR OWNER and
-CREATOR GROUP, inherit-only and object-only entries), two objects are made alike in the share:
+the owner, SIDs no account stands for, single rights, inheritable entries on folders, CREATOR
+OWNER and CREATOR GROUP, inherit-only and object-only entries, protected DACLs), two objects are made alike in the share:
 smbcacls sets the descriptor on one through smbd, and tarnwick stores the very descriptor smbd
 stored on the other. Then:
 - the mode, "system.posix_acl_access", "system.posix_acl_default" and "user.SAMBA_PAI" of the two
@@ -48,6 +48,9 @@ CASES = [
     ("attribute-and-control-rights", False,
      ["A:ALLOWED/0x0/0x00000080", "B:ALLOWED/0x0/0x00000100", "S-1-22-2-100:ALLOWED/0x0/0x00020000",
       "S-1-1-0:ALLOWED/0x0/0x00010000"]),
+    ("owner-write-only", False,
+     ["A:ALLOWED/0x0/0x00000002", "B:ALLOWED/0x0/0x00000008", "S-1-22-2-100:ALLOWED/0x0/0x00000080"]),
+    ("owner-attributes-only", False, ["A:ALLOWED/0x0/0x00000100", "B:ALLOWED/0x0/0x00000001"]),
     ("everyone-denied", False,
      ["S-1-1-0:DENIED/0x0/0x00000002", "A:ALLOWED/0x0/FULL", "B:ALLOWED/0x0/CHANGE"]),
     ("repeated-entries", False,
@@ -57,12 +60,30 @@ CASES = [
     ("mixed-inheritance", True,
      ["A:ALLOWED/OI|CI/FULL", "B:ALLOWED/OI|CI/READ", "S-1-1-0:ALLOWED/CI/READ"]),
     ("creator-owner", True, ["S-1-3-0:ALLOWED/OI|CI|IO/FULL", "A:ALLOWED/0x0/FULL"]),
+    ("creator-owner-write-only", True,
+     ["S-1-3-0:ALLOWED/OI|CI|IO/0x00000002", "A:ALLOWED/0x0/FULL"]),
+    ("creator-owner-write-only-mode-555", True,
+     ["S-1-3-0:ALLOWED/OI|CI|IO/0x00000002", "A:ALLOWED/0x0/FULL"], 0o555),
+    ("inherit-only-user-mode-555", True,
+     ["A:ALLOWED/0x0/FULL", "B:ALLOWED/OI|CI|IO/READ"], 0o555),
+    ("no-owner-entry-mode-440", False, ["B:ALLOWED/0x0/CHANGE"], 0o440),
+    ("owner-reads-what-it-passes-on", True,
+     ["A:ALLOWED/OI|CI/READ", "S-1-3-0:ALLOWED/OI|CI|IO/READ"]),
+    ("folder-owner-reads", True, ["A:ALLOWED/0x0/READ", "B:ALLOWED/0x0/READ"]),
+    ("folder-owner-writes", True, ["A:ALLOWED/0x0/0x00000002", "B:ALLOWED/0x0/0x00000002"]),
     ("creator-group", True, ["S-1-3-1:ALLOWED/OI|CI|IO/READ", "A:ALLOWED/OI|CI/FULL"]),
     ("inherit-only-user", True, ["A:ALLOWED/0x0/FULL", "B:ALLOWED/OI|CI|IO/READ"]),
     ("nothing-inheritable", True, ["A:ALLOWED/0x0/FULL", "B:ALLOWED/0x0/READ"]),
     ("object-inherit-only", True, ["A:ALLOWED/0x0/FULL", "B:ALLOWED/OI/READ"]),
     ("folder-deny", True,
      ["B:DENIED/OI|CI/0x00000002", "B:ALLOWED/OI|CI/READ", "A:ALLOWED/OI|CI/FULL"]),
+]
+
+# The same with a control word (protected DACLs), set in SDDL.
+SDDL_CASES = [
+    ("protected-file", False, "D:PAI(A;;FA;;;{A})(A;;FR;;;{B})"),
+    ("protected-folder", True, "D:P(A;OICI;FA;;;{A})(A;OICIIO;FA;;;CO)(A;CI;FR;;;{B})"),
+    ("inherited-folder", True, "D:AI(A;OICIID;FA;;;{A})(A;OICIIOID;FX;;;WD)"),
 ]
 
 
@@ -97,13 +118,13 @@ def stored_descriptor_hex(path):
     return ndr_pack(sd).hex()
 
 
-def make_object(path, folder):
+def make_object(path, folder, mode=None):
     if folder:
-        os.mkdir(path, 0o755)
+        os.mkdir(path)
     else:
         with open(path, "w") as out:
             out.write("tarnwick\n")
-        os.chmod(path, 0o640)
+    os.chmod(path, mode if mode is not None else 0o755 if folder else 0o640)
     os.chown(path, 0, 0)
 
 
@@ -130,14 +151,11 @@ def run(results, server, share, tool):
     carol = server.add_user("carol")
     sids = {"A": server.user_sid(alice), "B": server.user_sid(bob), "G": "S-1-22-2-0"}
     env = dict(os.environ, TARNWICK_SMB_CONF=server.conf)
-    for name, folder, entries in CASES:
+    def compare(name, folder, smbcacls_args, mode=None):
         theirs, ours = f"smbd-{name}", f"ours-{name}"
         for item in (theirs, ours):
-            make_object(os.path.join(share, item), folder)
-        acl = ",".join("ACL:" + sids.get(e.split(":", 1)[0], e.split(":", 1)[0]) + ":" +
-                       e.split(":", 1)[1] for e in entries)
-        descriptor = f"REVISION:1,OWNER:{sids['A']},GROUP:S-1-22-2-0,{acl}"
-        server.smbcacls(root, "s", theirs, "--set", descriptor)
+            make_object(os.path.join(share, item), folder, mode)
+        server.smbcacls(root, "s", theirs, *smbcacls_args)
         stored = stored_descriptor_hex(os.path.join(share, theirs))
         stored_run = subprocess.run([tool, os.path.join(share, ours), stored], env=env,
                                     capture_output=True, text=True)
@@ -153,6 +171,15 @@ def run(results, server, share, tool):
         served_ours = server.smbcacls(root, "s", ours, "--numeric").stdout
         results.check(f"{name}: smbd serves tarnwick's descriptor as it is",
                       served_theirs == served_ours, f"smbd\n{served_theirs}\n    ours\n{served_ours}")
+
+    for name, folder, entries, *mode in CASES:
+        acl = ",".join("ACL:" + sids.get(e.split(":", 1)[0], e.split(":", 1)[0]) + ":" +
+                       e.split(":", 1)[1] for e in entries)
+        compare(name, folder, ["--set", f"REVISION:1,OWNER:{sids['A']},GROUP:S-1-22-2-0,{acl}"],
+                *mode)
+    for name, folder, dacl in SDDL_CASES:
+        compare(name, folder,
+                ["--sddl", "--set", f"O:{sids['A']}G:S-1-22-2-0" + dacl.format(**sids)])
 
     # The kernel agrees with the DACL for smbd acting as the user.
     def can_read(user, item):

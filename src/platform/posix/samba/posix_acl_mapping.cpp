@@ -17,8 +17,8 @@ constexpr std::uint8_t kPaiWorld = 2;
 constexpr std::uint8_t kBothInherit = security::kObjectInheritAce | security::kContainerInheritAce;
 
 constexpr std::uint32_t kGenericAll = 0x10000000;
-// GENERIC_READ | FILE_READ_DATA | FILE_READ_EA | FILE_READ_ATTRIBUTES
-constexpr std::uint32_t kReadRights = 0x80000000 | 0x00000001 | 0x00000008 | 0x00000080;
+// GENERIC_READ | FILE_READ_DATA | FILE_READ_EA
+constexpr std::uint32_t kReadRights = 0x80000000 | 0x00000001 | 0x00000008;
 // GENERIC_WRITE | FILE_WRITE_DATA | FILE_APPEND_DATA | FILE_WRITE_EA
 constexpr std::uint32_t kWriteRights = 0x40000000 | 0x00000002 | 0x00000004 | 0x00000010;
 constexpr std::uint32_t kExecuteRights = 0x20000000 | 0x00000020;  // GENERIC_EXECUTE | EXECUTE
@@ -144,6 +144,9 @@ std::vector<Slot> BuildSlots(const security::SecurityDescriptor& sd, bool isFold
     addFront(Slot{kAclUserObj, target.uid,
                   named != nullptr ? named->allowed : (ownerBits | everyone) & ~everyoneDenied});
   }
+  // The owner can always read a file (so that it can read and change its permissions), and has
+  // full control of a folder and of what a folder passes on to new objects.
+  Find(slots, kAclUserObj, 0)->allowed |= isFolder ? 7u : 4u;
   if (Find(slots, kAclGroupObj, 0) == nullptr) {
     const Slot* named = Find(slots, kAclGroup, target.gid);
     addFront(Slot{kAclGroupObj, target.gid, named != nullptr ? named->allowed : everyone});

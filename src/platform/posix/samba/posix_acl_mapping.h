@@ -9,7 +9,8 @@
 // FILE_APPEND_DATA or FILE_WRITE_EA, execute from FILE_EXECUTE (or the generic rights); a deny
 // entry takes its bits from the account's later allows, and a deny for Everyone from every
 // entry; Everyone's allowed bits are also given to every other entry; the mask is rwx. The
-// owner's entry without any entry of the DACL for it keeps the owner's mode bits. Entries that
+// owner's entry without any entry of the DACL for it keeps the owner's mode bits; the owner can
+// always read a file, and has rwx on a folder and in its default ACL. Entries that
 // are inherit-only stay out of the access ACL; a folder's entries inheriting to both files and
 // folders make its default ACL (CREATOR OWNER giving user::, CREATOR GROUP giving group::), and
 // a folder without such entries has none. Both ACLs always name the owner and the owning group

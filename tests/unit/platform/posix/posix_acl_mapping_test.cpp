@@ -232,5 +232,34 @@ TEST(PosixAclMappingTest, CreatorOwnerAndCreatorGroup) {
        "ffffffff0000e90300000b01000000000300e9030000"});
 }
 
+// The owner always reads a file; FILE_READ_ATTRIBUTES alone gives no read.
+TEST(PosixAclMappingTest, TheOwnerAlwaysReadsAFile) {
+  FakeAccountsWithUsersGroup accounts;
+  const ServerPosixAcls acls =
+      PosixAclsForDescriptor(Descriptor({Ace::Allowed(0x80, kUsersGroup), Ace::Allowed(0x2, kAlice),
+                                         Ace::Allowed(0x8, kBob)}),
+                             false, 1001, 0, 0100640, accounts);
+  EXPECT_EQ(Hex(EncodePosixAcl(acls.access)),
+            "0200000001000600ffffffff02000600e903000002000400ea03000004000000ffffffff080000000000"
+            "0000080000006400000010000700ffffffff20000000ffffffff");
+}
+
+// The owner has full control of a folder and of what it passes on, whatever its entries say.
+TEST(PosixAclMappingTest, TheOwnerHasFullControlOfAFolder) {
+  ExpectServersAcls(
+      Descriptor({Ace::Allowed(0x2, kAlice), Ace::Allowed(0x2, kBob)}), true, 040555,
+      {"0200000001000700ffffffff02000700e903000002000200ea03000004000000ffffffff0800000000000000"
+       "10000700ffffffff20000000ffffffff",
+       "02000000",  // no default ACL
+       "020480060000000001000000000000e90300000002ffffffff0001000000000000e90300000000ea030000"});
+  FakeAccounts accounts;
+  const ServerPosixAcls acls = PosixAclsForDescriptor(
+      Descriptor({Ace::Allowed(0x2, security::CreatorOwnerSid(), kOi | kCi | kIo),
+                  Ace::Allowed(kFull, kAlice)}),
+      true, 1001, 0, 040555, accounts);
+  ASSERT_TRUE(acls.defaults.has_value());
+  EXPECT_EQ(Hex(EncodePosixAcl(*acls.defaults)), kOwnerOnly);
+}
+
 }  // namespace
 }  // namespace tw::posix::samba
