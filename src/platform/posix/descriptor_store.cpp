@@ -16,6 +16,7 @@
 #include "platform/posix/samba/account_map.h"
 #include "platform/posix/samba/ntacl_xattr.h"
 #include "platform/posix/samba/posix_acl_blob.h"
+#include "platform/posix/samba/posix_acl_mapping.h"
 #include "security/codec/ace.h"
 #include "security/codec/acl.h"
 #include "security/codec/well_known_sids.h"
@@ -98,11 +99,11 @@ const std::vector<samba::PosixAclEntry>& ServerDefaultAcl() {
 // The descriptor the server hashes to judge a stored one (the derived descriptor as its POSIX
 // layer makes it, before the folder defaults it adds for display): the entries of the access
 // ACL and of a real default ACL, protected.
-security::SecurityDescriptor HashedDescriptor(const std::string& native, const struct stat& info) {
+security::SecurityDescriptor HashedDescriptor(const struct stat& info,
+                                              const samba::PosixAcls& acls) {
   const bool isFolder = S_ISDIR(info.st_mode);
   const security::Sid owner = samba::Accounts().SidOfUid(static_cast<std::uint32_t>(info.st_uid));
   const security::Sid group = samba::Accounts().SidOfGid(static_cast<std::uint32_t>(info.st_gid));
-  const samba::PosixAcls acls = samba::ReadPosixAcls(native, info);
   std::vector<security::Ace> aces;
   AppendEntries(acls.access, isFolder, false, owner, group, aces);
   if (acls.defaults && !acls.defaults->empty()) {
@@ -111,6 +112,50 @@ security::SecurityDescriptor HashedDescriptor(const std::string& native, const s
   security::SecurityDescriptor sd = Assemble(owner, group, std::move(aces));
   sd.control |= security::kSeDaclProtected;
   return sd;
+}
+
+constexpr const char* kDefaultAclAttribute = "system.posix_acl_default";
+
+bool SetAttribute(const std::string& native, const char* name,
+                  const std::vector<std::uint8_t>& value) {
+  return ::lsetxattr(native.c_str(), name, value.data(), value.size(), 0) == 0;
+}
+
+// Sets the access ACL (and a folder's default ACL) and "user.SAMBA_PAI" the server sets when a
+// client writes `sd`, and brings `info`'s mode and `acls` up to date (the access ACL sets the
+// mode's permission bits, as the kernel does). False when the object's ACLs could not be set as
+// computed (a file system without POSIX ACLs): `info` and `acls` must then be read again.
+bool SetServersPosixAcls(const std::string& native, const security::SecurityDescriptor& sd,
+                         struct stat& info, samba::PosixAcls& acls) {
+  if (!sd.HasDacl() || !sd.dacl) return false;  // a NULL DACL leaves the POSIX ACL as it is
+  const bool isFolder = S_ISDIR(info.st_mode);
+  samba::ServerPosixAcls server = samba::PosixAclsForDescriptor(
+      sd, isFolder, static_cast<std::uint32_t>(info.st_uid),
+      static_cast<std::uint32_t>(info.st_gid), info.st_mode, samba::Accounts());
+  if (!SetAttribute(native, "system.posix_acl_access", samba::EncodePosixAcl(server.access))) {
+    return false;
+  }
+  if (server.defaults && !server.defaults->empty() &&
+      !SetAttribute(native, kDefaultAclAttribute, samba::EncodePosixAcl(*server.defaults))) {
+    return false;
+  }
+  if (server.defaults && server.defaults->empty() &&
+      ::lremovexattr(native.c_str(), kDefaultAclAttribute) != 0 && errno != ENODATA) {
+    return false;
+  }
+  if (!SetAttribute(native, samba::kPaiAttribute, server.pai)) {
+    Log(L"The inheritance record of %s could not be written.", Utf8ToWide(native));
+  }
+  unsigned perms = 0;
+  for (const samba::PosixAclEntry& entry : server.access) {
+    if (entry.tag == samba::kAclUserObj) perms |= (entry.perm & 7u) << 6;
+    if (entry.tag == samba::kAclMask) perms |= (entry.perm & 7u) << 3;
+    if (entry.tag == samba::kAclOther) perms |= entry.perm & 7u;
+  }
+  info.st_mode = static_cast<mode_t>((info.st_mode & ~0777u) | perms);
+  acls.access = std::move(server.access);
+  acls.defaults = std::move(server.defaults);
+  return true;
 }
 
 bool FirstBytesAre(const std::vector<std::uint8_t>& field, const samba::Sha256Digest& digest) {
@@ -128,7 +173,8 @@ bool StillCurrent(const std::string& native, const samba::NtAclBlob& blob) {
   if (blob.version == 4 && FirstBytesAre(blob.sysAclHash, samba::SysAclHash(native, info))) {
     return true;
   }
-  return FirstBytesAre(blob.hash, samba::DescriptorHash(HashedDescriptor(native, info)));
+  return FirstBytesAre(
+      blob.hash, samba::DescriptorHash(HashedDescriptor(info, samba::ReadPosixAcls(native, info))));
 }
 
 }  // namespace
@@ -195,9 +241,18 @@ err::Win32Error StoreDescriptor(const std::string& native, const security::Secur
   stored.owner = sd.owner;
   stored.group = sd.group;
   stored.dacl = sd.dacl;
-  const samba::Sha256Digest derivedHash = samba::DescriptorHash(HashedDescriptor(native, info));
+  // The POSIX ACLs the server sets for this descriptor first: the hashes cover them.
+  samba::PosixAcls acls;
+  if (!SetServersPosixAcls(native, stored, info, acls)) {
+    if (::lstat(native.c_str(), &info) != 0) return Win32ErrorFromErrno(errno);
+    acls = samba::ReadPosixAcls(native, info);
+  }
+  const samba::Sha256Digest derivedHash = samba::DescriptorHash(HashedDescriptor(info, acls));
+  const samba::Sha256Digest sysAclHash = samba::Sha256(samba::SysAclBlob(
+      acls.access, acls.defaults, static_cast<std::uint32_t>(info.st_uid),
+      static_cast<std::uint32_t>(info.st_gid), static_cast<std::uint32_t>(info.st_mode)));
   const std::vector<std::uint8_t> bytes =
-      samba::EncodeNtAclV4(stored, derivedHash, NowAsFileTime(), samba::SysAclHash(native, info));
+      samba::EncodeNtAclV4(stored, derivedHash, NowAsFileTime(), sysAclHash);
   if (::lsetxattr(native.c_str(), samba::kNtAclAttribute, bytes.data(), bytes.size(), 0) != 0) {
     return Win32ErrorFromErrno(errno);
   }

@@ -6,6 +6,10 @@
 // the object itself, as the version 4 xattr_NTACL the server writes when a client sets a
 // descriptor (samba/ntacl_xattr.h), with the hashes that make the server serve it as it is. The
 // attribute is read and written with the l*xattr calls, so a symbolic link is never followed.
+// Storing a descriptor with a DACL first sets the POSIX access ACL (and a folder's default ACL)
+// and "user.SAMBA_PAI" exactly as the server sets them when a client writes that descriptor
+// (samba/posix_acl_mapping.h), so that the kernel's checks for the server acting as a user agree
+// with the DACL; the attribute's hashes then cover those ACLs.
 // Attributes in the "security." namespace need root: the tool runs as root on the server.
 //
 // Every version (1-4) is read, as the server reads it: a value that is truncated, of an unknown

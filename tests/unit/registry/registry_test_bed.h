@@ -39,6 +39,7 @@ inline std::wstring WinPath(const std::filesystem::path& path) {
 // "[\Software\Foo]", each parent before its children.
 inline void MakeHive(const std::filesystem::path& file, const std::string& reg) {
   std::filesystem::create_directories(file.parent_path());
+  std::filesystem::remove(file);  // a new file: nothing of an earlier one's security stays
   std::filesystem::copy_file(
       std::filesystem::path(TARNWICK_TESTDATA_DIR) / "hives" / "windows-2003-minimal.hiv", file,
       std::filesystem::copy_options::overwrite_existing);
