@@ -11,6 +11,7 @@
 
 #include "fakes/process_runner.h"
 #include "fakes/temp_folder.h"
+#include "fakes/unix_sids_account_map.h"
 #include "platform/posix/descriptor_store.h"
 #include "platform/posix/samba/account_map.h"
 #include "platform/posix/samba/dos_attrib.h"
@@ -260,23 +261,11 @@ TEST(DosAttribTest, WritesTheServersForm) {
             "000005000500000011000000220000001483f6f0b07bdd01");
 }
 
-class UnixSidsOnly final : public AccountMap {
- public:
-  std::optional<std::uint32_t> UidOf(const Sid& sid) override {
-    return security::UnixUidFromSid(sid);
-  }
-  std::optional<std::uint32_t> GidOf(const Sid& sid) override {
-    return security::UnixGidFromSid(sid);
-  }
-  Sid SidOfUid(std::uint32_t uid) override { return security::UnixUserSid(uid); }
-  Sid SidOfGid(std::uint32_t gid) override { return security::UnixGroupSid(gid); }
-};
-
 // The descriptor the server shows for a root-owned 0755 folder without an attribute (smbcacls:
 // owner rwx, group r-x, Everyone r-x, then CREATOR OWNER, CREATOR GROUP and Everyone
 // inherit-only), NDR-encoded as the server's own bindings encode it.
 TEST(DerivedDescriptorTest, FolderWithoutAclIsTheServersView) {
-  UnixSidsOnly accounts;
+  testing::UnixSidsOnly accounts;
   const ScopedAccountMap installed(accounts);
   const SecurityDescriptor sd = DescriptorFromMode(0, 0, 040755);
   EXPECT_EQ(ToHex(Sha256(NdrSecurityDescriptor(sd, 0))),

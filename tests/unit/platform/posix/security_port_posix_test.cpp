@@ -12,6 +12,7 @@
 #include "base/text_encoding.h"
 #include "fakes/log_capture.h"
 #include "fakes/temp_folder.h"
+#include "fakes/unix_sids_account_map.h"
 #include "platform/posix/descriptor_store.h"
 #include "platform/posix/native_path.h"
 #include "platform/posix/samba/account_map.h"
@@ -34,19 +35,6 @@ Acl MakeAcl(std::vector<Ace> aces) {
   EXPECT_EQ(Acl::FromAces(security::kAclRevision, std::move(aces), &acl), err::kSuccess);
   return acl;
 }
-
-// Only the S-1-22 SIDs: the tests do not depend on the machine's Samba accounts.
-class UnixSidsOnly final : public posix::samba::AccountMap {
- public:
-  std::optional<std::uint32_t> UidOf(const Sid& sid) override {
-    return security::UnixUidFromSid(sid);
-  }
-  std::optional<std::uint32_t> GidOf(const Sid& sid) override {
-    return security::UnixGidFromSid(sid);
-  }
-  Sid SidOfUid(std::uint32_t uid) override { return security::UnixUserSid(uid); }
-  Sid SidOfGid(std::uint32_t gid) override { return security::UnixGroupSid(gid); }
-};
 
 class PosixSecurityPortTest : public ::testing::Test {
  protected:
@@ -81,7 +69,7 @@ class PosixSecurityPortTest : public ::testing::Test {
     return write;
   }
 
-  UnixSidsOnly accounts;
+  testing::UnixSidsOnly accounts;
   posix::samba::ScopedAccountMap installed{accounts};
   testing::TempFolder folder;
   SecurityPort& port = ProcessSecurityPort();
