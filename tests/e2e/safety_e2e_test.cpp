@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "fakes/e2e_share.h"
+#include "fakes/tree_state.h"
 
 namespace tw {
 namespace {
@@ -68,6 +69,8 @@ TEST_F(SafetyE2eTest, LinkOutOfTheShareIsNotFollowed) {
     ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), old, AT_SYMLINK_NOFOLLOW), 0);
   }
   const std::vector<std::string> outsideBefore = Tree(outside);
+  const testing::TreeState outsideState = testing::CaptureTreeState(outside);
+  const testing::TreeState sourceState = testing::CaptureTreeState(source);
 
   const ProcessResult result = share_.Run({"/s:\\\\fs\\profiles\\alice"});
   EXPECT_EQ(result.exitStatus, 0);
@@ -84,6 +87,8 @@ TEST_F(SafetyE2eTest, LinkOutOfTheShareIsNotFollowed) {
         << entry;
   }
   EXPECT_EQ(Tree(outside), outsideBefore);
+  EXPECT_EQ(testing::DescribeTreeChanges(outsideState, testing::CaptureTreeState(outside)), "");
+  EXPECT_EQ(testing::DescribeTreeChanges(sourceState, testing::CaptureTreeState(source)), "");
   for (const fs::path& path : {outside / "secret.txt", outside / "inner" / "deep.txt"}) {
     EXPECT_EQ(AccessTime(path).tv_sec, 978307200) << path;
   }
