@@ -4,6 +4,7 @@
 #include "base/win32_error.h"
 #include "log/log.h"
 #include "platform/file_system.h"
+#include "profile/case_twins.h"
 #include "profile/profile_copy.h"
 #include "registry/hive_migration.h"
 #include "registry/shell_folders.h"
@@ -18,7 +19,6 @@ bool IsFullPath(const std::wstring& path) {
   if (path.size() >= 3 && path[1] == L':' && path[2] == L'\\') return true;
   return path.size() >= 2 && path[0] == L'\\' && path[1] == L'\\';
 }
-
 
 constexpr wchar_t kUserProfileVariable[] = L"%USERPROFILE%";
 
@@ -59,8 +59,8 @@ void RestoreLocation(FileSecurity& fileSecurity, const std::wstring& location,
 HResult MigrateUserProfile(FolderMigrator& migrator, const std::wstring& sourcePath,
                            std::int32_t sourceVersion, const std::wstring& targetPath,
                            std::int32_t targetVersion) {
-  const HResult hive = MigrateRegistryHive(migrator.context(), sourcePath, sourceVersion,
-                                           targetPath, targetVersion);
+  const HResult hive =
+      MigrateRegistryHive(migrator.context(), sourcePath, sourceVersion, targetPath, targetVersion);
   if (hive != hr::kOk) return hive;
   return MigrateProfileFolders(migrator, sourcePath, sourceVersion, targetPath, targetVersion);
 }
@@ -113,14 +113,14 @@ HResult MigrateProfileFolders(FolderMigrator& migrator, const std::wstring& sour
     // a relative one after the expansion) would make the copy land in the process's current
     // folder. The row is not copied and the log says so; the source stays as it is.
     if (!IsFullPath(targetLocation)) {
-      Log(L"No target location for folder %s, not migrated: %s", mapping.NameAt(i),
-          sourceLocation);
+      Log(L"No target location for folder %s, not migrated: %s", mapping.NameAt(i), sourceLocation);
       continue;
     }
 
     SelfRelativeDescriptor sourceSaved;
     SelfRelativeDescriptor targetSaved;
-    const HResult sourceSecured = SecureLocation(migrator, fileSecurity, sourceLocation, sourceSaved);
+    const HResult sourceSecured =
+        SecureLocation(migrator, fileSecurity, sourceLocation, sourceSaved);
     if (Failed(sourceSecured)) {
       Log(L"Failed to take ownership (0x%08X): %s", sourceSecured, sourceLocation);
       RestoreLocation(fileSecurity, sourceLocation, sourceSaved);
@@ -166,6 +166,7 @@ HResult MigrateRemainingFolders(FolderMigrator& migrator, const std::wstring& so
   const UniqueSearchHandle searching(files, search);
 
   HResult lastFailure = hr::kOk;
+  CaseTwins topFolders;
   do {
     if (entry.name == L"." || entry.name == L"..") continue;
     if ((entry.attributes & file_attr::kReparsePoint) != 0) continue;
@@ -175,6 +176,10 @@ HResult MigrateRemainingFolders(FolderMigrator& migrator, const std::wstring& so
       if (row.name == entry.name) isRowName = true;
     }
     if (isRowName) continue;
+    if (!topFolders.Add(entry.name)) {
+      LogCaseTwin(sourcePath, entry.name);
+      continue;
+    }
 
     std::wstring sourceItem;
     std::wstring targetItem;

@@ -48,7 +48,8 @@ HResult MigrateProfileFolders(FolderMigrator& migrator, const std::wstring& sour
 // same name under targetPath, and given the source entry's attributes ("Failed setting target
 // file object attributes (0x%08X): %s"), times ("Failed to open the target file object (0x%08X):
 // %s", "Failed setting target file object times (0x%08X): %s") and security. Files at the top of
-// the profile are not copied here.
+// the profile are not copied here. A folder whose name equals an earlier one's ignoring case is
+// not copied onto the first one's target and is logged (case_twins.h).
 // Decision: the security applied is the source folder's owner and DACL, read just before (a
 // folder whose security cannot be read gets none written). "Failed to set security on object
 // (0x%08X): %s" shows the last error, deliberately not the operation's result: the error of the
