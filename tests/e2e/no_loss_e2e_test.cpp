@@ -230,6 +230,29 @@ TEST_F(NoLossE2eTest, NamesThatAreNotUtf8AreCopiedByteForByte) {
   EXPECT_EQ(testing::DescribeTreeChanges(before, testing::CaptureTreeState(source)), "");
 }
 
+// A profile folder whose name is Latin-1 (not UTF-8): found, its hive opened and saved, its
+// folders copied, and the target named with the same bytes plus ".V2".
+TEST_F(NoLossE2eTest, AProfileWhoseFolderNameIsNotUtf8IsMigrated) {
+  const std::string name = "j\xf6rg";
+  fs::rename(share_.AddV1Profile("alice"), share_.share() / name);
+  const fs::path source = share_.share() / name;
+  const testing::TreeState before = testing::CaptureTreeState(source);
+
+  const ProcessResult result = share_.Run({"/s:\\\\fs\\profiles\\" + name});
+  EXPECT_EQ(result.exitStatus, 0) << result.output;
+  // The console prints the name's own bytes, the log shows the byte that is not UTF-8.
+  EXPECT_NE(result.output.find("1 profiles were migrated from \\\\fs\\profiles\\" + name + "."),
+            std::string::npos)
+      << result.output;
+  EXPECT_EQ(share_.CountLogged("1 profiles were migrated from \\\\fs\\profiles\\j<F6>rg.\r\n"), 1);
+  const fs::path target = share_.share() / (name + ".V2");
+  EXPECT_EQ(ReadBytes(target / "Other" / "Deep" / "other.txt"), "other alice");
+  EXPECT_EQ(ReadBytes(target / "Desktop" / "desk.txt"), "desk alice");
+  EXPECT_NE(E2eShare::ExportHive(target / "ntuser.dat", "\\Software\\Tw").find("Profile"),
+            std::string::npos);
+  EXPECT_EQ(testing::DescribeTreeChanges(before, testing::CaptureTreeState(source)), "");
+}
+
 // A small file system mounted as the target share in a mount namespace of this test process
 // (the tool inherits it); unmounted when it goes.
 class SmallTargetFileSystem {
@@ -294,6 +317,32 @@ TEST_F(NoLossE2eTest, AFullTargetFileSystemLogsEachItemWithDiskFull) {
   EXPECT_FALSE(fs::exists(target / "Other" / "big.bin"));
   EXPECT_FALSE(fs::exists(target / "Other" / "huge.bin"));
   EXPECT_EQ(ReadBytes(target / "Other" / "Deep" / "other.txt"), "other alice");
+  EXPECT_EQ(testing::DescribeTreeChanges(before, testing::CaptureTreeState(share_.share())), "");
+}
+
+// Room for the default profile's copy but not for the migrated hive: the save is logged with
+// ERROR_DISK_FULL and, as the documented flow goes on after a failed save, the hive file keeps
+// what it held (the default profile's) and no temporary file is left behind.
+TEST_F(NoLossE2eTest, AHiveSaveThatDoesNotFitIsLoggedWithDiskFull) {
+  SmallTargetFileSystem small;
+  const std::string refused = small.Mount(share_.targets(), 4u << 20);
+  if (!refused.empty()) {
+    GTEST_SKIP() << "skipped: mounting a small file system was refused (" << refused << ")";
+  }
+  share_.AddV1Profile("alice");
+  const testing::TreeState before = testing::CaptureTreeState(share_.share());
+  LeaveRoom(share_.targets(), 36u << 10);  // the default hive (20 KiB) fits once, not twice
+
+  const ProcessResult result = share_.Run({"/s:\\\\fs\\profiles\\alice", "/t:\\\\fs\\targets"});
+  EXPECT_NE(share_.CountLoggedContaining(
+                "Failed saving hive file (0x80070070): \\\\fs\\targets\\alice.V2\\~mighive.dat"),
+            0)
+      << share_.RawLog();
+  const fs::path target = share_.targets() / "alice.V2";
+  for (const std::string& entry : Tree(target)) {
+    EXPECT_EQ(entry.find(".tmp"), std::string::npos) << entry;
+    EXPECT_EQ(entry.find("~mighive"), std::string::npos) << entry;
+  }
   EXPECT_EQ(testing::DescribeTreeChanges(before, testing::CaptureTreeState(share_.share())), "");
 }
 
