@@ -183,8 +183,15 @@ HResult MigrateRemainingFolders(FolderMigrator& migrator, const std::wstring& so
 
     std::wstring sourceItem;
     std::wstring targetItem;
-    PathCombineW(sourceItem, sourcePath, entry.name);
-    PathCombineW(targetItem, targetPath, entry.name);
+    if (!PathCombineW(sourceItem, sourcePath, entry.name) ||
+        !PathCombineW(targetItem, targetPath, entry.name)) {
+      // Deliberate deviation: a folder whose path does not fit MAX_PATH is left out with a log
+      // line. Going on with the empty paths PathCombineW leaves would search the process's
+      // current folder ("*") instead and work on what it holds.
+      Log(L"Path too long, the folder is not migrated (0x%08X): %s: %s",
+          HResultFromWin32(err::kFilenameExcedRange), sourcePath, entry.name);
+      continue;
+    }
 
     CopyFolder(migrator, sourceItem, targetItem);
 

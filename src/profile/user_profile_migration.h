@@ -49,7 +49,9 @@ HResult MigrateProfileFolders(FolderMigrator& migrator, const std::wstring& sour
 // file object attributes (0x%08X): %s"), times ("Failed to open the target file object (0x%08X):
 // %s", "Failed setting target file object times (0x%08X): %s") and security. Files at the top of
 // the profile are not copied here. A folder whose name equals an earlier one's ignoring case is
-// not copied onto the first one's target and is logged (case_twins.h).
+// not copied onto the first one's target and is logged (case_twins.h). A folder whose source or
+// target path does not fit MAX_PATH is not copied and logs "Path too long, the folder is not
+// migrated (0x800700CE): %s: %s" (source path, name); the loop goes on (deliberate deviation).
 // Decision: the security applied is the source folder's owner and DACL, read just before (a
 // folder whose security cannot be read gets none written). "Failed to set security on object
 // (0x%08X): %s" shows the last error, deliberately not the operation's result: the error of the

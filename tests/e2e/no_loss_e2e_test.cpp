@@ -130,6 +130,34 @@ TEST_F(NoLossE2eTest, DeeperPathsPastTheLimitAreLogged) {
   EXPECT_EQ(testing::DescribeTreeChanges(before, testing::CaptureTreeState(source)), "");
 }
 
+// A top-level folder whose path passes the limit is left out with a log line; the run's current
+// folder (where the empty paths of a failed combination would lead) is not touched.
+TEST_F(NoLossE2eTest, ATopLevelFolderPastThePathLimitIsLoggedAndLeftOut) {
+  const fs::path source = share_.AddV1Profile("alice");
+  const std::string targetPath = "\\\\fs\\profiles\\alice.V2";
+  const std::string longName(260 - targetPath.size() - 1, 'T');
+  WriteText(source / longName / "t.txt", "long");
+  const fs::path current = share_.root() / "current";
+  WriteText(current / "canary.txt", "canary");
+  WriteText(current / "sub" / "inner.txt", "inner");
+  const testing::TreeState sourceBefore = testing::CaptureTreeState(source);
+  const testing::TreeState currentBefore = testing::CaptureTreeState(current);
+
+  const fs::path previous = fs::current_path();
+  fs::current_path(current);
+  const ProcessResult result = share_.Run({"/s:\\\\fs\\profiles\\alice"});
+  fs::current_path(previous);
+  EXPECT_EQ(result.exitStatus, 0) << result.output;
+  EXPECT_EQ(share_.CountLogged("Path too long, the folder is not migrated (0x800700CE): "
+                               "\\\\fs\\profiles\\alice: " +
+                               longName),
+            1);
+  EXPECT_FALSE(fs::exists(share_.share() / "alice.V2" / longName));
+  EXPECT_EQ(ReadBytes(share_.share() / "alice.V2" / "Other" / "Deep" / "other.txt"), "other alice");
+  EXPECT_EQ(testing::DescribeTreeChanges(currentBefore, testing::CaptureTreeState(current)), "");
+  EXPECT_EQ(testing::DescribeTreeChanges(sourceBefore, testing::CaptureTreeState(source)), "");
+}
+
 // "Readme.txt" and "README.TXT" side by side: the first listed is copied, the second is not
 // copied over it and is logged; the same for folders, inside a folder and at the top.
 TEST_F(NoLossE2eTest, NamesThatDifferOnlyInCaseAreLoggedAndNeverOverwriteEachOther) {

@@ -253,6 +253,16 @@ TEST_F(UserProfileMigrationTest, RemainingFoldersGetAttributesTimesAndSecurityOf
   EXPECT_FALSE(fs::exists(target() / "Desktop"));
 }
 
+TEST_F(UserProfileMigrationTest, ARemainingFolderPastThePathLimitIsLoggedAndLeftOut) {
+  const std::wstring longName(260 - Target().size() - 1, L'T');  // the target path: 260
+  fs::create_directories(source() / std::string(longName.begin(), longName.end()) / "inner");
+  FolderMigrator migrator(context, table);
+  MigrateRemainingFolders(migrator, Source(), Target());
+  EXPECT_TRUE(Logged(L"Path too long, the folder is not migrated (0x800700CE): " + Source() +
+                     L": " + longName));
+  EXPECT_TRUE(fs::exists(target() / "Other"));  // the loop went on
+}
+
 TEST_F(UserProfileMigrationTest, ASecurityFailureOfARemainingFolderShowsTheLastError) {
   security.FailOn(SecurityOp::kWriteOwner, Target(L"Other"), err::kAccessDenied);
   FolderMigrator migrator(context, table);
