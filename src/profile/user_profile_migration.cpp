@@ -20,6 +20,7 @@ bool IsFullPath(const std::wstring& path) {
   return path.size() >= 2 && path[0] == L'\\' && path[1] == L'\\';
 }
 
+
 constexpr wchar_t kUserProfileVariable[] = L"%USERPROFILE%";
 
 // Replaces every occurrence of `variable` (exact case) in text by `value`.
@@ -59,8 +60,8 @@ void RestoreLocation(FileSecurity& fileSecurity, const std::wstring& location,
 HResult MigrateUserProfile(FolderMigrator& migrator, const std::wstring& sourcePath,
                            std::int32_t sourceVersion, const std::wstring& targetPath,
                            std::int32_t targetVersion) {
-  const HResult hive =
-      MigrateRegistryHive(migrator.context(), sourcePath, sourceVersion, targetPath, targetVersion);
+  const HResult hive = MigrateRegistryHive(migrator.context(), sourcePath, sourceVersion,
+                                           targetPath, targetVersion);
   if (hive != hr::kOk) return hive;
   return MigrateProfileFolders(migrator, sourcePath, sourceVersion, targetPath, targetVersion);
 }
@@ -113,14 +114,14 @@ HResult MigrateProfileFolders(FolderMigrator& migrator, const std::wstring& sour
     // a relative one after the expansion) would make the copy land in the process's current
     // folder. The row is not copied and the log says so; the source stays as it is.
     if (!IsFullPath(targetLocation)) {
-      Log(L"No target location for folder %s, not migrated: %s", mapping.NameAt(i), sourceLocation);
+      Log(L"No target location for folder %s, not migrated: %s", mapping.NameAt(i),
+          sourceLocation);
       continue;
     }
 
     SelfRelativeDescriptor sourceSaved;
     SelfRelativeDescriptor targetSaved;
-    const HResult sourceSecured =
-        SecureLocation(migrator, fileSecurity, sourceLocation, sourceSaved);
+    const HResult sourceSecured = SecureLocation(migrator, fileSecurity, sourceLocation, sourceSaved);
     if (Failed(sourceSecured)) {
       Log(L"Failed to take ownership (0x%08X): %s", sourceSecured, sourceLocation);
       RestoreLocation(fileSecurity, sourceLocation, sourceSaved);
