@@ -176,3 +176,30 @@ TEST_F(LocationsE2eTest, TheBareStarFindsEachProfileAndFailsItInTheTargetNaming)
 
 }  // namespace
 }  // namespace tw
+
+namespace tw {
+namespace {
+
+// A Linux folder name holding backslashes, at the top of a profile and deeper: joined to its
+// folder it would name another user's profile ("..\bob", "..\..\bob"). Such names are not listed
+// by the search, so bob's profile is neither read into the target nor written to.
+TEST_F(LocationsE2eTest, NamesWithBackslashesDoNotLeadIntoAnotherProfile) {
+  const fs::path alice = share_.AddV1Profile("alice");
+  const fs::path bob = share_.AddV1Profile("bob");
+  testing::WriteText(alice / "..\\bob" / "a.txt", "a");
+  testing::WriteText(alice / "Other" / "..\\..\\bob" / "b.txt", "b");
+  const TreeState aliceBefore = CaptureTreeState(alice);
+  const TreeState bobBefore = CaptureTreeState(bob);
+
+  const ProcessResult result = share_.Run({"/s:\\\\fs\\profiles\\alice"});
+  EXPECT_EQ(result.exitStatus, 0) << result.output;
+  EXPECT_EQ(DescribeTreeChanges(bobBefore, CaptureTreeState(bob)), "");
+  EXPECT_EQ(DescribeTreeChanges(aliceBefore, CaptureTreeState(alice)), "");
+  const fs::path target = share_.share() / "alice.V2";
+  EXPECT_FALSE(AnyFileHolds(target, "desk bob"));
+  EXPECT_FALSE(AnyFileHolds(target, "top bob"));
+  EXPECT_EQ(testing::ReadWholeFile(target / "Other" / "Deep" / "other.txt"), "other alice");
+}
+
+}  // namespace
+}  // namespace tw
