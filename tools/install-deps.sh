@@ -13,6 +13,7 @@ packages=(
   wine64 libwine
   samba samba-vfs-modules smbclient winbind libwbclient-dev samba-dev python3-samba
   attr acl iproute2
+  dpkg-dev fakeroot lintian man-db gzip unzip
 )
 
 missing=()

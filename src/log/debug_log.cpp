@@ -43,8 +43,8 @@ bool LogPathEqual::operator()(std::wstring_view a, std::wstring_view b) const {
 }
 
 CDebugLog::CDebugLog()
-    : CDebugLog(ProcessFileSystem(), ProcessSystemServices(),
-                ProcessFileSystem().ModuleFileName()) {}
+    : CDebugLog(ProcessFileSystem(), ProcessSystemServices(), ProcessFileSystem().LogModulePath()) {
+}
 
 // The map starts with the 17 buckets of the platform map; its growth policy is the standard
 // library's, which only affects speed.

@@ -113,6 +113,11 @@ class FileSystem {
   // GetModuleFileNameW(NULL): the full Windows-form path of the running program, not truncated.
   virtual std::wstring ModuleFileName() = 0;
 
+  // The path the log takes its folder and name from: the module path itself on Windows, where
+  // the log lies beside the executable. The POSIX adapter keeps the name and moves the folder for
+  // an installed program (platform/posix/install_layout.h).
+  virtual std::wstring LogModulePath() { return ModuleFileName(); }
+
   // PathFileExistsW(path): true when a file or folder of that name exists (a symbolic link counts
   // itself, whether or not its target exists).
   virtual bool PathExists(std::wstring_view path) = 0;

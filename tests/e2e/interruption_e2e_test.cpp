@@ -154,9 +154,11 @@ class InterruptionE2eTest : public ::testing::Test {
     const std::string profile = testing::SuiteTools().defaultProfile;
     const pid_t pid = fork();
     if (pid == 0) {
-      std::freopen("/dev/null", "r", stdin);
-      std::freopen("/dev/null", "w", stdout);
-      std::freopen("/dev/null", "w", stderr);
+      if (std::freopen("/dev/null", "r", stdin) == nullptr ||
+          std::freopen("/dev/null", "w", stdout) == nullptr ||
+          std::freopen("/dev/null", "w", stderr) == nullptr) {
+        _exit(126);
+      }
       setenv("TARNWICK_SHARES", shares.c_str(), 1);
       setenv("TARNWICK_PROFILE_ROOT", local.c_str(), 1);
       setenv("TARNWICK_DEFAULT_PROFILE", profile.c_str(), 1);

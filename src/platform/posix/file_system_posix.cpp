@@ -26,6 +26,7 @@
 #include "platform/posix/file_info_posix.h"
 #include "platform/posix/folder_names.h"
 #include "platform/posix/folder_tree_posix.h"
+#include "platform/posix/install_layout.h"
 #include "platform/posix/native_path.h"
 #include "platform/posix/object_security.h"
 
@@ -74,6 +75,8 @@ class PosixFileSystem final : public FileSystem {
       buffer.resize(buffer.size() * 2);
     }
   }
+
+  std::wstring LogModulePath() override { return posix::LogModulePath(ModuleFileName()); }
 
   bool PathExists(std::wstring_view path) override {
     std::string native;

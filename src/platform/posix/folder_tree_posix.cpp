@@ -50,8 +50,10 @@ void EmptyFolder(int fd, err::Win32Error& first) {
       continue;
     }
     if (S_ISDIR(info.st_mode)) {
-      if ((info.st_mode & S_IWUSR) == 0 || (info.st_mode & S_IXUSR) == 0)
-        ::fchmodat(fd, name.c_str(), (info.st_mode & 07777) | S_IRWXU, 0);
+      if ((info.st_mode & S_IWUSR) == 0 || (info.st_mode & S_IXUSR) == 0) {
+        // A failure shows in the open or the removal below, which report it.
+        if (::fchmodat(fd, name.c_str(), (info.st_mode & 07777) | S_IRWXU, 0) != 0) errno = 0;
+      }
       const int child = ::openat(fd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
       if (child < 0) {
         Remember(first, Win32ErrorFromErrno(errno));

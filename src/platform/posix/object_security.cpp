@@ -113,7 +113,7 @@ void ChangePosixOwner(const std::string& native, const struct stat& info,
   const std::optional<std::uint32_t> uid = samba::Accounts().UidOf(owner);
   if (!uid || static_cast<uid_t>(*uid) == info.st_uid) return;
   // A refused chown (EPERM for an unprivileged process) leaves only the stored owner changed.
-  static_cast<void>(::lchown(native.c_str(), static_cast<uid_t>(*uid), static_cast<gid_t>(-1)));
+  if (::lchown(native.c_str(), static_cast<uid_t>(*uid), static_cast<gid_t>(-1)) != 0) errno = 0;
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 
 #include "base/text_encoding.h"
 #include "platform/posix/computer_name.h"
+#include "platform/posix/install_layout.h"
 #include "platform/posix/user_profile_posix.h"
 
 namespace tw::posix {
@@ -18,17 +19,6 @@ constexpr int kLastNumberedAttempt = 1001;  // ".999"
 std::string Variable(const char* name) {
   const char* value = std::getenv(name);
   return value == nullptr ? std::string() : std::string(value);
-}
-
-// The folder of the running executable, or "" when /proc/self/exe cannot be read.
-std::string ExecutableFolder() {
-  std::string buffer(4096, '\0');
-  const ssize_t length = ::readlink("/proc/self/exe", buffer.data(), buffer.size());
-  if (length <= 0 || static_cast<std::size_t>(length) >= buffer.size()) return std::string();
-  buffer.resize(static_cast<std::size_t>(length));
-  const std::size_t slash = buffer.rfind('/');
-  if (slash == std::string::npos) return std::string();
-  return slash == 0 ? std::string("/") : buffer.substr(0, slash);
 }
 
 // The folder of the default profile root, private to the user who runs the tool.
@@ -59,10 +49,8 @@ ProfileSettings ProcessProfileSettings() {
     settings.root = Utf8ToWide(root);
   }
   std::string templateFolder = Variable(kDefaultProfileVariable);
-  if (templateFolder.empty()) {
-    const std::string folder = ExecutableFolder();
-    if (!folder.empty()) templateFolder = folder + "/" + kTemplateFolderName;
-  }
+  if (templateFolder.empty())
+    templateFolder = DefaultTemplateFolder(ExecutableFolder(), BuildInstallDirs());
   settings.templateFolder = Utf8ToWide(templateFolder);
   settings.computerName = ComputerName();
   return settings;
