@@ -117,7 +117,7 @@ HResult MigrateProfile(MigrationContext& context, const std::wstring& sourcePath
   if (!owner) {
     Log(L"Failed to get owner sid of source profile folder (0x%08X): %s",
         HResultFromWin32(ThreadLastError()), sourcePath);
-    DeleteFolderTree(context, targetPath);
+    DeleteLockedTarget(context, targetPath, targetLock);
     restoreSource();
     return result;
   }
@@ -136,7 +136,7 @@ HResult MigrateProfile(MigrationContext& context, const std::wstring& sourcePath
     }
     if (context.offreg.CreateProfile == nullptr || Failed(result)) {
       Log(L"Failed creating profile (0x%08X)", result);
-      DeleteFolderTree(context, targetPath);
+      DeleteLockedTarget(context, targetPath, targetLock);
       restoreSource();
       break;
     }
@@ -151,7 +151,7 @@ HResult MigrateProfile(MigrationContext& context, const std::wstring& sourcePath
     if (result != hr::kOk) {
       Log(L"Failed to copy the default profile (0x%08X - %s): %s", result, temporaryPath,
           targetPath);
-      DeleteFolderTree(context, targetPath);
+      DeleteLockedTarget(context, targetPath, targetLock);
       restoreSource();
       break;
     }
@@ -164,7 +164,7 @@ HResult MigrateProfile(MigrationContext& context, const std::wstring& sourcePath
     }
     if (result != hr::kOk) {
       Log(L"Failed to migrate the user profile (0x%08X): %s", result, sourcePath);
-      DeleteFolderTree(context, targetPath);
+      DeleteLockedTarget(context, targetPath, targetLock);
       restoreSource();
       return result;
     }

@@ -121,12 +121,11 @@ HResult CreateTargetProfileFolder(MigrationContext& context, const std::wstring&
     const err::Win32Error locked =
         context.files.OpenLocked(markerPath, MarkerLockRequest(), handle);
     if (locked == err::kSuccess) {
-      // The run that left the marker has ended: the target is deleted while this run holds its
-      // lock, so that no other run starts on it meanwhile.
-      const UniqueFileHandle lock(context.files, handle);
+      // The run that left the marker has ended.
+      UniqueFileHandle lock(context.files, handle);
       Log(L"The target profile contains an interrupted migration, rebuilding profile: %s",
           targetPath);
-      DeleteFolderTree(context, targetPath);
+      DeleteLockedTarget(context, targetPath, lock);
       break;
     }
     if ((locked == err::kFileNotFound || locked == err::kPathNotFound) && look < kTargetLooks)
@@ -159,6 +158,17 @@ HResult CreateTargetProfileFolder(MigrationContext& context, const std::wstring&
     Log(L"Failed creating folder (0x%08X): %s", code, targetPath);
   }
   return code;
+}
+
+HResult DeleteLockedTarget(MigrationContext& context, const std::wstring& targetPath,
+                           UniqueFileHandle& lock) {
+  HResult result = DeleteFolderTree(context, targetPath);
+  if (!lock.is_valid()) return result;
+  lock.reset();
+  if (result != hr::kOk && context.files.PathExists(targetPath) &&
+      !context.files.PathExists(MarkerPathOf(targetPath)))
+    result = DeleteFolderTree(context, targetPath);
+  return result;
 }
 
 HResult DeleteFolderTree(MigrationContext& context, const std::wstring& path) {

@@ -52,12 +52,21 @@ HResult GetTargetPath(MigrationContext& context, const std::wstring& sourcePath,
 err::Win32Error CreateLockedMarker(MigrationContext& context, const std::wstring& targetPath,
                                    UniqueFileHandle& lock);
 
+// Deletes the tree of a target whose lock `lock` holds (DeleteFolderTree, under the lock, so that
+// no other run starts on the target meanwhile), then lets go of the lock. Where an open file is
+// removed only when its last handle closes (older Windows), the marker, and so the folder, can
+// only go after that: a target still there without its marker is deleted once more (no other run
+// touches a target without a marker). Returns the last deletion's result. With an empty `lock`
+// this is DeleteFolderTree.
+HResult DeleteLockedTarget(MigrationContext& context, const std::wstring& targetPath,
+                           UniqueFileHandle& lock);
+
 // Creates the target root folder with the owner and DACL of sourceSecurity (none when it is
 // empty):
 // - an existing target holding the marker file whose lock is free is an interrupted migration:
 //   "The target profile contains an interrupted migration, rebuilding profile: %s" is logged and
-//   its tree deleted under that lock (the deletion's result is not looked at) before the folder
-//   is created anew;
+//   its tree deleted with DeleteLockedTarget (the deletion's result is not looked at) before the
+//   folder is created anew;
 // - an existing target whose marker another run holds locked is neither rebuilt nor deleted:
 //   "The target profile is being migrated by another run: %s" is logged and the HRESULT of
 //   ERROR_SHARING_VIOLATION (0x80070020) returned; a lock that cannot be tried for another

@@ -194,6 +194,41 @@ TEST_F(CreateTargetProfileFolderTest, TheMarkerIsMadeUnderALockHeldUntilReleased
   EXPECT_FALSE(bed.files.HasFile(kMarker));
 }
 
+TEST_F(CreateTargetProfileFolderTest, ALockedTargetIsDeletedUnderItsLockThenLetGo) {
+  bed.files.AddFolder(kTarget);
+  UniqueFileHandle lock;
+  ASSERT_EQ(CreateLockedMarker(bed.context, kTarget, lock), err::kSuccess);
+  bed.files.SetFile(L"\\\\srv\\profiles\\anna.V2\\half.txt", "half");
+  EXPECT_EQ(DeleteLockedTarget(bed.context, kTarget, lock), hr::kOk);
+  EXPECT_FALSE(bed.files.HasFolder(kTarget));
+  EXPECT_FALSE(lock.is_valid());
+  EXPECT_FALSE(bed.files.IsLocked(kMarker));
+  EXPECT_EQ(bed.files.Calls(FileOp::kDeleteTree), 1);
+}
+
+// A deletion that fails while the marker is still there leaves a marked target (the next run
+// rebuilds it); one that fails with the marker gone (as when an open marker is removed only at
+// its last close) is tried once more after the lock is let go of.
+TEST_F(CreateTargetProfileFolderTest, AFailedDeletionIsRetriedOnlyWhenTheMarkerIsGone) {
+  bed.files.AddFolder(kTarget);
+  bed.files.FailOperation(FileOp::kDeleteTree, err::kAccessDenied);
+  UniqueFileHandle lock;
+  ASSERT_EQ(CreateLockedMarker(bed.context, kTarget, lock), err::kSuccess);
+  EXPECT_EQ(DeleteLockedTarget(bed.context, kTarget, lock), hr::kFail);
+  EXPECT_EQ(bed.files.Calls(FileOp::kDeleteTree), 1);
+  EXPECT_FALSE(bed.files.IsLocked(kMarker));
+  EXPECT_TRUE(bed.files.HasFile(kMarker));
+
+  ASSERT_EQ(CreateLockedMarker(bed.context, kTarget, lock), err::kAccessDenied);  // read-only
+  bed.files.SetAttributes(kMarker, file_attr::kNormal);
+  ASSERT_EQ(CreateLockedMarker(bed.context, kTarget, lock), err::kSuccess);
+  bed.files.SetAttributes(kMarker, file_attr::kNormal);
+  ASSERT_EQ(bed.files.DeleteFileAt(kMarker), err::kSuccess);
+  EXPECT_EQ(DeleteLockedTarget(bed.context, kTarget, lock), hr::kFail);
+  EXPECT_EQ(bed.files.Calls(FileOp::kDeleteTree), 3);
+  EXPECT_FALSE(bed.files.IsLocked(kMarker));
+}
+
 TEST_F(CreateTargetProfileFolderTest, CreationFailuresAreLoggedByError) {
   const struct {
     err::Win32Error error;
