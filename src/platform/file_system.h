@@ -212,6 +212,17 @@ class FileSystem {
   // could not be removed (kFileNotFound or kPathNotFound when path does not exist). Wildcards
   // in path are not expanded.
   virtual err::Win32Error DeleteTree(std::wstring_view path) = 0;
+
+  // Open(path, request, handle), with the handle held as a lock: until it is closed, or until
+  // the process ends in any way (the system then lets go of it), the same call on the same path
+  // from another process, or through another handle, fails with kSharingViolation and opens
+  // nothing. The holder may still set the file's attributes and delete it. A file created this
+  // way is never seen unlocked. Nothing waits: a held lock fails at once.
+  // Windows: CreateFileW with FILE_SHARE_DELETE as the only sharing (the request's share flags
+  // are not used). POSIX: an flock on the folder that holds path, taken before the file is
+  // opened or created; so every file of that folder shares the one lock.
+  virtual err::Win32Error OpenLocked(std::wstring_view path, const FileOpenRequest& request,
+                                     FileHandle& handle) = 0;
 };
 
 // Owns one open handle of a FileSystem and closes it when it goes.

@@ -19,19 +19,6 @@
 namespace tw {
 namespace {
 
-// CreateFileW(marker, GENERIC_ALL, FILE_SHARE_READ, NULL, CREATE_ALWAYS,
-// FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN, NULL).
-FileOpenRequest MarkerRequest() {
-  FileOpenRequest request;
-  request.read = false;
-  request.write = false;
-  request.otherAccess = file_access::kGenericAll;
-  request.shareRead = true;
-  request.disposition = CreationDisposition::kCreateAlways;
-  request.attributes = file_attr::kReadOnly | file_attr::kHidden;
-  return request;
-}
-
 // The code of a failed DeleteProfileW: the thread's last error, E_FAIL when none is set.
 HResult DeleteProfileFailure() {
   const HResult code = HResultFromWin32(ThreadLastError());
@@ -110,16 +97,13 @@ HResult MigrateProfile(MigrationContext& context, const std::wstring& sourcePath
     return result;
   }
 
-  // 7.
+  // 7. The marker is made under this run's lock on the target, which is held until the marker
+  // is removed or the target deleted again (deliberate deviation: the handle stays open).
   const std::wstring markerPath = MarkerPathOf(targetPath);
-  {
-    FileHandle marker = kInvalidFileHandle;
-    const err::Win32Error created = context.files.Open(markerPath, MarkerRequest(), marker);
-    if (created != err::kSuccess) {
-      Log(L"Failed to create marker file (0x%08X)", HResultFromWin32(created));
-    } else {
-      context.files.Close(marker);
-    }
+  UniqueFileHandle targetLock;
+  if (const err::Win32Error created = CreateLockedMarker(context, targetPath, targetLock);
+      created != err::kSuccess) {
+    Log(L"Failed to create marker file (0x%08X)", HResultFromWin32(created));
   }
 
   // 8.
@@ -133,7 +117,7 @@ HResult MigrateProfile(MigrationContext& context, const std::wstring& sourcePath
   if (!owner) {
     Log(L"Failed to get owner sid of source profile folder (0x%08X): %s",
         HResultFromWin32(ThreadLastError()), sourcePath);
-    DeleteFolderTree(context, targetPath);
+    DeleteLockedTarget(context, targetPath, targetLock);
     restoreSource();
     return result;
   }
@@ -152,7 +136,7 @@ HResult MigrateProfile(MigrationContext& context, const std::wstring& sourcePath
     }
     if (context.offreg.CreateProfile == nullptr || Failed(result)) {
       Log(L"Failed creating profile (0x%08X)", result);
-      DeleteFolderTree(context, targetPath);
+      DeleteLockedTarget(context, targetPath, targetLock);
       restoreSource();
       break;
     }
@@ -167,7 +151,7 @@ HResult MigrateProfile(MigrationContext& context, const std::wstring& sourcePath
     if (result != hr::kOk) {
       Log(L"Failed to copy the default profile (0x%08X - %s): %s", result, temporaryPath,
           targetPath);
-      DeleteFolderTree(context, targetPath);
+      DeleteLockedTarget(context, targetPath, targetLock);
       restoreSource();
       break;
     }
@@ -180,7 +164,7 @@ HResult MigrateProfile(MigrationContext& context, const std::wstring& sourcePath
     }
     if (result != hr::kOk) {
       Log(L"Failed to migrate the user profile (0x%08X): %s", result, sourcePath);
-      DeleteFolderTree(context, targetPath);
+      DeleteLockedTarget(context, targetPath, targetLock);
       restoreSource();
       return result;
     }
@@ -191,6 +175,7 @@ HResult MigrateProfile(MigrationContext& context, const std::wstring& sourcePath
   if (migrated) {
     context.files.SetAttributes(markerPath, file_attr::kNormal);
     context.files.DeleteFileAt(markerPath);
+    targetLock.reset();
     const HResult sourceRestored = restoreSource();
     if (sourceRestored != hr::kOk) {
       Log(L"Failed to restore security on user profile (0x%08X): %s", sourceRestored, sourcePath);

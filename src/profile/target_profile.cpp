@@ -1,6 +1,8 @@
 #include "profile/target_profile.h"
 
+#include <chrono>
 #include <string_view>
+#include <thread>
 
 #include "base/format.h"
 #include "base/shell_path.h"
@@ -18,7 +20,56 @@ bool HasVersionSuffix(std::wstring_view name) {
   return tail[2] == L'2' || tail[2] == L'5' || tail[2] == L'6';
 }
 
+// How often, and how far apart, the creation of a locked marker is tried while another run holds
+// the fresh folder's lock for a look.
+constexpr int kMarkerLockAttempts = 40;
+constexpr std::chrono::milliseconds kMarkerLockPause{5};
+
+// A marked target is looked at this many times when its marker goes away while it is looked at.
+constexpr int kTargetLooks = 3;
+
+// CreateFileW(marker, GENERIC_ALL, FILE_SHARE_READ, NULL, CREATE_ALWAYS,
+// FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN, NULL).
+FileOpenRequest MarkerRequest() {
+  FileOpenRequest request;
+  request.read = false;
+  request.write = false;
+  request.otherAccess = file_access::kGenericAll;
+  request.shareRead = true;
+  request.disposition = CreationDisposition::kCreateAlways;
+  request.attributes = file_attr::kReadOnly | file_attr::kHidden;
+  return request;
+}
+
+// The existing marker opened to try its lock: read access only (the marker is read-only), with
+// backup semantics so that the target's DACL does not stand in the way.
+FileOpenRequest MarkerLockRequest() {
+  FileOpenRequest request;
+  request.read = true;
+  request.disposition = CreationDisposition::kOpenExisting;
+  request.backupSemantics = true;
+  return request;
+}
+
 }  // namespace
+
+err::Win32Error CreateLockedMarker(MigrationContext& context, const std::wstring& targetPath,
+                                   UniqueFileHandle& lock) {
+  lock.reset();
+  const std::wstring markerPath = MarkerPathOf(targetPath);
+  err::Win32Error error = err::kSuccess;
+  for (int attempt = 0; attempt < kMarkerLockAttempts; ++attempt) {
+    if (attempt != 0) std::this_thread::sleep_for(kMarkerLockPause);
+    FileHandle handle = kInvalidFileHandle;
+    error = context.files.OpenLocked(markerPath, MarkerRequest(), handle);
+    if (error == err::kSuccess) {
+      lock = UniqueFileHandle(context.files, handle);
+      return err::kSuccess;
+    }
+    if (error != err::kSharingViolation) break;
+  }
+  return error;
+}
 
 std::wstring MarkerPathOf(const std::wstring& targetPath) {
   return Format(L"%s\\%s", targetPath, kMarkerFileName);
@@ -58,15 +109,35 @@ HResult GetTargetPath(MigrationContext& context, const std::wstring& sourcePath,
 
 HResult CreateTargetProfileFolder(MigrationContext& context, const std::wstring& targetPath,
                                   const SelfRelativeDescriptor& sourceSecurity) {
-  if (context.files.PathExists(targetPath)) {
-    if (context.files.PathExists(MarkerPathOf(targetPath))) {
-      Log(L"The target profile contains an interrupted migration, rebuilding profile: %s",
-          targetPath);
-      DeleteFolderTree(context, targetPath);
-    } else {
+  // A marker that goes away while it is looked at (its run finished, or another run rebuilds the
+  // target) sends the look back to the start.
+  for (int look = 1; context.files.PathExists(targetPath); ++look) {
+    const std::wstring markerPath = MarkerPathOf(targetPath);
+    if (!context.files.PathExists(markerPath)) {
       Log(L"The target profile path already exists: %s", targetPath);
       return hr::kAlreadyExists;
     }
+    FileHandle handle = kInvalidFileHandle;
+    const err::Win32Error locked =
+        context.files.OpenLocked(markerPath, MarkerLockRequest(), handle);
+    if (locked == err::kSuccess) {
+      // The run that left the marker has ended.
+      UniqueFileHandle lock(context.files, handle);
+      Log(L"The target profile contains an interrupted migration, rebuilding profile: %s",
+          targetPath);
+      DeleteLockedTarget(context, targetPath, lock);
+      break;
+    }
+    if ((locked == err::kFileNotFound || locked == err::kPathNotFound) && look < kTargetLooks)
+      continue;
+    // Deliberate deviation: a marked target is rebuilt only when no live run holds it; the
+    // target of a live run is neither rebuilt nor deleted, and this profile fails.
+    if (locked == err::kSharingViolation) {
+      Log(L"The target profile is being migrated by another run: %s", targetPath);
+    } else {
+      Log(L"Failed to lock the target profile (0x%08X): %s", HResultFromWin32(locked), targetPath);
+    }
+    return HResultFromWin32(locked);
   }
 
   err::Win32Error error = err::kSuccess;
@@ -87,6 +158,17 @@ HResult CreateTargetProfileFolder(MigrationContext& context, const std::wstring&
     Log(L"Failed creating folder (0x%08X): %s", code, targetPath);
   }
   return code;
+}
+
+HResult DeleteLockedTarget(MigrationContext& context, const std::wstring& targetPath,
+                           UniqueFileHandle& lock) {
+  HResult result = DeleteFolderTree(context, targetPath);
+  if (!lock.is_valid()) return result;
+  lock.reset();
+  if (result != hr::kOk && context.files.PathExists(targetPath) &&
+      !context.files.PathExists(MarkerPathOf(targetPath)))
+    result = DeleteFolderTree(context, targetPath);
+  return result;
 }
 
 HResult DeleteFolderTree(MigrationContext& context, const std::wstring& path) {

@@ -9,6 +9,8 @@
 #include <string>
 
 #include "base/hresult.h"
+#include "base/win32_error.h"
+#include "platform/file_system.h"
 #include "profile/migration_context.h"
 #include "security/self_relative_descriptor.h"
 
@@ -38,11 +40,38 @@ std::wstring MarkerPathOf(const std::wstring& targetPath);
 HResult GetTargetPath(MigrationContext& context, const std::wstring& sourcePath,
                       std::wstring& targetPath, std::uint32_t targetVersion);
 
+// One run per target: a run holds a lock on each target while it builds it, from before its
+// marker exists until the marker is removed again (or the target deleted). The lock is the
+// marker opened through FileSystem::OpenLocked, so the system lets go of it when the run ends in
+// any way; a marker whose lock is free is therefore the mark of a run that has ended.
+//
+// Makes the marker file in targetPath as the per-profile migration makes it (CreateFileW(marker,
+// GENERIC_ALL, ..., CREATE_ALWAYS, FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN)), under this
+// run's lock, which `lock` then holds. Another run that looks at the fresh folder holds its lock
+// for a moment; that is waited for briefly. Returns the Win32 error of the creation.
+err::Win32Error CreateLockedMarker(MigrationContext& context, const std::wstring& targetPath,
+                                   UniqueFileHandle& lock);
+
+// Deletes the tree of a target whose lock `lock` holds (DeleteFolderTree, under the lock, so that
+// no other run starts on the target meanwhile), then lets go of the lock. Where an open file is
+// removed only when its last handle closes (older Windows), the marker, and so the folder, can
+// only go after that: a target still there without its marker is deleted once more (no other run
+// touches a target without a marker). Returns the last deletion's result. With an empty `lock`
+// this is DeleteFolderTree.
+HResult DeleteLockedTarget(MigrationContext& context, const std::wstring& targetPath,
+                           UniqueFileHandle& lock);
+
 // Creates the target root folder with the owner and DACL of sourceSecurity (none when it is
 // empty):
-// - an existing target holding the marker file is an interrupted migration: "The target profile
-//   contains an interrupted migration, rebuilding profile: %s" is logged and its tree deleted
-//   (the deletion's result is not looked at) before the folder is created anew;
+// - an existing target holding the marker file whose lock is free is an interrupted migration:
+//   "The target profile contains an interrupted migration, rebuilding profile: %s" is logged and
+//   its tree deleted with DeleteLockedTarget (the deletion's result is not looked at) before the
+//   folder is created anew;
+// - an existing target whose marker another run holds locked is neither rebuilt nor deleted:
+//   "The target profile is being migrated by another run: %s" is logged and the HRESULT of
+//   ERROR_SHARING_VIOLATION (0x80070020) returned; a lock that cannot be tried for another
+//   reason logs "Failed to lock the target profile (0x%08X): %s" and returns that error's
+//   HRESULT, nothing deleted either;
 // - an existing target without the marker is a finished profile: "The target profile path
 //   already exists: %s" is logged and 0x800700B7 returned; nothing is changed;
 // - a failed creation logs "Failed creating folder (0x%08X): %s already exists" (183),

@@ -337,6 +337,7 @@ err::Win32Error FakeFileSystem::Flush(FileHandle handle) {
 err::Win32Error FakeFileSystem::Close(FileHandle handle) {
   const std::lock_guard<std::mutex> guard(mutex_);
   if (const err::Win32Error error = Enter(FileOp::kClose); error != err::kSuccess) return error;
+  std::erase_if(locks_, [handle](const auto& lock) { return lock.second == handle; });
   return handles_.erase(handle) == 1 ? err::kSuccess : err::kInvalidHandle;
 }
 
@@ -561,6 +562,38 @@ err::Win32Error FakeFileSystem::DeleteTree(std::wstring_view path) {
       ++it;
     }
   }
+  return err::kSuccess;
+}
+
+void FakeFileSystem::HoldLockElsewhere(std::wstring_view path) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  ++locksElsewhere_[Key(path)];
+}
+
+void FakeFileSystem::ReleaseLockElsewhere(std::wstring_view path) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  locksElsewhere_.erase(Key(path));
+}
+
+bool FakeFileSystem::IsLocked(std::wstring_view path) const {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  return locks_.count(Key(path)) != 0;
+}
+
+err::Win32Error FakeFileSystem::OpenLocked(std::wstring_view path, const FileOpenRequest& request,
+                                           FileHandle& handle) {
+  handle = kInvalidFileHandle;
+  const std::wstring key = Key(path);
+  {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (const err::Win32Error error = Enter(FileOp::kOpenLocked, path); error != err::kSuccess)
+      return error;
+    if (locks_.count(key) != 0 || locksElsewhere_.count(key) != 0) return err::kSharingViolation;
+  }
+  const err::Win32Error error = Open(path, request, handle);
+  if (error != err::kSuccess) return error;
+  const std::lock_guard<std::mutex> guard(mutex_);
+  locks_[key] = handle;
   return err::kSuccess;
 }
 

@@ -36,6 +36,7 @@ enum class FileOp {
   kMakeFolderPath,
   kDeleteFile,
   kDeleteTree,
+  kOpenLocked,
 };
 
 class FakeFileSystem : public FileSystem {
@@ -72,6 +73,11 @@ class FakeFileSystem : public FileSystem {
   // Handles and searches open now.
   int OpenHandles() const;
   int OpenSearches() const;
+  // OpenLocked locks: "another process" holding path's lock (OpenLocked on it then fails with
+  // kSharingViolation) until released, and whether a handle of this file system holds it.
+  void HoldLockElsewhere(std::wstring_view path);
+  void ReleaseLockElsewhere(std::wstring_view path);
+  bool IsLocked(std::wstring_view path) const;
 
   // --- FileSystem ---
   std::wstring ModuleFileName() override;
@@ -99,6 +105,9 @@ class FakeFileSystem : public FileSystem {
   err::Win32Error MakeFolderPath(std::wstring_view path) override;
   err::Win32Error DeleteFileAt(std::wstring_view path) override;
   err::Win32Error DeleteTree(std::wstring_view path) override;
+  // Open, with the file's key held as a lock until the handle is closed.
+  err::Win32Error OpenLocked(std::wstring_view path, const FileOpenRequest& request,
+                             FileHandle& handle) override;
 
  private:
   // One file or folder; its key is its upper-case path without a trailing backslash.
@@ -152,6 +161,8 @@ class FakeFileSystem : public FileSystem {
   std::map<CreationDisposition, int> opens_;
   std::map<FileOp, Failure> failures_;
   std::vector<PathFailure> pathFailures_;
+  std::map<std::wstring, FileHandle> locks_;  // by key: the handle that holds it
+  std::map<std::wstring, int> locksElsewhere_;
 };
 
 }  // namespace tw::testing

@@ -237,5 +237,27 @@ check "without userenv.dll, V2 to V6: exit value" 255 "$status"
 contains "without userenv.dll, V2 to V6: message" "$out" \
   "Windows offline registry APIs are not available"
 
+echo "== one run per target: an interrupted target is rebuilt, a failed one deleted"
+# hank.V2 carries the marker of a run that has ended (nothing holds it); gina's hive is not a hive,
+# so her migration fails after the target was made and marked, and the target, whose marker the
+# run holds open, is deleted again.
+for share in "$linux_share" "$wine_share"; do
+  cp -a "$share/bob" "$share/hank"
+  mkdir -p "$share/hank.V2"
+  : >"$share/hank.V2/_qzk_mig_marker_"
+  echo half >"$share/hank.V2/half.txt"
+  cp -a "$share/alice" "$share/gina"
+  printf 'not a hive' >"$share/gina/ntuser.dat"
+done
+run_both "interrupted target" '/s:\\sample\profiles\hank'
+check "interrupted target: exit value 0" 0 "$wine_status"
+check "interrupted target: rebuilt" "$(listing "$linux_share/hank.V2")" \
+  "$(listing "$wine_share/hank.V2")"
+check "interrupted target: no marker, nothing of before" "" \
+  "$(ls "$wine_share/hank.V2/_qzk_mig_marker_" "$wine_share/hank.V2/half.txt" 2>/dev/null)"
+run_both "failed profile" '/s:\\sample\profiles\gina'
+check "failed profile: exit value" 255 "$wine_status"
+check "failed profile: target deleted" "" "$(ls -d "$wine_share/gina.V2" 2>/dev/null)"
+
 echo "$passed passed, $failed failed"
 [ "$failed" -eq 0 ]

@@ -24,6 +24,7 @@
 #include "platform/posix/errno_win32.h"
 #include "platform/posix/file_copy_posix.h"
 #include "platform/posix/file_info_posix.h"
+#include "platform/posix/folder_lock_posix.h"
 #include "platform/posix/folder_names.h"
 #include "platform/posix/folder_tree_posix.h"
 #include "platform/posix/install_layout.h"
@@ -41,11 +42,13 @@ struct OpenFileEntry {
   bool canRead = false;
   bool canWrite = false;     // the data
   bool canSetTimes = false;  // write access or FILE_WRITE_ATTRIBUTES
+  int lockFd = -1;           // OpenLocked: the locked folder, let go of after the file
   OpenFileEntry() = default;
   OpenFileEntry(const OpenFileEntry&) = delete;
   OpenFileEntry& operator=(const OpenFileEntry&) = delete;
   ~OpenFileEntry() {
     if (fd >= 0) ::close(fd);
+    if (lockFd >= 0) ::close(lockFd);
   }
 };
 
@@ -358,6 +361,27 @@ class PosixFileSystem final : public FileSystem {
     err::Win32Error error = err::kSuccess;
     if (!posix::ToNativePath(path, native, error)) return error;
     return posix::DeleteNativeTree(native);
+  }
+
+  // The lock is the flock of the file's folder (folder_lock_posix.h), taken before the file is
+  // looked at, so that a file made under it is never seen unlocked; the handle keeps both.
+  err::Win32Error OpenLocked(std::wstring_view path, const FileOpenRequest& request,
+                             FileHandle& handle) override {
+    handle = kInvalidFileHandle;
+    std::string native;
+    err::Win32Error error = err::kSuccess;
+    if (!posix::ToNativePath(path, native, error)) return error;
+    int lockFd = -1;
+    error = posix::LockNativeFolder(posix::NativeParentFolder(native), lockFd);
+    if (error != err::kSuccess) return error == err::kDirectory ? err::kPathNotFound : error;
+    error = Open(path, request, handle);
+    const std::shared_ptr<OpenFileEntry> entry = error == err::kSuccess ? Find(handle) : nullptr;
+    if (!entry) {
+      ::close(lockFd);
+      return error == err::kSuccess ? err::kInvalidHandle : error;
+    }
+    entry->lockFd = lockFd;
+    return err::kSuccess;
   }
 
  private:

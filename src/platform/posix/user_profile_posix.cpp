@@ -7,8 +7,11 @@
 #include <cerrno>
 #include <exception>
 #include <filesystem>
+#include <map>
+#include <mutex>
 #include <new>
 #include <system_error>
+#include <utility>
 
 #include "base/hresult_error.h"
 #include "base/text_encoding.h"
@@ -111,6 +114,62 @@ err::Win32Error EnsurePrivateFolder(const std::wstring& setting) {
   return err::kSuccess;
 }
 
+// The profile list entries this process holds (ProfileList::Reserve), by entry path: each is
+// kept open, and so locked, until DeleteProfileW removes it or the process ends.
+class HeldEntries {
+ public:
+  void Keep(const std::string& entry, int fd) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const auto [found, added] = fds_.emplace(entry, fd);
+    if (!added) {
+      ::close(found->second);
+      found->second = fd;
+    }
+  }
+  void Release(const std::string& entry) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const auto found = fds_.find(entry);
+    if (found == fds_.end()) return;
+    ::close(found->second);
+    fds_.erase(found);
+  }
+
+ private:
+  std::mutex mutex_;
+  std::map<std::string, int> fds_;
+};
+
+HeldEntries& ProcessHeldEntries() {
+  static HeldEntries* const entries = new HeldEntries();  // kept until the process ends
+  return *entries;
+}
+
+// A reservation in the profile list that is taken back (entry removed, lock let go) unless it
+// is kept.
+class Reservation {
+ public:
+  Reservation(const ProfileList& list, std::string sidText)
+      : list_(list), sidText_(std::move(sidText)) {}
+  Reservation(const Reservation&) = delete;
+  Reservation& operator=(const Reservation&) = delete;
+  ~Reservation() {
+    if (fd_ < 0) return;
+    list_.Remove(sidText_);
+    ::close(fd_);
+  }
+  err::Win32Error Make() { return list_.Reserve(sidText_, fd_); }
+  int fd() const { return fd_; }
+  void Keep() {
+    ProcessHeldEntries().Keep(list_.EntryPath(sidText_), fd_);
+    fd_ = -1;
+  }
+
+ private:
+  const ProfileList& list_;
+  std::string sidText_;
+  int fd_ = -1;
+};
+
 bool IsThisComputer(const ProfileSettings& settings, const wchar_t* computerName) {
   if (computerName == nullptr) return true;
   std::wstring_view name(computerName);
@@ -141,7 +200,10 @@ HResult CreateUserProfile(const ProfileSettings& settings, const wchar_t* sid,
   if (failure) return HResultFromWin32(Win32ErrorFromErrno(failure.value()));
   if (!IsFolder(root)) return HResultFromWin32(err::kPathNotFound);
 
+  // Registrations of processes that have ended (killed, or ended with their temporary profile
+  // still there) go first, with their folders: a registration never outlives its process.
   const ProfileList list(root);
+  list.RemoveAbandoned();
   std::string registered;
   if (list.Find(sidText, registered) == err::kSuccess) return HResultFromWin32(err::kAlreadyExists);
 
@@ -150,18 +212,26 @@ HResult CreateUserProfile(const ProfileSettings& settings, const wchar_t* sid,
       !IsFolder(templateFolder))
     return HResultFromWin32(err::kPathNotFound);
 
+  // The registration is made first, atomically and locked, so that of two processes creating a
+  // profile for one SID at once exactly one goes on; the other gets ERROR_ALREADY_EXISTS and
+  // changes nothing of the first's.
+  Reservation reservation(list, sidText);
+  if (const err::Win32Error error = reservation.Make(); error != err::kSuccess)
+    return HResultFromWin32(error);
+
   std::string folder;
   std::wstring windowsPath;
   const HResult made =
       CreateProfileFolder(settings, root, userName, cchProfilePath, folder, windowsPath);
   if (Failed(made)) return made;
 
-  err::Win32Error error = CopyTemplateTree(templateFolder, folder);
-  if (error == err::kSuccess) error = list.Add(sidText, folder);
+  err::Win32Error error = ProfileList::Record(reservation.fd(), folder);
+  if (error == err::kSuccess) error = CopyTemplateTree(templateFolder, folder);
   if (error != err::kSuccess) {
     DeleteNativeTree(folder);
     return HResultFromWin32(error);
   }
+  reservation.Keep();
   windowsPath.copy(profilePath, windowsPath.size());
   profilePath[windowsPath.size()] = L'\0';
   return hr::kOk;
@@ -189,7 +259,9 @@ err::Win32Error DeleteUserProfile(const ProfileSettings& settings, const wchar_t
   if (deleted != err::kSuccess && deleted != err::kFileNotFound && deleted != err::kPathNotFound)
     return deleted;
   const err::Win32Error removed = list.Remove(sidText);
-  return removed == err::kFileNotFound ? err::kSuccess : removed;
+  if (removed != err::kSuccess && removed != err::kFileNotFound) return removed;
+  ProcessHeldEntries().Release(list.EntryPath(sidText));
+  return err::kSuccess;
 }
 
 HResult TW_OR_CALL BuiltInCreateProfile(const wchar_t* sid, const wchar_t* userName,

@@ -31,7 +31,15 @@
 //   ERROR_INSUFFICIENT_BUFFER (0x8007007A), the code a string copy into the caller's buffer
 //   gives, and nothing is created (the size is checked before the folder is made).
 // - A failing copy of the template removes the new folder again and gives the HRESULT of the
-//   copy's Win32 error. The registration comes last, so a failed call leaves nothing behind.
+//   copy's Win32 error; a failed call leaves nothing behind.
+// - Registrations belong to the process that made them (profile_list.h): CreateProfile first
+//   removes every registration whose process has ended (killed, or ended with its profile still
+//   there, as a failed migration leaves it) with its folder, so no registration outlives its
+//   process; on Windows such a profile stays until it is removed. The registration is then made
+//   atomically before the folder, so that of two processes creating a profile for one SID at once
+//   exactly one succeeds and the other gets ERROR_ALREADY_EXISTS without touching anything of the
+//   first's. A process killed between making the folder and recording it in its registration
+//   leaves that empty folder (not a registration); later profiles then take the next name.
 // - On success the buffer holds the profile folder's Windows-form path ("Z:\tmp\...").
 // - The profile's files keep the owner the process gives them: the caller (the default-profile
 //   copy of the migration) sets the owners it wants on its own copy.
@@ -43,7 +51,8 @@
 //   gives ERROR_INVALID_PARAMETER and nothing is removed; null or "" takes the registered one.
 //   The folder tree is removed when it is still there (a missing folder is fine: the caller
 //   usually deleted it first); a folder that cannot be removed gives that error and keeps the
-//   registration, so that the call can be repeated. Then the registration is removed.
+//   registration, so that the call can be repeated. Then the registration is removed and this
+//   process lets go of it.
 #pragma once
 
 #include <cstdint>

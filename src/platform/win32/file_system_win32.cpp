@@ -36,6 +36,17 @@ void FromFindData(const WIN32_FIND_DATAW& data, FindEntry& entry) {
   entry.size = (static_cast<std::uint64_t>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
 }
 
+// The request of OpenLocked: shared for deletion only, so that every other opening of the file's
+// data (and so every other OpenLocked) fails with ERROR_SHARING_VIOLATION while the handle is
+// open, and the holder can still delete the file. The system closes the handle when the
+// process ends.
+FileOpenRequest LockingRequest(FileOpenRequest request) {
+  request.shareRead = false;
+  request.shareWrite = false;
+  request.shareDelete = true;
+  return request;
+}
+
 class Win32FileSystem final : public FileSystem {
  public:
   std::wstring ModuleFileName() override {
@@ -206,6 +217,11 @@ class Win32FileSystem final : public FileSystem {
     operation.fFlags = FOF_NOCONFIRMATION | FOF_NOERRORUI;
     operation.lpszProgressTitle = nullptr;
     return static_cast<err::Win32Error>(::SHFileOperationW(&operation));
+  }
+
+  err::Win32Error OpenLocked(std::wstring_view path, const FileOpenRequest& request,
+                             FileHandle& handle) override {
+    return Open(path, LockingRequest(request), handle);
   }
 };
 

@@ -5,6 +5,7 @@
 #include "profile/profile_migration.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -13,6 +14,7 @@
 
 #include "platform/file_system.h"
 #include "platform/last_error.h"
+#include "platform/posix/folder_lock_posix.h"
 #include "platform/posix/share_map.h"
 #include "profile/special_folder_table.h"
 #include "profile_test_bed.h"
@@ -49,12 +51,21 @@ struct ProfileCalls {
   std::uint32_t deleteError = 0;
   std::vector<std::wstring> created;  // "sid|user"
   std::vector<std::wstring> deleted;  // "sid|path|computer-null"
+  // A folder whose lock CreateProfile tries (as another run would), and whether it was taken.
+  fs::path lockProbe;
+  bool probeFoundLocked = false;
 };
 ProfileCalls* calls = nullptr;
 
 HResult TW_OR_CALL FakeCreateProfile(const wchar_t* sid, const wchar_t* user, wchar_t* path,
                                      OrDword size) {
   calls->created.push_back(std::wstring(sid) + L"|" + user);
+  if (!calls->lockProbe.empty()) {
+    int probe = -1;
+    calls->probeFoundLocked =
+        posix::LockNativeFolder(calls->lockProbe.string(), probe) == err::kSharingViolation;
+    if (probe >= 0) ::close(probe);
+  }
   if (Failed(calls->createResult)) return calls->createResult;
   fs::copy(calls->templateFolder, calls->profileFolder, fs::copy_options::recursive);
   const std::wstring written =
@@ -238,6 +249,44 @@ TEST_F(ProfileMigrationTest, AnInterruptedTargetIsRebuilt) {
   EXPECT_TRUE(fs::exists(target() / "Desktop" / "d.txt"));
 }
 
+// A run holds its target locked while it builds it, and lets go of it when it is finished.
+TEST_F(ProfileMigrationTest, TheTargetIsLockedWhileItIsBuilt) {
+  profiles.lockProbe = target();
+  EXPECT_EQ(Migrate(), hr::kOk) << Joined();
+  EXPECT_TRUE(profiles.probeFoundLocked);
+  int lock = -1;
+  EXPECT_EQ(posix::LockNativeFolder(target().string(), lock), err::kSuccess);
+  ::close(lock);
+}
+
+// A marked target that a live run holds (here a lock on it taken as that run takes it) is
+// neither rebuilt nor deleted: the profile fails with ERROR_SHARING_VIOLATION. Once that run has
+// ended, the next run rebuilds it.
+TEST_F(ProfileMigrationTest, ATargetALiveRunHoldsIsNeitherRebuiltNorDeleted) {
+  Write(target() / "_qzk_mig_marker_", "");
+  Write(target() / "half.txt", "half");
+  int live = -1;
+  ASSERT_EQ(posix::LockNativeFolder(target().string(), live), err::kSuccess);
+  EXPECT_EQ(Migrate(), static_cast<HResult>(0x80070020u));
+  EXPECT_EQ(bed.log.messages(),
+            (std::vector<std::wstring>{
+                L"The target profile is being migrated by another run: \\\\srv\\profiles\\anna.V2",
+                L"Failed to create the root profile folder (0x80070020): "
+                L"\\\\srv\\profiles\\anna.V2"}));
+  EXPECT_EQ(testing::ReadWholeFile(target() / "half.txt"), "half");
+  EXPECT_TRUE(fs::exists(target() / "_qzk_mig_marker_"));
+  EXPECT_TRUE(profiles.created.empty());
+  ::close(live);
+
+  bed.log.Clear();
+  EXPECT_EQ(Migrate(), hr::kOk) << Joined();
+  EXPECT_TRUE(
+      Logged(L"The target profile contains an interrupted migration, rebuilding "
+             L"profile: \\\\srv\\profiles\\anna.V2"));
+  EXPECT_FALSE(fs::exists(target() / "half.txt"));
+  EXPECT_TRUE(fs::exists(target() / "Desktop" / "d.txt"));
+}
+
 TEST_F(ProfileMigrationTest, AnUnreadableSourceWithoutTakeOwnershipFails) {
   security.denied = kSource;
   EXPECT_EQ(Migrate(), hr::kAccessDenied);
@@ -365,6 +414,46 @@ TEST(ProfileMigrationFakes, MarkerFailureOnlyLogsAndADeniedSourcePassesValidatio
             (std::vector<std::wstring>{L"Failed to create marker file (0x80070005)",
                                        L"Failed creating profile (0x80004005)"}));
   EXPECT_FALSE(bed.files.PathExists(L"\\\\srv\\profiles\\anna.V2"));
+  calls = nullptr;
+}
+
+// Over the fakes: a marked target whose lock another run holds fails the profile with
+// ERROR_SHARING_VIOLATION before anything is made or deleted; its lock free, it is rebuilt.
+TEST(ProfileMigrationFakes, ALockedTargetFailsWithSharingViolationAndAFreeOneIsRebuilt) {
+  testing::ProfileTestBed bed;
+  ProfileCalls profiles;
+  profiles.createResult = hr::kFail;
+  calls = &profiles;
+  bed.fake.offreg().CreateProfile = &FakeCreateProfile;
+  const std::wstring marker = L"\\\\srv\\profiles\\anna.V2\\_qzk_mig_marker_";
+  bed.files.AddFolder(L"\\\\srv\\profiles\\anna");
+  bed.security.SetObject(L"\\\\srv\\profiles\\anna", OwnedBy(AnnaSid()));
+  bed.files.AddFolder(L"\\\\srv\\profiles\\anna.V2");
+  bed.files.SetFile(marker, "", file_attr::kReadOnly | file_attr::kHidden);
+  bed.files.SetFile(L"\\\\srv\\profiles\\anna.V2\\ntuser.dat", "half");
+  bed.files.HoldLockElsewhere(marker);
+  std::wstring target;
+  EXPECT_EQ(MigrateProfile(bed.context, L"\\\\srv\\profiles\\anna", 1, target, 2),
+            static_cast<HResult>(0x80070020u));
+  EXPECT_EQ(bed.files.Calls(testing::FileOp::kDeleteTree), 0);
+  EXPECT_EQ(bed.files.Calls(testing::FileOp::kDeleteFile), 0);
+  EXPECT_EQ(bed.files.FileContent(L"\\\\srv\\profiles\\anna.V2\\ntuser.dat"), "half");
+  EXPECT_TRUE(bed.files.HasFile(marker));
+  EXPECT_TRUE(profiles.created.empty());
+
+  bed.files.ReleaseLockElsewhere(marker);
+  bed.log.Clear();
+  EXPECT_EQ(MigrateProfile(bed.context, L"\\\\srv\\profiles\\anna", 1, target, 2), hr::kFail);
+  EXPECT_EQ(bed.log.messages(),
+            (std::vector<std::wstring>{L"The target profile contains an interrupted migration, "
+                                       L"rebuilding profile: \\\\srv\\profiles\\anna.V2",
+                                       L"Failed creating profile (0x80004005)"}));
+  EXPECT_EQ(profiles.created.size(), 1u);
+  // The marker was made under this run's lock, held until the target was deleted again.
+  EXPECT_EQ(bed.files.Opens(CreationDisposition::kCreateAlways), 1);
+  EXPECT_FALSE(bed.files.PathExists(L"\\\\srv\\profiles\\anna.V2"));
+  EXPECT_FALSE(bed.files.IsLocked(marker));
+  EXPECT_EQ(bed.files.OpenHandles(), 0);
   calls = nullptr;
 }
 

@@ -3,12 +3,16 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <csignal>
 #include <cstdlib>
 #include <cwctype>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <optional>
 #include <string>
@@ -274,8 +278,15 @@ TEST(ProfileList, RegistersEachSidOnceAndLeavesNoTemporaryFiles) {
   const ProfileList list(temp.path().string());
   std::string folder;
   EXPECT_EQ(list.Find(kSidText, folder), err::kFileNotFound);
-  EXPECT_EQ(list.Add(kSidText, "/x/one"), err::kSuccess);
-  EXPECT_EQ(list.Add(kSidText, "/x/two"), err::kAlreadyExists);
+  int held = -1;
+  ASSERT_EQ(list.Reserve(kSidText, held), err::kSuccess);
+  ASSERT_GE(held, 0);
+  // Reserved, not yet recorded: not a complete entry.
+  EXPECT_EQ(list.Find(kSidText, folder), err::kInvalidData);
+  EXPECT_EQ(ProfileList::Record(held, "/x/one"), err::kSuccess);
+  int second = -1;
+  EXPECT_EQ(list.Reserve(kSidText, second), err::kAlreadyExists);
+  EXPECT_EQ(second, -1);
   ASSERT_EQ(list.Find(kSidText, folder), err::kSuccess);
   EXPECT_EQ(folder, "/x/one");
   EXPECT_EQ(std::distance(fs::directory_iterator(temp.path() / kProfileListFolderName),
@@ -283,6 +294,126 @@ TEST(ProfileList, RegistersEachSidOnceAndLeavesNoTemporaryFiles) {
             1);
   EXPECT_EQ(list.Remove(kSidText), err::kSuccess);
   EXPECT_EQ(list.Remove(kSidText), err::kFileNotFound);
+  ::close(held);
+}
+
+// An entry is abandoned once no descriptor holds it: RemoveAbandoned then takes it with the
+// profile folder it names, but only a folder directly under the root.
+TEST(ProfileList, RemovesOnlyAbandonedEntriesAndTheirFoldersUnderTheRoot) {
+  testing::TempFolder temp;
+  const fs::path root = temp.path() / "profiles";
+  fs::create_directories(root / "live");
+  fs::create_directories(root / "dead" / "Desktop");
+  fs::create_directories(temp.path() / "outside");
+  const ProfileList list(root.string());
+  int live = -1;
+  int dead = -1;
+  int strange = -1;
+  ASSERT_EQ(list.Reserve("S-1-5-21-1-2-3-1001", live), err::kSuccess);
+  ASSERT_EQ(ProfileList::Record(live, (root / "live").string()), err::kSuccess);
+  ASSERT_EQ(list.Reserve("S-1-5-21-1-2-3-1002", dead), err::kSuccess);
+  ASSERT_EQ(ProfileList::Record(dead, (root / "dead").string()), err::kSuccess);
+  ASSERT_EQ(list.Reserve("S-1-5-21-1-2-3-1003", strange), err::kSuccess);
+  ASSERT_EQ(ProfileList::Record(strange, (temp.path() / "outside").string()), err::kSuccess);
+  ::close(dead);
+  ::close(strange);
+  // A temporary file of an entry whose process died before linking it.
+  std::ofstream(root / kProfileListFolderName / "S-1-5-21-1-2-3-1004.77.0.tmp").put('x');
+
+  list.RemoveAbandoned();
+  std::string folder;
+  EXPECT_EQ(list.Find("S-1-5-21-1-2-3-1001", folder), err::kSuccess);
+  EXPECT_TRUE(fs::is_directory(root / "live"));
+  EXPECT_EQ(list.Find("S-1-5-21-1-2-3-1002", folder), err::kFileNotFound);
+  EXPECT_FALSE(fs::exists(root / "dead"));
+  EXPECT_EQ(list.Find("S-1-5-21-1-2-3-1003", folder), err::kFileNotFound);
+  EXPECT_TRUE(fs::is_directory(temp.path() / "outside"));
+  EXPECT_EQ(std::distance(fs::directory_iterator(root / kProfileListFolderName),
+                          fs::directory_iterator()),
+            1);
+  ::close(live);
+  list.RemoveAbandoned();
+  EXPECT_FALSE(fs::exists(root / "live"));
+  EXPECT_TRUE(fs::is_empty(root / kProfileListFolderName));
+}
+
+// A registration lives as long as the process that made it: a process killed while its
+// temporary profile exists leaves the registration and the folder behind, and the next
+// CreateProfile (for any SID) removes both.
+TEST_F(UserProfilePosixTest, ARegistrationOfAKilledProcessIsReclaimedWithItsFolder) {
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    std::array<wchar_t, 260> path{};
+    if (CreateUserProfile(settings_, kSid, kUser, path.data(), 260) == hr::kOk) ::raise(SIGKILL);
+    ::_exit(1);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+  ASSERT_TRUE(fs::exists(root_ / "_tarnwick_" / "ntuser.dat"));
+  ASSERT_TRUE(fs::exists(root_ / "[ProfileList]" / kSidText));
+
+  ASSERT_EQ(Create(kOtherSid), hr::kOk);
+  EXPECT_FALSE(fs::exists(root_ / "[ProfileList]" / kSidText));
+  // The dead process's folder went first, so its name was free again.
+  EXPECT_EQ(Path(), WindowsPathOf(root_ / "_tarnwick_"));
+  EXPECT_EQ(testing::ReadWholeFile(root_ / "[ProfileList]" / "S-1-5-21-1000-2000-3000-1002"),
+            (root_ / "_tarnwick_").string() + "\n");
+  EXPECT_EQ(std::distance(fs::directory_iterator(root_), fs::directory_iterator()), 2);
+}
+
+// Two processes creating a profile for one SID at once: exactly one succeeds, the other gets
+// ERROR_ALREADY_EXISTS while the first one's profile exists, and the first one's profile is
+// whole; once the first process has ended, its profile is taken back by the next creation.
+TEST_F(UserProfilePosixTest, TwoProcessesAtOnceForOneSidMakeExactlyOneProfile) {
+  for (int round = 0; round < 10; ++round) {
+    SCOPED_TRACE("round " + std::to_string(round));
+    int results[2] = {-1, -1};
+    int hold[2] = {-1, -1};
+    ASSERT_EQ(::pipe(results), 0);
+    ASSERT_EQ(::pipe(hold), 0);
+    pid_t children[2] = {-1, -1};
+    for (pid_t& child : children) {
+      child = ::fork();
+      ASSERT_GE(child, 0);
+      if (child == 0) {
+        ::close(results[0]);
+        ::close(hold[1]);
+        std::array<wchar_t, 260> path{};
+        const HResult made = CreateUserProfile(settings_, kSid, kUser, path.data(), 260);
+        const char code = made == hr::kOk                             ? 'k'
+                          : made == static_cast<HResult>(0x800700B7u) ? 'e'
+                                                                      : 'x';
+        if (::write(results[1], &code, 1) != 1) ::_exit(2);
+        char ignored = 0;
+        if (code == 'k') static_cast<void>(::read(hold[0], &ignored, 1));  // keep it alive
+        ::_exit(0);
+      }
+    }
+    ::close(results[1]);
+    ::close(hold[0]);
+    std::string codes;
+    char code = 0;
+    while (::read(results[0], &code, 1) == 1) {
+      codes.push_back(code);
+      if (codes.size() == 2) break;
+    }
+    std::sort(codes.begin(), codes.end());
+    EXPECT_EQ(codes, "ek");
+    EXPECT_EQ(testing::ReadWholeFile(root_ / "_tarnwick_" / "ntuser.dat"), "user hive");
+    std::string registered;
+    EXPECT_EQ(ProfileList(root_.string()).Find(kSidText, registered), err::kSuccess);
+    EXPECT_EQ(registered, (root_ / "_tarnwick_").string());
+    ::close(hold[1]);  // the winner ends without deleting its profile
+    ::close(results[0]);
+    for (const pid_t child : children) ::waitpid(child, nullptr, 0);
+    ASSERT_EQ(Create(kSid), hr::kOk);
+    EXPECT_EQ(Path(), WindowsPathOf(root_ / "_tarnwick_"));
+    ASSERT_EQ(DeleteUserProfile(settings_, kSid, Path().c_str(), nullptr), err::kSuccess);
+    EXPECT_TRUE(fs::is_empty(root_ / "[ProfileList]"));
+    EXPECT_EQ(std::distance(fs::directory_iterator(root_), fs::directory_iterator()), 1);
+  }
 }
 
 TEST(ProfileSettings, ComeFromTheEnvironmentWithTheDocumentedDefaults) {
