@@ -4,9 +4,11 @@
 // one path only.
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -36,6 +38,8 @@ enum class FileOp {
   kMakeFolderPath,
   kDeleteFile,
   kDeleteTree,
+  kLockLog,
+  kUnlockLog,
 };
 
 class FakeFileSystem : public FileSystem {
@@ -99,6 +103,10 @@ class FakeFileSystem : public FileSystem {
   err::Win32Error MakeFolderPath(std::wstring_view path) override;
   err::Win32Error DeleteFileAt(std::wstring_view path) override;
   err::Win32Error DeleteTree(std::wstring_view path) override;
+  // The log lock keeps every caller apart, threads included, so that threads can play the
+  // processes that share a log. It needs the file to exist (kFileNotFound).
+  err::Win32Error LockLogFile(std::wstring_view path) override;
+  err::Win32Error UnlockLogFile(std::wstring_view path) override;
 
  private:
   // One file or folder; its key is its upper-case path without a trailing backslash.
@@ -114,6 +122,7 @@ class FakeFileSystem : public FileSystem {
     std::uint64_t position = 0;
     bool canWrite = false;
     bool canSetTimes = false;
+    bool append = false;  // every write goes to the end
   };
   struct Failure {
     err::Win32Error error = err::kSuccess;
@@ -152,6 +161,8 @@ class FakeFileSystem : public FileSystem {
   std::map<CreationDisposition, int> opens_;
   std::map<FileOp, Failure> failures_;
   std::vector<PathFailure> pathFailures_;
+  std::set<std::wstring> lockedLogs_;  // keys of the log files locked now
+  std::condition_variable logUnlocked_;
 };
 
 }  // namespace tw::testing

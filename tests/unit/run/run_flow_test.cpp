@@ -55,13 +55,14 @@ class RunFlowTest : public ::testing::Test {
   // A binding whose userenv and offline-registry tables are complete or missing. The binding's
   // own log lines are kept out of the test's capture.
   void Bind(bool userenvBound, bool offregComplete) {
-    if (userenvBound) loader_.AddModule(L"userenv.dll", Exports({"CreateProfile", "DeleteProfileW"}));
+    if (userenvBound)
+      loader_.AddModule(L"userenv.dll", Exports({"CreateProfile", "DeleteProfileW"}));
     if (offregComplete) {
-      loader_.AddModule(L"offreg.dll",
-                        Exports({"OROpenHive", "ORCloseHive", "ORSaveHive", "OROpenKey",
-                                 "ORCloseKey", "ORCreateKey", "ORQueryInfoKey", "OREnumKey",
-                                 "ORGetKeySecurity", "ORSetKeySecurity", "ORGetValue",
-                                 "ORSetValue", "OREnumValue"}));
+      loader_.AddModule(
+          L"offreg.dll",
+          Exports({"OROpenHive", "ORCloseHive", "ORSaveHive", "OROpenKey", "ORCloseKey",
+                   "ORCreateKey", "ORQueryInfoKey", "OREnumKey", "ORGetKeySecurity",
+                   "ORSetKeySecurity", "ORGetValue", "ORSetValue", "OREnumValue"}));
     }
     testing::LogCapture bindingLog;
     offreg_ = std::make_unique<COffregWrapper>(loader_);
@@ -76,18 +77,22 @@ class RunFlowTest : public ::testing::Test {
     if (!offreg_) Bind(userenvBound, offregComplete);
     args.insert(args.begin(), L"tarnwick.exe");
     std::unique_ptr<XmlDocument> document = NewXmlDocument();
-    RunServices services{console_, com_,     files_,  *document,
-                         security_, *offreg_, nullptr, [this](MigrationContext& context,
-                                                              const std::wstring& source,
-                                                              std::uint32_t sourceVersion,
-                                                              std::wstring& target,
-                                                              std::uint32_t targetVersion) {
-                           EXPECT_EQ(context.settings->sourcePath.empty(), false);
-                           calls_.push_back({source, sourceVersion, targetVersion});
-                           target = source + L".target";
-                           const auto result = results_.find(source);
-                           return result == results_.end() ? HResult{0} : result->second;
-                         }};
+    RunServices services{
+        console_,
+        com_,
+        files_,
+        *document,
+        security_,
+        *offreg_,
+        nullptr,
+        [this](MigrationContext& context, const std::wstring& source, std::uint32_t sourceVersion,
+               std::wstring& target, std::uint32_t targetVersion) {
+          EXPECT_EQ(context.settings->sourcePath.empty(), false);
+          calls_.push_back({source, sourceVersion, targetVersion});
+          target = source + L".target";
+          const auto result = results_.find(source);
+          return result == results_.end() ? HResult{0} : result->second;
+        }};
     return RunTarnwick(args, services);
   }
 
@@ -151,8 +156,9 @@ TEST_F(RunFlowTest, UnknownArgumentIsReportedAsTyped) {
 TEST_F(RunFlowTest, V2WildcardWithoutModeIsRefused) {
   EXPECT_EQ(Run({L"/s:D:\\Profiles\\*.V2"}), -1);
   const std::wstring message =
-      std::wstring(L"Source profile is V2. /V2toV5 or /V2toV6 option must be specified for V2 to "
-                   L"V5 or V2 to V6 or V5 to V6\r\n") +
+      std::wstring(
+          L"Source profile is V2. /V2toV5 or /V2toV6 option must be specified for V2 to "
+          L"V5 or V2 to V6 or V5 to V6\r\n") +
       kExitBanner;
   EXPECT_THAT(log_.messages(), ElementsAre(kStart, message));
   EXPECT_EQ(console_.text(), Line(kStart) + Line(message));
@@ -229,8 +235,8 @@ TEST_F(RunFlowTest, PrivilegesAreEnabledInOrderWithoutTakeOwnership) {
 TEST_F(RunFlowTest, TakeOwnershipAddsItsPrivilegeLast) {
   AddProfile(L"\\\\srv\\p\\alice");
   EXPECT_EQ(Run({L"/s:\\\\srv\\p\\alice", L"/takeownership"}), 0);
-  EXPECT_THAT(security_.privilegeCalls(),
-              ElementsAre(L"SeBackupPrivilege", L"SeRestorePrivilege", L"SeTakeOwnershipPrivilege"));
+  EXPECT_THAT(security_.privilegeCalls(), ElementsAre(L"SeBackupPrivilege", L"SeRestorePrivilege",
+                                                      L"SeTakeOwnershipPrivilege"));
 }
 
 TEST_F(RunFlowTest, PrivilegeNotHeldGoesOnWithoutAMessage) {
@@ -300,12 +306,12 @@ TEST_F(RunFlowTest, SuffixLoopAnnouncesEachProfileAndUsesTheModeVersions) {
   const std::wstring bob = L"\\\\srv\\p\\bob.V5";
   const std::wstring exitBanner = L"---------- Exiting tarnwick.exe (return 0) ----------";
   const std::wstring summary = L"2 profiles were migrated from \\\\srv\\p\\*.v5.";
-  EXPECT_THAT(log_.messages(), ElementsAre(kStart, L"Migrating profile: " + calls_[0].source,
-                                           L"Migrating profile: " + calls_[1].source, exitBanner,
-                                           summary));
-  EXPECT_EQ(console_.text(), Line(kStart) + L"Migrating profile: " + calls_[0].source +
-                                 L"...\r\n" + L"Migrating profile: " + calls_[1].source +
-                                 L"...\r\n" + Line(exitBanner) + Line(summary));
+  EXPECT_THAT(log_.messages(),
+              ElementsAre(kStart, L"Migrating profile: " + calls_[0].source,
+                          L"Migrating profile: " + calls_[1].source, exitBanner, summary));
+  EXPECT_EQ(console_.text(), Line(kStart) + L"Migrating profile: " + calls_[0].source + L"...\r\n" +
+                                 L"Migrating profile: " + calls_[1].source + L"...\r\n" +
+                                 Line(exitBanner) + Line(summary));
   EXPECT_TRUE((calls_[0].source == alice && calls_[1].source == bob) ||
               (calls_[0].source == bob && calls_[1].source == alice));
 }
@@ -332,8 +338,7 @@ TEST_F(RunFlowTest, FinishedTargetsCountAsFailuresAndTheBare183DoesNot) {
   results_[L"\\\\srv\\p\\done"] = hr::kAlreadyExists;
   EXPECT_EQ(Run({L"/s:\\\\srv\\p\\done"}), -1);
   EXPECT_THAT(log_.messages(),
-              ElementsAre(kStart,
-                          L"Failed migrating profile (0x800700B7): \\\\srv\\p\\done",
+              ElementsAre(kStart, L"Failed migrating profile (0x800700B7): \\\\srv\\p\\done",
                           L"---------- Exiting tarnwick.exe (return -1) ----------",
                           L"The source does not contain any profiles to migrate: "
                           L"\\\\srv\\p\\done\r\n"));
@@ -343,8 +348,7 @@ TEST_F(RunFlowTest, Bare183ReportsTheTargetAndKeepsTheReturnValue) {
   AddProfile(L"\\\\srv\\p\\again");
   results_[L"\\\\srv\\p\\again"] = 183;
   EXPECT_EQ(Run({L"/s:\\\\srv\\p\\again"}), 0);
-  EXPECT_EQ(log_.messages().at(1),
-            L"Target profile already exists: \\\\srv\\p\\again.target");
+  EXPECT_EQ(log_.messages().at(1), L"Target profile already exists: \\\\srv\\p\\again.target");
 }
 
 TEST_F(RunFlowTest, SourceAndTargetCodesReportTheirPaths) {
@@ -367,6 +371,36 @@ TEST_F(RunFlowTest, SourceAndTargetCodesReportTheirPaths) {
   EXPECT_EQ(messages.at(messages.size() - 2),
             L"---------- Exiting tarnwick.exe (return -1) ----------");
   EXPECT_EQ(messages.back(), L"1 profiles were migrated from \\\\srv\\p\\*.v5.");
+}
+
+TEST_F(RunFlowTest, LineBreaksInAProfilePathCannotForgeALine) {
+  // A profile folder whose name holds CR LF and a line of its own: the log and the console show
+  // the break escaped, and every message stays one line; the summary's own "\r\n" stays.
+  const std::wstring evil = L"\\\\srv\\p\\x\r\n1 profiles were migrated from y.V5";
+  const std::wstring shown = L"\\\\srv\\p\\x<CR><LF>1 profiles were migrated from y.V5";
+  AddProfile(evil);
+  results_[evil] = hr::kFail;
+  EXPECT_EQ(Run({L"/s:\\\\srv\\p\\*.V5", L"/V5TOV6"}), -1);
+  const std::wstring exitBanner = L"---------- Exiting tarnwick.exe (return -1) ----------";
+  const std::wstring failed = L"Failed migrating profile (0x80004005): " + shown;
+  const std::wstring summary =
+      L"The source does not contain any profiles to migrate: \\\\srv\\p\\*.v5";
+  EXPECT_THAT(log_.messages(),
+              ElementsAre(kStart, L"Migrating profile: " + shown, failed, exitBanner, summary));
+  EXPECT_EQ(console_.text(), Line(kStart) + L"Migrating profile: " + shown + L"...\r\n" +
+                                 Line(failed) + Line(exitBanner) + Line(summary));
+}
+
+TEST_F(RunFlowTest, LineBreaksInTheTypedSourceAreEscapedAndTheSummaryKeepsItsOwn) {
+  files_.AddFolder(L"\\\\srv\\p\\a\nb");
+  EXPECT_EQ(Run({L"/s:\\\\srv\\p\\a\nb", L"/bad\r\narg"}), 0);
+  EXPECT_EQ(log_.messages().at(1), L"Unknown command line arg: /bad<CR><LF>arg");
+  EXPECT_EQ(log_.messages().back(),
+            L"The source does not contain any profiles to migrate: \\\\srv\\p\\a<LF>b\r\n");
+  EXPECT_EQ(console_.text(),
+            Line(kStart) + L"Unknown command line arg: /bad<CR><LF>arg\r\n" +
+                Line(L"---------- Exiting tarnwick.exe (return 0) ----------") +
+                L"The source does not contain any profiles to migrate: \\\\srv\\p\\a<LF>b\r\n\r\n");
 }
 
 }  // namespace
