@@ -68,9 +68,9 @@ void FormatInteger(std::wstring& out, const Arg& arg, const Conversion& conversi
     case L'd':
     case L'i': {
       const std::int64_t value = SignedValue(arg);
-      const std::uint64_t magnitude =
-          value < 0 ? std::uint64_t{0} - static_cast<std::uint64_t>(value)
-                    : static_cast<std::uint64_t>(value);
+      const std::uint64_t magnitude = value < 0
+                                          ? std::uint64_t{0} - static_cast<std::uint64_t>(value)
+                                          : static_cast<std::uint64_t>(value);
       digits = Digits(magnitude, 10, false);
       if (value < 0) {
         prefix = L"-";
@@ -100,7 +100,8 @@ void FormatInteger(std::wstring& out, const Arg& arg, const Conversion& conversi
   }
   if (conversion.hasPrecision) {
     if (conversion.precision == 0 && UnsignedValue(arg) == 0) digits.clear();
-    if (digits.size() < conversion.precision) digits.insert(0, conversion.precision - digits.size(), L'0');
+    if (digits.size() < conversion.precision)
+      digits.insert(0, conversion.precision - digits.size(), L'0');
   } else if (conversion.zero && !conversion.left) {
     const std::size_t used = prefix.size() + digits.size();
     if (conversion.width > used) digits.insert(0, conversion.width - used, L'0');
@@ -108,9 +109,37 @@ void FormatInteger(std::wstring& out, const Arg& arg, const Conversion& conversi
   Pad(out, prefix + digits, conversion);
 }
 
-void FormatText(std::wstring& out, const Arg& arg, const Conversion& conversion) {
+// The argument's text with every CR written as "<CR>" and every LF as "<LF>".
+std::wstring EscapeLineBreaks(std::wstring_view text) {
+  std::wstring escaped;
+  escaped.reserve(text.size());
+  for (const wchar_t c : text) {
+    if (c == L'\r') {
+      escaped.append(L"<CR>");
+    } else if (c == L'\n') {
+      escaped.append(L"<LF>");
+    } else {
+      escaped.push_back(c);
+    }
+  }
+  return escaped;
+}
+
+bool HoldsLineBreak(std::wstring_view text) {
+  return text.find_first_of(L"\r\n") != std::wstring_view::npos;
+}
+
+// The precision counts the characters as they are written, escapes included.
+void FormatText(std::wstring& out, const Arg& arg, const Conversion& conversion,
+                ArgumentText mode) {
   std::wstring_view text = arg.text ? std::wstring_view(arg.text, arg.length) : L"(null)";
-  if (conversion.hasPrecision && text.size() > conversion.precision) text = text.substr(0, conversion.precision);
+  std::wstring escaped;
+  if (mode == ArgumentText::kLineBreaksEscaped && HoldsLineBreak(text)) {
+    escaped = EscapeLineBreaks(text);
+    text = escaped;
+  }
+  if (conversion.hasPrecision && text.size() > conversion.precision)
+    text = text.substr(0, conversion.precision);
   Pad(out, text, conversion);
 }
 
@@ -128,7 +157,8 @@ bool IsIntegerType(wchar_t c) {
 
 }  // namespace
 
-std::wstring FormatWithArgs(std::wstring_view format, std::span<const Arg> args) {
+std::wstring FormatWithArgs(std::wstring_view format, std::span<const Arg> args,
+                            ArgumentText mode) {
   std::wstring out;
   out.reserve(format.size() + 16 * args.size());
   std::size_t next = 0;
@@ -160,11 +190,13 @@ std::wstring FormatWithArgs(std::wstring_view format, std::span<const Arg> args)
         break;
       }
     }
-    while (at(i) >= L'0' && at(i) <= L'9') conversion.width = conversion.width * 10 + (at(i++) - L'0');
+    while (at(i) >= L'0' && at(i) <= L'9')
+      conversion.width = conversion.width * 10 + (at(i++) - L'0');
     if (at(i) == L'.') {
       ++i;
       conversion.hasPrecision = true;
-      while (at(i) >= L'0' && at(i) <= L'9') conversion.precision = conversion.precision * 10 + (at(i++) - L'0');
+      while (at(i) >= L'0' && at(i) <= L'9')
+        conversion.precision = conversion.precision * 10 + (at(i++) - L'0');
     }
     while (at(i) == L'h' || at(i) == L'l' || at(i) == L'z' || at(i) == L'j' || at(i) == L't' ||
            at(i) == L'w')
@@ -175,18 +207,20 @@ std::wstring FormatWithArgs(std::wstring_view format, std::span<const Arg> args)
     conversion.type = at(i);
     if (conversion.type == L's') {
       if (arg.kind != ArgKind::kString) ThrowHResult(hr::kInvalidArg);
-      FormatText(out, arg, conversion);
+      FormatText(out, arg, conversion, mode);
     } else if (conversion.type == L'p') {
       if (arg.kind == ArgKind::kString) ThrowHResult(hr::kInvalidArg);
       FormatPointer(out, arg, conversion);
     } else {
       if (arg.kind != ArgKind::kInteger) ThrowHResult(hr::kInvalidArg);
       if (conversion.type == L'c') {
-        Pad(out, std::wstring(1, static_cast<wchar_t>(UnsignedValue(arg))), conversion);
+        const std::wstring character(1, static_cast<wchar_t>(UnsignedValue(arg)));
+        Pad(out, mode == ArgumentText::kLineBreaksEscaped ? EscapeLineBreaks(character) : character,
+            conversion);
       } else {
         if (!IsIntegerType(conversion.type)) {
           conversion.type = L'\0';  // no type letter: formatted as "%X" would be
-          --i;                // and the character that ended it is literal text
+          --i;                      // and the character that ended it is literal text
         }
         FormatInteger(out, arg, conversion);
       }

@@ -29,31 +29,31 @@ enum class ArgKind : std::uint8_t { kInteger, kString, kPointer };
 struct Arg {
   ArgKind kind = ArgKind::kInteger;
   bool isSigned = false;
-  std::uint8_t size = 4;         // bytes of the integer argument
-  std::uint64_t bits = 0;        // integer value or pointer, zero- or sign-extended
-  const wchar_t* text = nullptr; // string argument (may be null: printed as "(null)")
-  std::size_t length = 0;        // its length in characters
+  std::uint8_t size = 4;          // bytes of the integer argument
+  std::uint64_t bits = 0;         // integer value or pointer, zero- or sign-extended
+  const wchar_t* text = nullptr;  // string argument (may be null: printed as "(null)")
+  std::size_t length = 0;         // its length in characters
 };
 
 template <class T>
-constexpr bool kIsWideString =
-    std::is_same_v<T, std::wstring> || std::is_same_v<T, std::wstring_view> ||
-    std::is_same_v<T, const wchar_t*> || std::is_same_v<T, wchar_t*> ||
-    (std::is_array_v<T> && std::is_same_v<std::remove_cv_t<std::remove_extent_t<T>>, wchar_t>);
+constexpr bool kIsWideString = std::is_same_v<T, std::wstring> ||
+                               std::is_same_v<T, std::wstring_view> ||
+                               std::is_same_v<T, const wchar_t*> || std::is_same_v<T, wchar_t*> ||
+                               (std::is_array_v<T> &&
+                                std::is_same_v<std::remove_cv_t<std::remove_extent_t<T>>, wchar_t>);
 
 template <class T>
-constexpr bool kIsFormatInteger =
-    (std::is_integral_v<T> && !std::is_same_v<T, bool> && !std::is_same_v<T, char> &&
-     !std::is_same_v<T, char8_t> && !std::is_same_v<T, char16_t> &&
-     !std::is_same_v<T, char32_t>) ||
-    std::is_enum_v<T>;
+constexpr bool kIsFormatInteger = (std::is_integral_v<T> && !std::is_same_v<T, bool> &&
+                                   !std::is_same_v<T, char> && !std::is_same_v<T, char8_t> &&
+                                   !std::is_same_v<T, char16_t> && !std::is_same_v<T, char32_t>) ||
+                                  std::is_enum_v<T>;
 
 template <class T>
 consteval ArgKind KindOf() {
   using U = std::remove_cvref_t<T>;
-  static_assert(kIsWideString<U> || kIsFormatInteger<U> || std::is_pointer_v<U> ||
-                    std::is_null_pointer_v<U>,
-                "format argument must be a wide string, an integer or a pointer");
+  static_assert(
+      kIsWideString<U> || kIsFormatInteger<U> || std::is_pointer_v<U> || std::is_null_pointer_v<U>,
+      "format argument must be a wide string, an integer or a pointer");
   if constexpr (kIsWideString<U>) {
     return ArgKind::kString;
   } else if constexpr (kIsFormatInteger<U>) {
@@ -134,9 +134,8 @@ Arg MakeArg(const T& value) {
     arg.kind = ArgKind::kInteger;
     arg.isSigned = std::is_signed_v<U>;
     arg.size = static_cast<std::uint8_t>(sizeof(U));
-    arg.bits = std::is_signed_v<U>
-                   ? static_cast<std::uint64_t>(static_cast<std::int64_t>(value))
-                   : static_cast<std::uint64_t>(value);
+    arg.bits = std::is_signed_v<U> ? static_cast<std::uint64_t>(static_cast<std::int64_t>(value))
+                                   : static_cast<std::uint64_t>(value);
   } else {
     arg.kind = ArgKind::kPointer;
     arg.size = static_cast<std::uint8_t>(sizeof(void*));
@@ -152,7 +151,7 @@ template <class... Args>
 class BasicFormatString {
  public:
   template <class S>
-    requires std::is_convertible_v<const S&, std::wstring_view>
+  requires std::is_convertible_v<const S&, std::wstring_view>
   consteval BasicFormatString(const S& text) : text_(text) {  // NOLINT: implicit on purpose
     format_detail::Check(text_, std::array<format_detail::ArgKind, sizeof...(Args)>{
                                     format_detail::KindOf<Args>()...});
@@ -166,14 +165,37 @@ class BasicFormatString {
 template <class... Args>
 using FormatString = BasicFormatString<std::type_identity_t<Args>...>;
 
+// How the arguments of "%s" and "%c" conversions are put into the text.
+enum class ArgumentText : std::uint8_t {
+  kAsGiven,
+  // Deliberate deviation from the documented output, for safety: a CR inside an argument is
+  // written as the four characters "<CR>" and an LF as "<LF>", so that a path, a name or a value
+  // that came from outside can never start a line of its own in the log or on the console.
+  // Nothing else changes: "\" stays as it is, as every path holds it; "<" and ">" cannot occur
+  // in a Windows file name, so only a name on a Linux share or a registry value can look like an
+  // escape, and it still cannot start a line. The line breaks of the format itself are kept.
+  kLineBreaksEscaped,
+};
+
 // The runtime engine behind Format(). A conversion whose argument is missing or of the wrong
 // kind throws HResultError(E_INVALIDARG); the checked Format() never lets that happen.
-std::wstring FormatWithArgs(std::wstring_view format, std::span<const format_detail::Arg> args);
+std::wstring FormatWithArgs(std::wstring_view format, std::span<const format_detail::Arg> args,
+                            ArgumentText text = ArgumentText::kAsGiven);
 
+// Text for any use: paths, names, values. Arguments go in as they are.
 template <class... Args>
 std::wstring Format(FormatString<Args...> format, const Args&... args) {
   const std::array<format_detail::Arg, sizeof...(Args)> packed{format_detail::MakeArg(args)...};
   return FormatWithArgs(format.get(), packed);
+}
+
+// The text of a message for the log or the console: as Format(), with the CR and LF inside its
+// arguments escaped (ArgumentText::kLineBreaksEscaped). Log() and the run flow's reports build
+// every message with it.
+template <class... Args>
+std::wstring FormatMessageText(FormatString<Args...> format, const Args&... args) {
+  const std::array<format_detail::Arg, sizeof...(Args)> packed{format_detail::MakeArg(args)...};
+  return FormatWithArgs(format.get(), packed, ArgumentText::kLineBreaksEscaped);
 }
 
 }  // namespace tw

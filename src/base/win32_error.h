@@ -42,6 +42,7 @@ constexpr Win32Error kInvalidName = 123;
 constexpr Win32Error kModNotFound = 126;
 constexpr Win32Error kProcNotFound = 127;
 constexpr Win32Error kDirNotEmpty = 145;
+constexpr Win32Error kNotLocked = 158;
 constexpr Win32Error kBadPathname = 161;
 constexpr Win32Error kBusy = 170;
 constexpr Win32Error kAlreadyExists = 183;

@@ -17,16 +17,43 @@ namespace {
 constexpr std::size_t kModulePathLength = 260;
 
 // The request of every open of a log file: GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ |
-// FILE_SHARE_WRITE, with the given disposition.
+// FILE_SHARE_WRITE, with the given disposition. Deliberate deviation, so that several processes
+// can share the file: the handle appends (FILE_APPEND_DATA in place of FILE_WRITE_DATA), so that
+// each line lands whole at the end of the file, whoever wrote last.
 FileOpenRequest LogOpenRequest(CreationDisposition disposition) {
   FileOpenRequest request;
   request.read = true;
   request.write = true;
+  request.append = true;
   request.shareRead = true;
   request.shareWrite = true;
   request.disposition = disposition;
   return request;
 }
+
+// Holds the lock of one log file that the processes writing it share (FileSystem::LockLogFile)
+// until Release() or the end of the scope. A lock that cannot be had is not waited for again:
+// the line is then written without it.
+class SharedLogLock {
+ public:
+  SharedLogLock(FileSystem& fileSystem, const std::wstring& path)
+      : fileSystem_(fileSystem),
+        path_(path),
+        held_(fileSystem.LockLogFile(path) == err::kSuccess) {}
+  SharedLogLock(const SharedLogLock&) = delete;
+  SharedLogLock& operator=(const SharedLogLock&) = delete;
+  ~SharedLogLock() { Release(); }
+
+  void Release() {
+    if (held_) fileSystem_.UnlockLogFile(path_);
+    held_ = false;
+  }
+
+ private:
+  FileSystem& fileSystem_;
+  const std::wstring& path_;
+  bool held_;
+};
 
 }  // namespace
 
@@ -90,18 +117,24 @@ HResult CDebugLog::WriteLine(std::wstring_view name, std::wstring_view message) 
   const std::lock_guard<std::mutex> guard(lock);
   HResult result = hr::kOk;
   FileHandle handle = kInvalidFileHandle;
-  const auto found = openFiles.find(path);
+  auto found = openFiles.find(path);
   if (found == openFiles.end()) {
     const err::Win32Error error =
         fileSystem_.Open(path, LogOpenRequest(CreationDisposition::kOpenAlways), handle);
     if (error != err::kSuccess) return HResultFromWin32(error);
     std::uint64_t position = 0;
     fileSystem_.Seek(handle, 0, SeekOrigin::kEnd, position);
-    openFiles[path] = handle;
+    found = openFiles.emplace(path, handle).first;
   } else {
     handle = found->second;
     if (handle == kInvalidFileHandle) return hr::kOk;
   }
+
+  // Deliberate deviation, so that several processes can share the file: from the size test to
+  // the write this process holds the file's lock, which every process writing it takes, so
+  // that no two of them rotate it at once and no line is written between the copy and the
+  // emptying of a rotation. The lock outlives the handle that the rotation closes.
+  SharedLogLock fileLock(fileSystem_, found->first);
 
   // Rotation: the size is tested before the line is written, so a file may pass the limit by
   // its last line and is rotated by the next write.
@@ -116,7 +149,7 @@ HResult CDebugLog::WriteLine(std::wstring_view name, std::wstring_view message) 
     const err::Win32Error error =
         fileSystem_.Open(path, LogOpenRequest(CreationDisposition::kCreateAlways), reopened);
     if (error == err::kSuccess) {
-      openFiles[path] = reopened;
+      found->second = reopened;
       handle = reopened;
     } else {
       // Deliberate: the map keeps the old, now closed handle, so this write and every later
@@ -138,6 +171,7 @@ HResult CDebugLog::WriteLine(std::wstring_view name, std::wstring_view message) 
   std::uint32_t written = 0;
   const err::Win32Error writeError =
       fileSystem_.Write(handle, bytes.data(), static_cast<std::uint32_t>(byteCount), written);
+  fileLock.Release();  // the flush needs no lock
   if (writeError == err::kSuccess) {
     fileSystem_.Flush(handle);
     result = hr::kOk;

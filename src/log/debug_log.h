@@ -2,6 +2,11 @@
 // "C:\Tools\tarnwick.log"). Each line is "[MM/DD/YY HH:MM:SS][0x<thread id>] message" + CR LF,
 // appended across runs, flushed after every line, and rotated into "<name> (previous).log" once
 // the file has grown past 10,485,760 bytes.
+//
+// Deliberate deviation, for runs that share the program and therefore its log: every line is
+// appended in one write, and the size test, the rotation and the write happen under a lock that
+// all processes writing the file take (FileSystem::LockLogFile), so that lines of several
+// processes are neither lost nor torn and only one of them rotates the file.
 #pragma once
 
 #include <cstdint>
@@ -45,10 +50,11 @@ class CDebugLog : public CReferenceCount, public LogWriter {
   // Closes every handle in openFiles that is not kInvalidFileHandle, under the lock.
   ~CDebugLog() override;
 
-  // Writes one line built from a checked format and its arguments. Failures are swallowed.
+  // Writes one line built from a checked format and its arguments (CR and LF inside them
+  // escaped, as FormatMessageText does). Failures are swallowed.
   template <class... Args>
   void Log(FormatString<Args...> format, const Args&... args) {
-    WriteMessage(Format(format, args...));
+    WriteMessage(FormatMessageText(format, args...));
   }
 
   // LogWriter: WriteEntry(logName, message); its result is discarded. Only exceptions

@@ -41,9 +41,11 @@ class ScopedLogRedirect {
   LogWriter* previous_;
 };
 
+// A CR or LF inside an argument is escaped (FormatMessageText), so every line of the log starts
+// with its timestamp; the line breaks of the format itself are kept.
 template <class... Args>
 void Log(FormatString<Args...> format, const Args&... args) {
-  ActiveLog().WriteMessage(Format(format, args...));
+  ActiveLog().WriteMessage(FormatMessageText(format, args...));
 }
 
 inline void LogText(std::wstring_view finished) { ActiveLog().WriteMessage(finished); }

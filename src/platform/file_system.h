@@ -73,6 +73,10 @@ struct FileOpenRequest {
   // FILE_FLAG_BACKUP_SEMANTICS: a folder opens as well (for its times and security); without it
   // opening a folder gives kAccessDenied.
   bool backupSemantics = false;
+  // With write: FILE_APPEND_DATA in place of GENERIC_WRITE's FILE_WRITE_DATA (POSIX: O_APPEND).
+  // Every write of the handle then goes, in one piece, to the end of the file as it is at that
+  // moment, whatever other handles or processes have written since.
+  bool append = false;
 };
 
 // A FILETIME as one number: 100-nanosecond intervals since 1601-01-01 UTC.
@@ -223,6 +227,17 @@ class FileSystem {
   // opened or created; so every file of that folder shares the one lock.
   virtual err::Win32Error OpenLocked(std::wstring_view path, const FileOpenRequest& request,
                                      FileHandle& handle) = 0;
+
+  // The lock of a log file that several processes write (an addition to the Windows calls
+  // above): LockLogFile waits for and takes the exclusive lock that every writer of the existing
+  // file at path holds while it sizes, rotates and writes it; UnlockLogFile gives it back. The
+  // lock belongs to the file, not to a handle of it, so closing and reopening the file while
+  // holding it keeps it, and the system releases it when the process ends. It keeps processes
+  // apart, not the threads of one process: a process serialises its own writers. POSIX: flock on
+  // a descriptor kept for the purpose; Windows: LockFileEx on one byte far beyond any content,
+  // through a handle kept for the purpose.
+  virtual err::Win32Error LockLogFile(std::wstring_view path) = 0;
+  virtual err::Win32Error UnlockLogFile(std::wstring_view path) = 0;
 };
 
 // Owns one open handle of a FileSystem and closes it when it goes.

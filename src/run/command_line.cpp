@@ -94,7 +94,7 @@ bool ParseCommandLine(std::span<const std::wstring> args, MigrationSettings& set
     if (!ReadArgument(argument, collected, services)) {
       // Reported as typed, not case-converted; an unknown argument is no failure.
       Log(L"Unknown command line arg: %s", argument);
-      services.console.Write(Format(L"Unknown command line arg: %s\r\n", argument));
+      services.console.Write(FormatMessageText(L"Unknown command line arg: %s\r\n", argument));
     }
   }
 
@@ -102,8 +102,8 @@ bool ParseCommandLine(std::span<const std::wstring> args, MigrationSettings& set
     const HResult loaded =
         LoadConfiguration(settings, collected.configurationPath, services.configDocument);
     if (Failed(loaded)) {
-      Log(L"Failed loading migration configuration file: %s (0x%08X)",
-          collected.configurationPath, loaded);
+      Log(L"Failed loading migration configuration file: %s (0x%08X)", collected.configurationPath,
+          loaded);
     }
   }
 

@@ -21,17 +21,15 @@ void TakeResult(HResult code, const std::wstring& sourcePath, const std::wstring
   if (code == 0) {
     ++outcome.migrated;
   } else if (code == kBareAlreadyExists) {
-    Report(console, Format(L"Target profile already exists: %s", targetPath));
+    Report(console, L"Target profile already exists: %s", targetPath);
   } else if (code == hr::kSourceProfileInvalid) {
-    Report(console,
-           Format(L"Source profile is either not valid or cannot be accessed: %s", sourcePath));
+    Report(console, L"Source profile is either not valid or cannot be accessed: %s", sourcePath);
     outcome.returnValue = -1;
   } else if (code == hr::kTargetProfileInvalid) {
-    Report(console,
-           Format(L"Target profile is either not valid or cannot be accessed: %s", targetPath));
+    Report(console, L"Target profile is either not valid or cannot be accessed: %s", targetPath);
     outcome.returnValue = -1;
   } else {
-    Report(console, Format(L"Failed migrating profile (0x%08X): %s", code, sourcePath));
+    Report(console, L"Failed migrating profile (0x%08X): %s", code, sourcePath);
     outcome.returnValue = -1;
   }
 }
@@ -41,8 +39,7 @@ void TakeResult(HResult code, const std::wstring& sourcePath, const std::wstring
 bool IsSuffixLoop() { return g_sourceVersion == 2 || g_sourceVersion == 5; }
 
 ProfileLoopOutcome RunProfileLoop(CSourceProfileEnum& profiles, MigrationContext& context,
-                                  const MigrateProfileFunction& migrateProfile,
-                                  Console& console) {
+                                  const MigrateProfileFunction& migrateProfile, Console& console) {
   ProfileLoopOutcome outcome;
   const bool suffixLoop = IsSuffixLoop();
   const wchar_t* suffix = suffixLoop ? (g_sourceVersion == 2 ? L"V2" : L"V5") : nullptr;
@@ -53,7 +50,7 @@ ProfileLoopOutcome RunProfileLoop(CSourceProfileEnum& profiles, MigrationContext
     HResult code = 0;
     if (suffixLoop) {
       Log(L"Migrating profile: %s", sourcePath);
-      console.Write(Format(L"Migrating profile: %s...\r\n", sourcePath));
+      console.Write(FormatMessageText(L"Migrating profile: %s...\r\n", sourcePath));
       code = migrateProfile(context, sourcePath, static_cast<std::uint32_t>(g_sourceVersion),
                             targetPath, static_cast<std::uint32_t>(g_targetVersion));
     } else {

@@ -6,7 +6,7 @@
 
 namespace tw {
 
-void Report(Console& console, std::wstring_view finished) {
+void ReportFinished(Console& console, std::wstring_view finished) {
   LogText(finished);
   std::wstring line(finished);
   line += L"\r\n";

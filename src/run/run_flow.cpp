@@ -34,14 +34,14 @@ bool AcceptSourceForV1Mode(const std::wstring& sourcePath, Console& console) {
   };
   static constexpr Suffix kSuffixes[] = {
       {L"V2", L"/V2toV5 or /V2toV6"}, {L"V5", L"/V5toV6"}, {L"V6", L"/V6toV6"}};
-  const std::wstring_view tail = std::wstring_view(sourcePath).substr(
-      sourcePath.size() < 2 ? 0 : sourcePath.size() - 2);
+  const std::wstring_view tail =
+      std::wstring_view(sourcePath).substr(sourcePath.size() < 2 ? 0 : sourcePath.size() - 2);
   for (const Suffix& s : kSuffixes) {
     if (CompareNoCaseCrt(tail, s.suffix) == 0) {
       Report(console,
-             Format(L"Source profile is %s. %s option must be specified for V2 to V5 or V2 to V6 "
-                    L"or V5 to V6\r\n---------- Exiting tarnwick.exe (return -1) ----------",
-                    s.suffix, s.advice));
+             L"Source profile is %s. %s option must be specified for V2 to V5 or V2 to V6 "
+             L"or V5 to V6\r\n---------- Exiting tarnwick.exe (return -1) ----------",
+             s.suffix, s.advice);
       return false;
     }
   }
@@ -117,7 +117,7 @@ int RunTarnwick(std::span<const std::wstring> args, RunServices& services) {
   const PrivilegeResult privileges =
       EnableMigrationPrivileges(services.security, settings.takeOwnership, token);
   if (Failed(privileges.code)) {
-    Report(console, privileges.message);  // no exit banner of its own
+    Report(console, L"%s", privileges.message);  // no exit banner of its own
     services.com.Uninitialize();
     return kExitFailure;
   }
@@ -133,23 +133,23 @@ int RunTarnwick(std::span<const std::wstring> args, RunServices& services) {
 
   token.Close();
   services.com.Uninitialize();
-  Report(console, Format(L"---------- Exiting tarnwick.exe (return %d) ----------",
-                         outcome.returnValue));
+  Report(console, L"---------- Exiting tarnwick.exe (return %d) ----------", outcome.returnValue);
   // The summary names the source path as given, wildcard included. The loop without a suffix
   // uses formats that carry their own "\r\n", so its log entry ends in a line break and the
   // console shows an empty line after it; the difference between the loops is deliberate.
   if (IsSuffixLoop()) {
-    Report(console, outcome.migrated < 1
-                        ? Format(L"The source does not contain any profiles to migrate: %s",
-                                 settings.sourcePath)
-                        : Format(L"%d profiles were migrated from %s.", outcome.migrated,
-                                 settings.sourcePath));
+    if (outcome.migrated < 1) {
+      Report(console, L"The source does not contain any profiles to migrate: %s",
+             settings.sourcePath);
+    } else {
+      Report(console, L"%d profiles were migrated from %s.", outcome.migrated, settings.sourcePath);
+    }
+  } else if (outcome.migrated < 1) {
+    Report(console, L"The source does not contain any profiles to migrate: %s\r\n",
+           settings.sourcePath);
   } else {
-    Report(console, outcome.migrated < 1
-                        ? Format(L"The source does not contain any profiles to migrate: %s\r\n",
-                                 settings.sourcePath)
-                        : Format(L"%d profiles were migrated from %s.\r\n", outcome.migrated,
-                                 settings.sourcePath));
+    Report(console, L"%d profiles were migrated from %s.\r\n", outcome.migrated,
+           settings.sourcePath);
   }
   return outcome.returnValue;
 }

@@ -238,7 +238,7 @@ err::Win32Error FakeFileSystem::Open(std::wstring_view path, const FileOpenReque
       return err::kAccessDenied;
     handle = nextHandle_;
     nextHandle_ += 4;
-    handles_[handle] = OpenFile{key, 0, false, canSetTimes};
+    handles_[handle] = OpenFile{key, 0, false, canSetTimes, false};
     return err::kSuccess;
   }
   if (!IsFolder(ParentKey(key))) return err::kPathNotFound;
@@ -280,7 +280,7 @@ err::Win32Error FakeFileSystem::Open(std::wstring_view path, const FileOpenReque
   }
   handle = nextHandle_;
   nextHandle_ += 4;
-  handles_[handle] = OpenFile{key, 0, writeAccess, canSetTimes};
+  handles_[handle] = OpenFile{key, 0, writeAccess, canSetTimes, request.append && writeAccess};
   return err::kSuccess;
 }
 
@@ -319,6 +319,7 @@ err::Win32Error FakeFileSystem::Write(FileHandle handle, const void* data, std::
   if (!found->second.canWrite) return err::kAccessDenied;
   Node& node = nodes_[found->second.key];
   std::string& content = node.content;
+  if (found->second.append) found->second.position = content.size();
   const std::size_t position = static_cast<std::size_t>(found->second.position);
   if (content.size() < position + byteCount) content.resize(position + byteCount, '\0');
   if (byteCount != 0) std::memcpy(content.data() + position, data, byteCount);
@@ -594,6 +595,26 @@ err::Win32Error FakeFileSystem::OpenLocked(std::wstring_view path, const FileOpe
   if (error != err::kSuccess) return error;
   const std::lock_guard<std::mutex> guard(mutex_);
   locks_[key] = handle;
+  return err::kSuccess;
+}
+
+err::Win32Error FakeFileSystem::LockLogFile(std::wstring_view path) {
+  std::unique_lock<std::mutex> guard(mutex_);
+  if (const err::Win32Error error = Enter(FileOp::kLockLog, path); error != err::kSuccess)
+    return error;
+  const std::wstring key = Key(path);
+  if (!IsFile(key)) return err::kFileNotFound;
+  logUnlocked_.wait(guard, [&] { return lockedLogs_.count(key) == 0; });
+  lockedLogs_.insert(key);
+  return err::kSuccess;
+}
+
+err::Win32Error FakeFileSystem::UnlockLogFile(std::wstring_view path) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  if (const err::Win32Error error = Enter(FileOp::kUnlockLog, path); error != err::kSuccess)
+    return error;
+  if (lockedLogs_.erase(Key(path)) == 0) return err::kNotLocked;
+  logUnlocked_.notify_all();
   return err::kSuccess;
 }
 

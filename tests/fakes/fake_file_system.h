@@ -4,9 +4,11 @@
 // one path only.
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -37,6 +39,8 @@ enum class FileOp {
   kDeleteFile,
   kDeleteTree,
   kOpenLocked,
+  kLockLog,
+  kUnlockLog,
 };
 
 class FakeFileSystem : public FileSystem {
@@ -108,6 +112,10 @@ class FakeFileSystem : public FileSystem {
   // Open, with the file's key held as a lock until the handle is closed.
   err::Win32Error OpenLocked(std::wstring_view path, const FileOpenRequest& request,
                              FileHandle& handle) override;
+  // The log lock keeps every caller apart, threads included, so that threads can play the
+  // processes that share a log. It needs the file to exist (kFileNotFound).
+  err::Win32Error LockLogFile(std::wstring_view path) override;
+  err::Win32Error UnlockLogFile(std::wstring_view path) override;
 
  private:
   // One file or folder; its key is its upper-case path without a trailing backslash.
@@ -123,6 +131,7 @@ class FakeFileSystem : public FileSystem {
     std::uint64_t position = 0;
     bool canWrite = false;
     bool canSetTimes = false;
+    bool append = false;  // every write goes to the end
   };
   struct Failure {
     err::Win32Error error = err::kSuccess;
@@ -163,6 +172,8 @@ class FakeFileSystem : public FileSystem {
   std::vector<PathFailure> pathFailures_;
   std::map<std::wstring, FileHandle> locks_;  // by key: the handle that holds it
   std::map<std::wstring, int> locksElsewhere_;
+  std::set<std::wstring> lockedLogs_;  // keys of the log files locked now
+  std::condition_variable logUnlocked_;
 };
 
 }  // namespace tw::testing

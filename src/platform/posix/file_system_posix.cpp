@@ -8,6 +8,7 @@
 // The work is shared out: directory_search_posix (searches), file_info_posix (attributes and
 // times), file_copy_posix (CopyFileW), folder_tree_posix (folder creation, deletion).
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -165,6 +166,7 @@ class PosixFileSystem final : public FileSystem {
     if (create) flags |= O_CREAT;
     if (mustNotExist) flags |= O_EXCL;
     flags |= (writeAccess || truncate) ? O_RDWR : O_RDONLY;
+    if (request.append && writeAccess) flags |= O_APPEND;
     entry->fd = ::open(native.c_str(), flags, 0666);
     if (entry->fd < 0) return PathError(native);
     if (!existed && create) {
@@ -384,7 +386,55 @@ class PosixFileSystem final : public FileSystem {
     return err::kSuccess;
   }
 
+  // flock on a read-only descriptor of the log, kept open by path. Once it is held, the file at
+  // path must still be the one locked: a log that was deleted or replaced meanwhile is opened
+  // and locked again, so that every writer locks the file it writes.
+  err::Win32Error LockLogFile(std::wstring_view path) override {
+    std::string native;
+    err::Win32Error error = err::kSuccess;
+    if (!posix::ToNativePath(path, native, error)) return error;
+    for (int attempt = 0; attempt < 8; ++attempt) {
+      const int fd = LogLockDescriptor(native);
+      if (fd < 0) return PathError(native);
+      while (::flock(fd, LOCK_EX) != 0) {
+        if (errno != EINTR) return posix::Win32ErrorFromErrno(errno);
+      }
+      struct stat held {};
+      struct stat named {};
+      if (::fstat(fd, &held) == 0 && ::lstat(native.c_str(), &named) == 0 &&
+          held.st_dev == named.st_dev && held.st_ino == named.st_ino)
+        return err::kSuccess;
+      ::flock(fd, LOCK_UN);
+      const std::lock_guard<std::mutex> guard(mutex_);
+      ::close(fd);
+      logLocks_.erase(native);
+    }
+    return err::kLockViolation;
+  }
+
+  err::Win32Error UnlockLogFile(std::wstring_view path) override {
+    std::string native;
+    err::Win32Error error = err::kSuccess;
+    if (!posix::ToNativePath(path, native, error)) return error;
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const auto found = logLocks_.find(native);
+    if (found == logLocks_.end()) return err::kNotLocked;
+    if (::flock(found->second, LOCK_UN) != 0) return posix::Win32ErrorFromErrno(errno);
+    return err::kSuccess;
+  }
+
  private:
+  // The descriptor LockLogFile locks for native, opened on first use; -1 (errno set) when the
+  // file cannot be opened. O_NONBLOCK keeps a named pipe from waiting for a writer.
+  int LogLockDescriptor(const std::string& native) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const auto found = logLocks_.find(native);
+    if (found != logLocks_.end()) return found->second;
+    const int fd = ::open(native.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+    if (fd >= 0) logLocks_.emplace(native, fd);
+    return fd;
+  }
+
   // Open for an object that must exist, asking for no data writes, with backup semantics: files
   // and folders open alike, so the object needs no look before it is opened. O_NONBLOCK keeps a
   // named pipe from waiting for a writer.
@@ -419,6 +469,7 @@ class PosixFileSystem final : public FileSystem {
   FileHandle nextId_ = 0x100;
   std::map<FileHandle, std::shared_ptr<OpenFileEntry>> files_;
   std::map<SearchHandle, SearchState> searches_;
+  std::map<std::string, int> logLocks_;  // native path of a log -> its lock descriptor
 };
 
 }  // namespace

@@ -1,4 +1,6 @@
 // The file-system port over the Win32 calls it is named after. Handles are the HANDLE values.
+#include <map>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -70,7 +72,11 @@ class Win32FileSystem final : public FileSystem {
     const std::wstring text(path);
     DWORD access = 0;
     if (request.read) access |= GENERIC_READ;
-    if (request.write) access |= GENERIC_WRITE;
+    if (request.write) {
+      // Appending: FILE_APPEND_DATA without FILE_WRITE_DATA sends every write to the end.
+      access |= request.append ? static_cast<DWORD>(FILE_GENERIC_WRITE & ~FILE_WRITE_DATA)
+                               : static_cast<DWORD>(GENERIC_WRITE);
+    }
     access |= request.otherAccess;
     DWORD share = 0;
     if (request.shareRead) share |= FILE_SHARE_READ;
@@ -223,6 +229,52 @@ class Win32FileSystem final : public FileSystem {
                              FileHandle& handle) override {
     return Open(path, LockingRequest(request), handle);
   }
+
+  // LockFileEx on one byte at 2^63 - 2, far beyond any content (so that no read or write of
+  // the log meets it), through a read-only handle kept open by path that shares everything.
+  err::Win32Error LockLogFile(std::wstring_view path) override {
+    HANDLE lockHandle = INVALID_HANDLE_VALUE;
+    {
+      const std::lock_guard<std::mutex> guard(logLocksMutex_);
+      const std::wstring text(path);
+      const auto found = logLocks_.find(text);
+      if (found != logLocks_.end()) {
+        lockHandle = found->second;
+      } else {
+        lockHandle = ::CreateFileW(text.c_str(), GENERIC_READ,
+                                   FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                   OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (lockHandle == INVALID_HANDLE_VALUE) return LastError();
+        logLocks_.emplace(text, lockHandle);
+      }
+    }
+    OVERLAPPED at = LogLockOffset();
+    return ::LockFileEx(lockHandle, LOCKFILE_EXCLUSIVE_LOCK, 0, 1, 0, &at) ? err::kSuccess
+                                                                           : LastError();
+  }
+
+  err::Win32Error UnlockLogFile(std::wstring_view path) override {
+    HANDLE lockHandle = INVALID_HANDLE_VALUE;
+    {
+      const std::lock_guard<std::mutex> guard(logLocksMutex_);
+      const auto found = logLocks_.find(std::wstring(path));
+      if (found == logLocks_.end()) return err::kNotLocked;
+      lockHandle = found->second;
+    }
+    OVERLAPPED at = LogLockOffset();
+    return ::UnlockFileEx(lockHandle, 0, 1, 0, &at) ? err::kSuccess : LastError();
+  }
+
+ private:
+  static OVERLAPPED LogLockOffset() {
+    OVERLAPPED at = {};
+    at.Offset = 0xFFFFFFFEu;
+    at.OffsetHigh = 0x7FFFFFFFu;
+    return at;
+  }
+
+  std::mutex logLocksMutex_;
+  std::map<std::wstring, HANDLE> logLocks_;  // log path -> the handle its lock is taken through
 };
 
 }  // namespace

@@ -13,7 +13,8 @@ namespace {
 TEST(Format, WideStringAndIntegers) {
   EXPECT_EQ(Format(L"Migrating profile: %s", std::wstring(L"\\\\srv\\p\\bob")),
             L"Migrating profile: \\\\srv\\p\\bob");
-  EXPECT_EQ(Format(L"%d profiles were migrated from %s.", 3, L"x"), L"3 profiles were migrated from x.");
+  EXPECT_EQ(Format(L"%d profiles were migrated from %s.", 3, L"x"),
+            L"3 profiles were migrated from x.");
   EXPECT_EQ(Format(L"(return %d)", -1), L"(return -1)");
 }
 
@@ -78,6 +79,34 @@ TEST(FormatWithArgs, MismatchThrowsInvalidArg) {
                HResultError);
   EXPECT_THROW(FormatWithArgs(L"none", std::span<const format_detail::Arg>(&number, 1)),
                HResultError);
+}
+
+TEST(FormatMessageText, LineBreaksInArgumentsAreWrittenEscaped) {
+  EXPECT_EQ(FormatMessageText(L"Processing folder %s", L"a\r\nb"), L"Processing folder a<CR><LF>b");
+  EXPECT_EQ(FormatMessageText(L"%s|%s", std::wstring(L"\n\n"), std::wstring_view(L"\r")),
+            L"<LF><LF>|<CR>");
+  EXPECT_EQ(FormatMessageText(L"[%c]", static_cast<int>(L'\n')), L"[<LF>]");
+}
+
+TEST(FormatMessageText, LineBreaksOfTheFormatItselfStay) {
+  EXPECT_EQ(FormatMessageText(L"%d profiles were migrated from %s.\r\n", 1, L"\\\\s\\p\r\nx"),
+            L"1 profiles were migrated from \\\\s\\p<CR><LF>x.\r\n");
+  EXPECT_EQ(FormatMessageText(L"No command line args, exiting.\r\n---------- Exiting"),
+            L"No command line args, exiting.\r\n---------- Exiting");
+}
+
+TEST(FormatMessageText, EverythingElseIsAsFormatWritesIt) {
+  // Backslashes, "%", tabs and other control characters are not escaped; widths and precisions
+  // count the written characters.
+  EXPECT_EQ(FormatMessageText(L"%s", L"C:\\new\\reports\t%s\x01"), L"C:\\new\\reports\t%s\x01");
+  EXPECT_EQ(FormatMessageText(L"(0x%08X): %s", 0x80070005u, L"p"), L"(0x80070005): p");
+  EXPECT_EQ(FormatMessageText(L"%.5s|%-7s|", L"a\nbcd", L"\r"), L"a<LF>|<CR>   |");
+  const wchar_t* none = nullptr;
+  EXPECT_EQ(FormatMessageText(L"%s", none), L"(null)");
+}
+
+TEST(Format, KeepsLineBreaksInArgumentsForPathsAndNames) {
+  EXPECT_EQ(Format(L"%s\\%s", L"C:\\p", L"a\r\nb"), L"C:\\p\\a\r\nb");
 }
 
 }  // namespace

@@ -4,8 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstring>
+#include <sstream>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "base/hresult.h"
 #include "base/hresult_error.h"
@@ -230,6 +234,105 @@ TEST_F(DebugLogTest, SizeFailureSkipsRotation) {
   EXPECT_EQ(log.WriteEntry(L"tarnwick", L"x"), hr::kOk);
   EXPECT_FALSE(files.HasFile(kRotatedFile));
   EXPECT_EQ(files.FileContent(kLogFile).size(), kLogRotationSize + 1 + std::strlen(kPrefix) + 3);
+}
+
+// --- A log file that several processes share ---
+
+TEST_F(DebugLogTest, LineBreakInAnArgumentCannotStartALine) {
+  CDebugLog log(files, system, kModule);
+  log.Log(L"Processing folder %s", L"x\r\n[11/16/26 02:21:38][0x00000001] forged\n");
+  EXPECT_EQ(files.FileContent(kLogFile),
+            std::string(kPrefix) +
+                "Processing folder x<CR><LF>[11/16/26 02:21:38][0x00000001] forged<LF>\r\n");
+}
+
+TEST_F(DebugLogTest, LineBreakOfAFinishedMessageIsWrittenAsItStands) {
+  // The run flow's summary carries its own "\r\n": the entry ends in an empty line.
+  CDebugLog log(files, system, kModule);
+  log.WriteMessage(L"1 profiles were migrated from \\\\srv\\p\\alice.\r\n");
+  EXPECT_EQ(files.FileContent(kLogFile),
+            std::string(kPrefix) + "1 profiles were migrated from \\\\srv\\p\\alice.\r\n\r\n");
+}
+
+TEST_F(DebugLogTest, EachLineIsAppendedAfterWhatAnotherWriterAdded) {
+  // Two logs over one file play two processes: each keeps its handle open, and neither
+  // overwrites the other's lines.
+  CDebugLog first(files, system, kModule);
+  CDebugLog second(files, system, kModule);
+  first.WriteMessage(L"one");
+  second.WriteMessage(L"two");
+  first.WriteMessage(L"three");
+  second.WriteMessage(L"four");
+  EXPECT_EQ(files.FileContent(kLogFile), std::string(kPrefix) + "one\r\n" + kPrefix + "two\r\n" +
+                                             kPrefix + "three\r\n" + kPrefix + "four\r\n");
+}
+
+TEST_F(DebugLogTest, EveryWriteHoldsTheFileLockUntilTheLineIsWritten) {
+  CDebugLog log(files, system, kModule);
+  for (int i = 0; i < 3; ++i) log.Log(L"line %d", i);
+  EXPECT_EQ(files.Calls(FileOp::kLockLog), 3);
+  EXPECT_EQ(files.Calls(FileOp::kUnlockLog), 3);
+  // The lock is free again: another writer gets it at once.
+  EXPECT_EQ(files.LockLogFile(kLogFile), err::kSuccess);
+  EXPECT_EQ(files.UnlockLogFile(kLogFile), err::kSuccess);
+}
+
+TEST_F(DebugLogTest, LockIsHeldAcrossTheRotationAndReleasedAfterAFailedReopen) {
+  files.SetFile(kLogFile, std::string(kLogRotationSize + 1, 'f'));
+  files.FailOperation(FileOp::kOpen, err::kSharingViolation, /*succeedFirst=*/1);
+  CDebugLog log(files, system, kModule);
+  EXPECT_EQ(log.WriteEntry(L"tarnwick", L"lost"), HResultFromWin32(err::kInvalidHandle));
+  EXPECT_EQ(files.Calls(FileOp::kLockLog), 1);
+  EXPECT_EQ(files.Calls(FileOp::kUnlockLog), 1);
+  EXPECT_EQ(files.LockLogFile(kLogFile), err::kSuccess);  // not left locked
+  EXPECT_EQ(files.UnlockLogFile(kLogFile), err::kSuccess);
+}
+
+TEST_F(DebugLogTest, LineIsWrittenWhenTheLockCannotBeHad) {
+  files.FailOperation(FileOp::kLockLog, err::kNotSupported);
+  CDebugLog log(files, system, kModule);
+  EXPECT_EQ(log.WriteEntry(L"tarnwick", L"unlocked"), hr::kOk);
+  EXPECT_EQ(files.FileContent(kLogFile), std::string(kPrefix) + "unlocked\r\n");
+  EXPECT_EQ(files.Calls(FileOp::kUnlockLog), 0);
+}
+
+TEST_F(DebugLogTest, FourWritersSharingOneFileRotateItOnceAndLoseNothing) {
+  // Four logs over one file, each on its own thread, play four processes. The file starts just
+  // below the limit, so that it is rotated once while they write.
+  constexpr int kWriters = 4;
+  constexpr int kLines = 500;
+  const std::string head = "head\r\n";
+  std::string start = head + std::string(kLogRotationSize - 2000 - head.size() - 2, 'h') + "\r\n";
+  files.SetFile(kLogFile, start);
+  std::vector<std::thread> threads;
+  for (int writer = 0; writer < kWriters; ++writer) {
+    threads.emplace_back([this, writer] {
+      CDebugLog log(files, system, kModule);
+      for (int i = 0; i < kLines; ++i) log.Log(L"writer %d line %d", writer, i);
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+
+  const std::string rotated = files.FileContent(kRotatedFile);
+  const std::string current = files.FileContent(kLogFile);
+  ASSERT_GT(rotated.size(), kLogRotationSize);
+  EXPECT_LT(current.size(), kLogRotationSize);
+  ASSERT_EQ(rotated.substr(0, start.size()), start);  // the rotated copy is the older lines
+  std::vector<int> next(kWriters, 0);
+  std::istringstream lines(rotated.substr(start.size()) + current);
+  std::string line;
+  const std::string prefix(kPrefix);
+  while (std::getline(lines, line)) {
+    ASSERT_EQ(line.substr(0, prefix.size()), prefix) << line;
+    int writer = -1;
+    int number = -1;
+    ASSERT_EQ(std::sscanf(line.c_str() + prefix.size(), "writer %d line %d\r", &writer, &number), 2)
+        << line;
+    ASSERT_TRUE(writer >= 0 && writer < kWriters) << line;
+    EXPECT_EQ(number, next[writer]) << line;  // each writer's lines, in its order
+    next[writer] = number + 1;
+  }
+  EXPECT_EQ(next, std::vector<int>(kWriters, kLines));
 }
 
 TEST(LogPathHash, IsTimes33PlusUpperCaseOn32Bits) {

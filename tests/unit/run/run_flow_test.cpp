@@ -383,5 +383,35 @@ TEST_F(RunFlowTest, SourceAndTargetCodesReportTheirPaths) {
   EXPECT_EQ(messages.back(), L"1 profiles were migrated from \\\\srv\\p\\*.v5.");
 }
 
+TEST_F(RunFlowTest, LineBreaksInAProfilePathCannotForgeALine) {
+  // A profile folder whose name holds CR LF and a line of its own: the log and the console show
+  // the break escaped, and every message stays one line; the summary's own "\r\n" stays.
+  const std::wstring evil = L"\\\\srv\\p\\x\r\n1 profiles were migrated from y.V5";
+  const std::wstring shown = L"\\\\srv\\p\\x<CR><LF>1 profiles were migrated from y.V5";
+  AddProfile(evil);
+  results_[evil] = hr::kFail;
+  EXPECT_EQ(Run({L"/s:\\\\srv\\p\\*.V5", L"/V5TOV6"}), -1);
+  const std::wstring exitBanner = L"---------- Exiting tarnwick.exe (return -1) ----------";
+  const std::wstring failed = L"Failed migrating profile (0x80004005): " + shown;
+  const std::wstring summary =
+      L"The source does not contain any profiles to migrate: \\\\srv\\p\\*.v5";
+  EXPECT_THAT(log_.messages(),
+              ElementsAre(kStart, L"Migrating profile: " + shown, failed, exitBanner, summary));
+  EXPECT_EQ(console_.text(), Line(kStart) + L"Migrating profile: " + shown + L"...\r\n" +
+                                 Line(failed) + Line(exitBanner) + Line(summary));
+}
+
+TEST_F(RunFlowTest, LineBreaksInTheTypedSourceAreEscapedAndTheSummaryKeepsItsOwn) {
+  files_.AddFolder(L"\\\\srv\\p\\a\nb");
+  EXPECT_EQ(Run({L"/s:\\\\srv\\p\\a\nb", L"/bad\r\narg"}), 0);
+  EXPECT_EQ(log_.messages().at(1), L"Unknown command line arg: /bad<CR><LF>arg");
+  EXPECT_EQ(log_.messages().back(),
+            L"The source does not contain any profiles to migrate: \\\\srv\\p\\a<LF>b\r\n");
+  EXPECT_EQ(console_.text(),
+            Line(kStart) + L"Unknown command line arg: /bad<CR><LF>arg\r\n" +
+                Line(L"---------- Exiting tarnwick.exe (return 0) ----------") +
+                L"The source does not contain any profiles to migrate: \\\\srv\\p\\a<LF>b\r\n\r\n");
+}
+
 }  // namespace
 }  // namespace tw
