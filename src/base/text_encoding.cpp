@@ -4,10 +4,12 @@
 #include <type_traits>
 
 // Decisions where Windows leaves a choice:
-// - Unpaired surrogates survive every conversion: UTF-16LE keeps them as they are, and UTF-8
-//   writes them as the three-byte form of their code point (as WTF-8 does) and reads that form
-//   back. A high surrogate followed by a low one is one character everywhere: on Linux the wide
-//   text always holds the combined code point.
+// - Bytes that are not valid UTF-8 are carried as stand-ins U+DC80..U+DCFF (see the header), so
+//   a Linux file name of any bytes comes back byte for byte; U+FFFD is never made up.
+// - Other unpaired surrogates survive every conversion: UTF-16LE keeps them as they are, and
+//   UTF-8 writes them as the three-byte form of their code point (as WTF-8 does) and reads that
+//   form back wherever that gives the same bytes again. A high surrogate followed by a low one is
+//   one character everywhere: on Linux the wide text always holds the combined code point.
 // - A Linux wide character above U+10FFFF cannot be written in UTF-8 or UTF-16 and becomes
 //   U+FFFD there (and '?' in Windows-1252).
 // - Windows-1252: the five bytes the code page leaves undefined (0x81, 0x8D, 0x8F, 0x90, 0x9D)
@@ -20,11 +22,16 @@ namespace tw {
 namespace {
 
 constexpr char32_t kReplacement = 0xFFFD;
+constexpr char32_t kStandInBase = 0xDC00;  // stand-in of an undecodable byte b: U+DC00 + b
 constexpr char32_t kMaxCodePoint = 0x10FFFF;
 constexpr bool kWideIsUtf16 = sizeof(wchar_t) == 2;
 
 bool IsHighSurrogate(char32_t c) { return c >= 0xD800 && c <= 0xDBFF; }
 bool IsLowSurrogate(char32_t c) { return c >= 0xDC00 && c <= 0xDFFF; }
+bool IsStandIn(char32_t c) { return c >= kStandInBase + 0x80 && c <= kStandInBase + 0xFF; }
+char32_t Unit(wchar_t c) {
+  return static_cast<char32_t>(static_cast<std::make_unsigned_t<wchar_t>>(c));
+}
 char32_t Combine(char32_t high, char32_t low) {
   return 0x10000 + ((high - 0xD800) << 10) + (low - 0xDC00);
 }
@@ -34,10 +41,9 @@ char32_t Combine(char32_t high, char32_t low) {
 template <class Visit>
 void ForEachCodePoint(std::wstring_view text, Visit visit) {
   for (std::size_t i = 0; i < text.size(); ++i) {
-    auto c = static_cast<char32_t>(static_cast<std::make_unsigned_t<wchar_t>>(text[i]));
+    char32_t c = Unit(text[i]);
     if (IsHighSurrogate(c) && i + 1 < text.size()) {
-      const auto next =
-          static_cast<char32_t>(static_cast<std::make_unsigned_t<wchar_t>>(text[i + 1]));
+      const char32_t next = Unit(text[i + 1]);
       if (IsLowSurrogate(next)) {
         c = Combine(c, next);
         ++i;
@@ -68,6 +74,10 @@ void AppendCodePoint(std::wstring& out, char32_t c) {
 
 void AppendUtf8(std::string& out, char32_t c) {
   if (c > kMaxCodePoint) c = kReplacement;
+  if (IsStandIn(c)) {  // an unpaired stand-in: the undecodable byte it carries
+    out += static_cast<char>(c - kStandInBase);
+    return;
+  }
   if (c < 0x80) {
     out += static_cast<char>(c);
   } else if (c < 0x800) {
@@ -124,6 +134,35 @@ std::string WideToUtf8(std::wstring_view text) {
   return out;
 }
 
+namespace {
+
+// Appends a low surrogate (a stand-in, or a lone low surrogate read in its three-byte form).
+// Surrogates the decoder accepted as high ones just before it would pair with it and so would
+// not be written back as the same bytes: those become the stand-ins of their three bytes first.
+void AppendLowUnit(std::wstring& out, char32_t low) {
+  std::size_t highs = 0;
+  while (highs < out.size() && IsHighSurrogate(Unit(out[out.size() - 1 - highs]))) ++highs;
+  if (highs > 0) {
+    const std::wstring taken = out.substr(out.size() - highs);
+    out.resize(out.size() - highs);
+    for (const wchar_t high : taken) {
+      const char32_t unit = Unit(high);
+      out += static_cast<wchar_t>(kStandInBase + 0xED);
+      out += static_cast<wchar_t>(kStandInBase + (0x80 | ((unit >> 6) & 0x3F)));
+      out += static_cast<wchar_t>(kStandInBase + (0x80 | (unit & 0x3F)));
+    }
+  }
+  out += static_cast<wchar_t>(low);
+}
+
+void AppendStandIns(std::wstring& out, std::string_view bytes) {
+  for (const char byte : bytes) {
+    AppendLowUnit(out, kStandInBase + static_cast<std::uint8_t>(byte));
+  }
+}
+
+}  // namespace
+
 std::wstring Utf8ToWide(std::string_view bytes) {
   std::wstring out;
   out.reserve(bytes.size());
@@ -134,12 +173,12 @@ std::wstring Utf8ToWide(std::string_view bytes) {
   while (i < bytes.size()) {
     const std::uint8_t lead = byteAt(i);
     if (lead < 0x80) {
-      AppendCodePoint(out, lead);
+      out += static_cast<wchar_t>(lead);
       ++i;
       continue;
     }
     // Sequence length and the allowed range of the second byte (which excludes overlong forms
-    // and values above U+10FFFF; surrogates are allowed).
+    // and values above U+10FFFF; surrogates are allowed here and judged below).
     std::size_t length = 0;
     std::uint8_t low = 0x80;
     std::uint8_t high = 0xBF;
@@ -157,7 +196,7 @@ std::wstring Utf8ToWide(std::string_view bytes) {
       if (lead == 0xF0) low = 0x90;
       if (lead == 0xF4) high = 0x8F;
     } else {
-      AppendCodePoint(out, kReplacement);
+      AppendStandIns(out, bytes.substr(i, 1));
       ++i;
       continue;
     }
@@ -170,11 +209,46 @@ std::wstring Utf8ToWide(std::string_view bytes) {
       value = (value << 6) | (next & 0x3F);
       ++used;
     }
-    // A sequence cut short counts as one bad subpart: one U+FFFD for the bytes taken.
-    AppendCodePoint(out, used == length ? value : kReplacement);
+    const std::string_view sequence = bytes.substr(i, used);
     i += used;
+    // A sequence cut short: its bytes (a lead and continuation bytes, none of which can start a
+    // sequence) are undecodable each.
+    if (used != length || IsStandIn(value)) {
+      AppendStandIns(out, sequence);
+    } else if (IsLowSurrogate(value)) {
+      AppendLowUnit(out, value);
+    } else {
+      AppendCodePoint(out, value);  // a high surrogate stays lone unless a low one follows
+    }
   }
   return out;
+}
+
+int UndecodableByte(wchar_t c) {
+  const char32_t unit = Unit(c);
+  return IsStandIn(unit) ? static_cast<int>(unit - kStandInBase) : -1;
+}
+
+std::wstring ShowUndecodableBytes(std::wstring_view text) {
+  std::wstring shown;
+  bool any = false;
+  for (std::size_t i = 0; i < text.size() && !any; ++i) any = UndecodableByte(text[i]) >= 0;
+  if (!any) return std::wstring(text);
+  constexpr wchar_t kHex[] = L"0123456789ABCDEF";
+  shown.reserve(text.size() + 8);
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const int byte = UndecodableByte(text[i]);
+    // A low surrogate right after a high one is half of a pair, not a stand-in.
+    if (byte < 0 || (i > 0 && IsHighSurrogate(Unit(text[i - 1])))) {
+      shown += text[i];
+      continue;
+    }
+    shown += L'<';
+    shown += kHex[byte >> 4];
+    shown += kHex[byte & 0xF];
+    shown += L'>';
+  }
+  return shown;
 }
 
 std::vector<std::uint8_t> WideToUtf16Le(std::wstring_view text) {

@@ -13,17 +13,36 @@
 
 namespace tw {
 
-// UTF-8 of text. An unpaired surrogate is written as the three bytes of its own code point (the
-// generalised UTF-8 of WTF-8), so Utf8ToWide gives it back unchanged.
+// Bytes that are not valid UTF-8 (file names on Linux may hold any bytes) are carried through
+// the wide text without loss, as Python's "surrogateescape" does: Utf8ToWide turns each such byte
+// b into the lone low surrogate U+DC00 + b (U+DC80..U+DCFF), and WideToUtf8 turns that stand-in
+// back into the byte. So every byte string survives Utf8ToWide -> WideToUtf8 exactly, and a name
+// read from a folder listing names the same object when it is handed back.
+
+// UTF-8 of text. A lone U+DC80..U+DCFF (not preceded by a high surrogate) is the stand-in of one
+// undecodable byte and becomes that byte; any other unpaired surrogate is written as the three
+// bytes of its own code point (the generalised UTF-8 of WTF-8), which Utf8ToWide gives back.
 std::string WideToUtf8(std::wstring_view text);
 
 // The same, appended to out.
 void AppendWideAsUtf8(std::string& out, std::wstring_view text);
 
-// Wide text of UTF-8 bytes. Each invalid sequence (bad lead byte, missing or stray continuation,
-// overlong form, value above U+10FFFF) becomes one U+FFFD per maximal bad subpart; the three-byte
-// form of a surrogate is accepted and gives that surrogate.
+// Wide text of UTF-8 bytes. Every byte that is not part of a valid sequence (bad lead byte,
+// missing or stray continuation, overlong form, value above U+10FFFF) becomes its stand-in
+// U+DC00 + byte, one per byte, never U+FFFD. The three-byte form of a surrogate is accepted and
+// gives that surrogate only where WideToUtf8 writes it back the same way: a lone surrogate
+// outside U+DC80..U+DCFF that does not pair with what follows; otherwise its bytes are
+// undecodable bytes too.
 std::wstring Utf8ToWide(std::string_view bytes);
+
+// The byte an undecodable byte's stand-in (U+DC80..U+DCFF) carries, or -1 for any other
+// character.
+int UndecodableByte(wchar_t c);
+
+// text for people to read (the log): each stand-in of an undecodable byte is shown as "<HH>",
+// the byte in two upper-case hexadecimal digits ("caf<E9>.txt"); everything else is unchanged.
+// "<" and ">" cannot occur in a Windows file name, so the form stands out in a path.
+std::wstring ShowUndecodableBytes(std::wstring_view text);
 
 // UTF-16LE bytes of text, no byte-order mark and no terminator.
 std::vector<std::uint8_t> WideToUtf16Le(std::wstring_view text);

@@ -1,15 +1,34 @@
 #include "hive/hive_file.h"
 
 #include <atomic>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <system_error>
+#include <type_traits>
 
+#include "base/text_encoding.h"
 #include "base/wide_string.h"
 
 namespace tw::hive {
 
 namespace fs = std::filesystem;
+
+fs::path FileSystemPath(std::wstring_view path) {
+  if constexpr (std::is_same_v<fs::path::value_type, char>) {
+    return fs::path(WideToUtf8(path));
+  } else {
+    return fs::path(path);
+  }
+}
+
+std::wstring EnginePath(const fs::path& path) {
+  if constexpr (std::is_same_v<fs::path::value_type, char>) {
+    return Utf8ToWide(path.string());  // the bytes as they are
+  } else {
+    return path.wstring();
+  }
+}
 
 namespace {
 
@@ -31,7 +50,7 @@ err::Win32Error FromErrorCode(const std::error_code& ec, err::Win32Error fallbac
 // the file is read in one piece straight into the caller's.
 template <class Place>
 err::Win32Error ReadInto(const std::wstring& path, Place place) {
-  const fs::path p(path);
+  const fs::path p = FileSystemPath(path);
   std::error_code ec;
   const fs::file_status status = fs::status(p, ec);
   if (ec || !fs::exists(status)) {
@@ -76,34 +95,34 @@ err::Win32Error ReadWholeFile(const std::wstring& path, std::vector<std::uint8_t
 
 err::Win32Error ReadSiblingFile(const std::wstring& path, std::wstring_view suffix,
                                 std::vector<std::uint8_t>* bytes) {
-  const fs::path hive(path);
+  const fs::path hive = FileSystemPath(path);
   fs::path sibling = hive;
   sibling += std::wstring(suffix);
   std::error_code ec;
   if (!fs::exists(fs::symlink_status(sibling, ec))) {
-    // Not under the name as written: look for it in the folder without regard to case. Names
-    // that do not convert (not UTF-8 on Linux) cannot match and are passed over.
-    const std::wstring wanted = hive.filename().wstring() + std::wstring(suffix);
+    // Not under the name as written: look for it in the folder without regard to case (names
+    // that are not UTF-8 on Linux match only themselves).
+    const std::wstring wanted = EnginePath(hive.filename()) + std::wstring(suffix);
     const fs::path folder = hive.has_parent_path() ? hive.parent_path() : fs::path(L".");
     std::wstring best;
     for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec)) {
       try {
-        const std::wstring name = it->path().filename().wstring();
+        const std::wstring name = EnginePath(it->path().filename());
         if (EqualsNoCase(name, wanted) && (best.empty() || name < best)) best = name;
       } catch (const std::exception&) {
       }
     }
     if (best.empty()) return err::kFileNotFound;
-    sibling = folder / best;
+    sibling = folder / FileSystemPath(best);
   }
   // A symbolic link (or anything but a regular file) is not followed.
   if (!fs::is_regular_file(fs::symlink_status(sibling, ec))) return err::kFileNotFound;
-  return ReadWholeFile(sibling.wstring(), bytes);
+  return ReadWholeFile(EnginePath(sibling), bytes);
 }
 
 err::Win32Error WriteNewFile(const std::wstring& path, const std::vector<std::uint8_t>& bytes) {
   static std::atomic<unsigned> counter{0};
-  const fs::path target(path);
+  const fs::path target = FileSystemPath(path);
   std::error_code ec;
   if (fs::exists(fs::symlink_status(target, ec))) return err::kAlreadyExists;
   const fs::path parent = target.has_parent_path() ? target.parent_path() : fs::path(L".");
@@ -113,13 +132,15 @@ err::Win32Error WriteNewFile(const std::wstring& path, const std::vector<std::ui
   {
     std::ofstream out(temp, std::ios::binary | std::ios::trunc);
     if (!out) return err::kAccessDenied;
+    errno = 0;
     out.write(reinterpret_cast<const char*>(bytes.data()),
               static_cast<std::streamsize>(bytes.size()));
     out.flush();
     if (!out) {
+      const bool full = errno == ENOSPC;  // the failing write's reason, where the stream keeps it
       out.close();
       fs::remove(temp, ec);
-      return err::kCantWrite;
+      return full ? err::kDiskFull : err::kCantWrite;
     }
   }
   if (fs::exists(fs::symlink_status(target, ec))) {

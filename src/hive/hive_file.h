@@ -1,10 +1,11 @@
 // The engine's only file access: read a whole hive file, and write a new one. Paths are the
 // platform's own (a Windows path on Windows; on Linux the path as the tool maps it), given as
-// wide strings; std::filesystem converts them (UTF-8 on Linux).
+// wide strings; FileSystemPath converts them (UTF-8 on Linux, bytes that are not UTF-8 included).
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <span>
 #include <string>
@@ -14,6 +15,15 @@
 #include "base/win32_error.h"
 
 namespace tw::hive {
+
+// The std::filesystem path of an engine path. Where the system's paths are bytes (Linux) the
+// conversion is the tool's own (WideToUtf8), so that a name whose bytes are not UTF-8, carried in
+// the wide text as stand-ins (base/text_encoding.h), reaches the system unchanged:
+// std::filesystem's own conversion refuses such text with an exception.
+std::filesystem::path FileSystemPath(std::wstring_view path);
+
+// The engine path of a std::filesystem path: the reverse of FileSystemPath.
+std::wstring EnginePath(const std::filesystem::path& path);
 
 // The bytes of a file, in a buffer that is not cleared before the file is read into it.
 struct FileBytes {

@@ -87,10 +87,10 @@ DWORD TW_OR_CALL tw_ORSaveHive(ORHKEY Handle, PCWSTR lpHivePath, DWORD dwOsMajor
     if (formatMinor == 0) return err::kInvalidParameter;
     const std::wstring path(lpHivePath);
     std::error_code ec;
-    if (std::filesystem::exists(std::filesystem::symlink_status(path, ec))) {
+    if (std::filesystem::exists(std::filesystem::symlink_status(FileSystemPath(path), ec))) {
       return err::kAlreadyExists;  // checked before the work of serialising
     }
-    const std::wstring fileName = std::filesystem::path(path).filename().wstring();
+    const std::wstring fileName = EnginePath(FileSystemPath(path).filename());
     const std::vector<std::uint8_t> bytes =
         SerializeHive(*entry->key, formatMinor, fileName, CurrentFileTime());
     return WriteNewFile(path, bytes);

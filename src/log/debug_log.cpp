@@ -81,7 +81,9 @@ HResult CDebugLog::WriteEntry(std::wstring_view name, std::wstring_view message)
 HResult CDebugLog::WriteLine(std::wstring_view name, std::wstring_view message) {
   const std::wstring timestamp = LogTimestamp(system_);
   const std::uint32_t threadId = system_.CurrentThreadId();
-  const std::wstring line = Format(L"[%s][0x%08lx] %s\r\n", timestamp, threadId, message);
+  // Bytes of a file name that are not UTF-8 are shown as "<HH>" (text_encoding.h).
+  const std::wstring line =
+      Format(L"[%s][0x%08lx] %s\r\n", timestamp, threadId, ShowUndecodableBytes(message));
   std::wstring path = Format(L"%s%s.log", logDirectory, name);
   std::replace(path.begin(), path.end(), L'/', L'-');  // for names that carry a date
 

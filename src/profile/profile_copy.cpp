@@ -7,6 +7,7 @@
 #include "base/win32_error.h"
 #include "log/log.h"
 #include "platform/file_system.h"
+#include "profile/case_twins.h"
 #include "security/file_security.h"
 
 namespace tw {
@@ -157,7 +158,11 @@ HResult CopyFolder(FolderMigrator& migrator, const std::wstring& sourceFolder,
   FileSecurity fileSecurity(files, context.security);
 
   std::wstring pattern;
-  PathCombineW(pattern, sourceFolder, L"*");
+  if (!PathCombineW(pattern, sourceFolder, L"*")) {
+    // The search below then fails as on Windows; this line names the cause.
+    Log(L"Path too long, the folder's content is not migrated (0x%08X): %s",
+        HResultFromWin32(err::kFilenameExcedRange), sourceFolder);
+  }
   SearchHandle search = kInvalidSearchHandle;
   FindEntry entry;
   const err::Win32Error searchError = files.FindFirstEntry(pattern, search, entry);
@@ -170,13 +175,21 @@ HResult CopyFolder(FolderMigrator& migrator, const std::wstring& sourceFolder,
 
   if (!files.PathExists(targetFolder)) CreateTargetFolderPath(migrator, sourceFolder, targetFolder);
 
+  CaseTwins names;
   do {
     if (IsDotEntry(entry.name) || IsReparsePoint(entry)) continue;
     std::wstring sourceItem;
     std::wstring targetItem;
     if (!PathCombineW(sourceItem, sourceFolder, entry.name) ||
         !PathCombineW(targetItem, targetFolder, entry.name)) {
+      // The loop ends here as Windows' copy does; this line says where and why.
+      Log(L"Path too long, the rest of the folder is not migrated (0x%08X): %s: %s",
+          HResultFromWin32(err::kFilenameExcedRange), sourceFolder, entry.name);
       break;
+    }
+    if (!names.Add(entry.name)) {
+      LogCaseTwin(sourceFolder, entry.name);
+      continue;
     }
 
     // The source's security; a source item that cannot be read is not copied.

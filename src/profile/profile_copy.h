@@ -55,8 +55,15 @@ HResult CopyDefaultProfile(MigrationContext& context, const std::wstring& defaul
 //   (0x%08X): %s" with the source item). Decision: this is done on every way out of the item
 //   once ownership was taken, also where the item is skipped as an existing file or because its
 //   target cannot be opened, so that no source object is left owned by the running user.
+// - an entry whose name equals an earlier entry's ignoring case is not copied (its target would
+//   be the first one's) and is logged (case_twins.h).
 // A search that fails logs "Failed enumerating source folder (0x%08X): %s" (pattern) and returns
 // the code; a combined item path that does not fit MAX_PATH ends the loop. Otherwise returns 0.
+// Nothing is lost without a line in the log: a combined path that does not fit logs "Path too
+// long, the rest of the folder is not migrated (0x800700CE): %s: %s" (source folder, entry name)
+// before the loop ends, and a source folder too long for its search pattern logs "Path too long,
+// the folder's content is not migrated (0x800700CE): %s" (source folder) before the search
+// fails.
 HResult CopyFolder(FolderMigrator& migrator, const std::wstring& sourceFolder,
                    const std::wstring& targetFolder);
 

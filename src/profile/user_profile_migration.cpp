@@ -1,9 +1,15 @@
 #include "profile/user_profile_migration.h"
 
+#include <optional>
+#include <string>
+#include <vector>
+
 #include "base/shell_path.h"
 #include "base/win32_error.h"
 #include "log/log.h"
 #include "platform/file_system.h"
+#include "profile/case_twins.h"
+#include "profile/folder_location.h"
 #include "profile/profile_copy.h"
 #include "registry/hive_migration.h"
 #include "registry/shell_folders.h"
@@ -19,7 +25,6 @@ bool IsFullPath(const std::wstring& path) {
   return path.size() >= 2 && path[0] == L'\\' && path[1] == L'\\';
 }
 
-
 constexpr wchar_t kUserProfileVariable[] = L"%USERPROFILE%";
 
 // Replaces every occurrence of `variable` (exact case) in text by `value`.
@@ -29,6 +34,32 @@ void ReplaceAll(std::wstring& text, std::wstring_view variable, std::wstring_vie
     text.replace(at, variable.size(), value);
     at = text.find(variable, at + value.size());
   }
+}
+
+// The path the folder pass uses for a location: `expanded` is the location after the
+// "%USERPROFILE%" expansion, `value` the same as the hive gives it. Returns false for a location
+// that must not be used.
+// Deliberate deviation, for safety: the hive belongs to the profile's owner, and the tool copies
+// with backup and restore rights, writing attributes and security onto both ends. So a location
+// that is not a UNC path is used only when, its "." and ".." names resolved by its text, it lies
+// inside its own profile; another server folder, a drive path (such as the Z: view of a Linux
+// server's root), a relative path or a ".." that leaves the profile is refused. A UNC location
+// keeps the documented treatment, its dots resolved by text as the copy resolves them. Either
+// way the existence test, the security steps and the copy all get the same resolved path.
+bool ResolveLocation(const std::wstring& expanded, const std::wstring& value,
+                     const std::wstring& profile, std::wstring& path) {
+  if (expanded.empty()) {
+    path.clear();  // no location: passed over as a missing one
+    return true;
+  }
+  if (PathIsUNCW(value)) {
+    if (!PathCombineW(path, expanded, L"")) path = expanded;
+    return true;
+  }
+  std::optional<std::wstring> inside = ResolveInsideProfile(expanded, profile);
+  if (!inside) return false;
+  path = std::move(*inside);
+  return true;
 }
 
 bool HoldsVariable(const std::wstring& location) {
@@ -59,8 +90,8 @@ void RestoreLocation(FileSecurity& fileSecurity, const std::wstring& location,
 HResult MigrateUserProfile(FolderMigrator& migrator, const std::wstring& sourcePath,
                            std::int32_t sourceVersion, const std::wstring& targetPath,
                            std::int32_t targetVersion) {
-  const HResult hive = MigrateRegistryHive(migrator.context(), sourcePath, sourceVersion,
-                                           targetPath, targetVersion);
+  const HResult hive =
+      MigrateRegistryHive(migrator.context(), sourcePath, sourceVersion, targetPath, targetVersion);
   if (hive != hr::kOk) return hive;
   return MigrateProfileFolders(migrator, sourcePath, sourceVersion, targetPath, targetVersion);
 }
@@ -89,7 +120,12 @@ HResult MigrateProfileFolders(FolderMigrator& migrator, const std::wstring& sour
     return target;
   }
 
+  // The values as the hives gave them, for the refusal message below.
+  std::vector<std::wstring> sourceValues;
+  std::vector<std::wstring> targetValues;
   for (std::size_t i = 0; i < mapping.count(); ++i) {
+    sourceValues.push_back(mapping.RowAt(i).sourceLocation);
+    targetValues.push_back(mapping.RowAt(i).targetLocation);
     ReplaceAll(mapping.RowAt(i).sourceLocation, kUserProfileVariable, sourcePath);
     ReplaceAll(mapping.RowAt(i).targetLocation, kUserProfileVariable, targetPath);
   }
@@ -97,30 +133,42 @@ HResult MigrateProfileFolders(FolderMigrator& migrator, const std::wstring& sour
   FileSecurity fileSecurity(context.files, context.security);
   for (std::size_t i = 0; i < mapping.count(); ++i) {
     const SpecialFolderRow& row = mapping.RowAt(i);
-    const std::wstring& sourceLocation = row.sourceLocation;
-    const std::wstring& targetLocation = row.targetLocation;
     Log(L"Processing folder %s", mapping.NameAt(i));
     if ((folderMask & row.bit) == 0) {
-      Log(L"Skipped processing folder %s", sourceLocation);
+      Log(L"Skipped processing folder %s", row.sourceLocation);
       continue;
     }
-    if (HoldsVariable(sourceLocation) || HoldsVariable(targetLocation)) {
-      Log(L"Cannot migrate profile folders containing environment variables: %s", sourceLocation);
+    if (HoldsVariable(row.sourceLocation) || HoldsVariable(row.targetLocation)) {
+      Log(L"Cannot migrate profile folders containing environment variables: %s",
+          row.sourceLocation);
+      continue;
+    }
+    // From here on only the resolved paths are used (deliberate deviation, see ResolveLocation).
+    std::wstring sourceLocation;
+    std::wstring targetLocation;
+    if (!ResolveLocation(row.sourceLocation, sourceValues[i], sourcePath, sourceLocation)) {
+      Log(L"Folder location outside the profile, not migrated: %s: %s", mapping.NameAt(i),
+          sourceValues[i]);
+      continue;
+    }
+    if (!ResolveLocation(row.targetLocation, targetValues[i], targetPath, targetLocation)) {
+      Log(L"Folder location outside the profile, not migrated: %s: %s", mapping.NameAt(i),
+          targetValues[i]);
       continue;
     }
     if (!context.files.PathExists(sourceLocation)) continue;
-    // Our decision: a target hive that gives no full location for this folder (none at all, or
-    // a relative one after the expansion) would make the copy land in the process's current
-    // folder. The row is not copied and the log says so; the source stays as it is.
+    // Our decision: a target hive that gives no full location for this folder (none at all; a
+    // relative one was refused above) would make the copy land in the process's current folder. The
+    // row is not copied and the log says so; the source stays as it is.
     if (!IsFullPath(targetLocation)) {
-      Log(L"No target location for folder %s, not migrated: %s", mapping.NameAt(i),
-          sourceLocation);
+      Log(L"No target location for folder %s, not migrated: %s", mapping.NameAt(i), sourceLocation);
       continue;
     }
 
     SelfRelativeDescriptor sourceSaved;
     SelfRelativeDescriptor targetSaved;
-    const HResult sourceSecured = SecureLocation(migrator, fileSecurity, sourceLocation, sourceSaved);
+    const HResult sourceSecured =
+        SecureLocation(migrator, fileSecurity, sourceLocation, sourceSaved);
     if (Failed(sourceSecured)) {
       Log(L"Failed to take ownership (0x%08X): %s", sourceSecured, sourceLocation);
       RestoreLocation(fileSecurity, sourceLocation, sourceSaved);
@@ -160,12 +208,13 @@ HResult MigrateRemainingFolders(FolderMigrator& migrator, const std::wstring& so
   const err::Win32Error searchError = files.FindFirstEntry(pattern, search, entry);
   if (searchError != err::kSuccess) {
     const HResult code = HResultFromWin32(searchError);
-    Log(L"Failed searching \"%s\": 0x%08", pattern, code);
+    Log(kFailedSearchingFormat, pattern, code);
     return code;
   }
   const UniqueSearchHandle searching(files, search);
 
   HResult lastFailure = hr::kOk;
+  CaseTwins topFolders;
   do {
     if (entry.name == L"." || entry.name == L"..") continue;
     if ((entry.attributes & file_attr::kReparsePoint) != 0) continue;
@@ -175,11 +224,22 @@ HResult MigrateRemainingFolders(FolderMigrator& migrator, const std::wstring& so
       if (row.name == entry.name) isRowName = true;
     }
     if (isRowName) continue;
+    if (!topFolders.Add(entry.name)) {
+      LogCaseTwin(sourcePath, entry.name);
+      continue;
+    }
 
     std::wstring sourceItem;
     std::wstring targetItem;
-    PathCombineW(sourceItem, sourcePath, entry.name);
-    PathCombineW(targetItem, targetPath, entry.name);
+    if (!PathCombineW(sourceItem, sourcePath, entry.name) ||
+        !PathCombineW(targetItem, targetPath, entry.name)) {
+      // Deliberate deviation: a folder whose path does not fit MAX_PATH is left out with a log
+      // line. Going on with the empty paths PathCombineW leaves would search the process's
+      // current folder ("*") instead and work on what it holds.
+      Log(L"Path too long, the folder is not migrated (0x%08X): %s: %s",
+          HResultFromWin32(err::kFilenameExcedRange), sourcePath, entry.name);
+      continue;
+    }
 
     CopyFolder(migrator, sourceItem, targetItem);
 

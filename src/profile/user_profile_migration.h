@@ -30,8 +30,12 @@ HResult MigrateUserProfile(FolderMigrator& migrator, const std::wstring& sourceP
 // 4. for each record of the mapping, in order: "Processing folder %s" (name); a row whose bit is
 //    not in the mask logs "Skipped processing folder %s" with its source location (deliberately
 //    not its name); a location holding a "%" logs "Cannot migrate profile folders containing
-//    environment variables: %s", always with the source location; a missing source location is
-//    passed over silently; source and (when it exists) target location are read, with one
+//    environment variables: %s", always with the source location; a location that is not a UNC
+//    path in the hive and does not lie inside its own profile once its "." and ".." names are
+//    resolved by text logs "Folder location outside the profile, not migrated: %s: %s" (name,
+//    value as the hive gives it) and skips the row (deliberate deviation, for safety; see
+//    folder_location.h); from here on the resolved paths are used; a missing source location
+//    is passed over silently; source and (when it exists) target location are read, with one
 //    take-over each on access denied under the take-ownership setting ("Failed to take
 //    ownership (0x%08X): %s" skips the row); the source location is copied into the target
 //    location; both get their kept security back ("Failed to restore security (0x%08X): %s").
@@ -48,7 +52,10 @@ HResult MigrateProfileFolders(FolderMigrator& migrator, const std::wstring& sour
 // same name under targetPath, and given the source entry's attributes ("Failed setting target
 // file object attributes (0x%08X): %s"), times ("Failed to open the target file object (0x%08X):
 // %s", "Failed setting target file object times (0x%08X): %s") and security. Files at the top of
-// the profile are not copied here.
+// the profile are not copied here. A folder whose name equals an earlier one's ignoring case is
+// not copied onto the first one's target and is logged (case_twins.h). A folder whose source or
+// target path does not fit MAX_PATH is not copied and logs "Path too long, the folder is not
+// migrated (0x800700CE): %s: %s" (source path, name); the loop goes on (deliberate deviation).
 // Decision: the security applied is the source folder's owner and DACL, read just before (a
 // folder whose security cannot be read gets none written). "Failed to set security on object
 // (0x%08X): %s" shows the last error, deliberately not the operation's result: the error of the
@@ -58,5 +65,10 @@ HResult MigrateProfileFolders(FolderMigrator& migrator, const std::wstring& sour
 // failure, 0 when none.
 HResult MigrateRemainingFolders(FolderMigrator& migrator, const std::wstring& sourcePath,
                                 const std::wstring& targetPath);
+
+// The format of a failed search of the profile root: it ends in "0x%08" without a conversion
+// letter and takes the path before the code, deliberately (the formatter prints the code as
+// "%08X" would, so only the literal itself shows the difference).
+inline constexpr wchar_t kFailedSearchingFormat[] = L"Failed searching \"%s\": 0x%08";
 
 }  // namespace tw

@@ -76,7 +76,7 @@ HResult SyncUserShellFolders(MigrationContext& context, FolderMapping& mapping,
   if (opened == hr::kAccessDenied && context.settings->takeOwnership) {
     const HResult taken = fileSecurity.TakeOwnership(hivePath, savedSecurity, true);
     if (Failed(taken)) {
-      Log(L"Failed getting ownership of hive (0x%08): %s", taken, hivePath);
+      Log(kHiveOwnershipFailedFormat, taken, hivePath);
       return taken;
     }
     ownershipTaken = true;

@@ -24,6 +24,12 @@ inline constexpr wchar_t kUserShellFoldersKey[] =
 inline constexpr wchar_t kShellFoldersKey[] =
     L"Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\Shell Folders";
 
+// The format of a failed take-over of the hive file: "0x%08" without a conversion letter,
+// deliberately (the formatter prints the code as "%08X" would, so only the literal itself shows
+// the difference).
+inline constexpr wchar_t kHiveOwnershipFailedFormat[] =
+    L"Failed getting ownership of hive (0x%08): %s";
+
 // Reads (writeMode false: the source profile) or fixes up (writeMode true: the target profile)
 // the "User Shell Folders" values of profilePath\ntuser.dat against `mapping`:
 // - read mode: each string value whose name is in the mapping becomes that row's source

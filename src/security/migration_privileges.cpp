@@ -5,6 +5,15 @@
 #include "base/format.h"
 
 namespace tw {
+namespace {
+
+// The result of a call that returned FALSE: its last error as an HRESULT, and E_FAIL when that
+// error is 0 (the call failed all the same).
+HResult FailureCode(HResult lastErrorCode) {
+  return Failed(lastErrorCode) ? lastErrorCode : hr::kFail;
+}
+
+}  // namespace
 
 void PrivilegeToken::Close() {
   if (port_ == nullptr || handle_ == kInvalidTokenHandle) return;
@@ -18,7 +27,7 @@ PrivilegeResult EnableMigrationPrivileges(SecurityPort& port, bool takeOwnership
   const BoolCallResult opened = port.OpenPrivilegeToken(handle);
   if (!opened.succeeded) {
     const HResult code = HResultFromWin32(opened.lastError);
-    return {code,
+    return {FailureCode(code),
             Format(L"Failed to open the process token to set necessary privileges (0x%08X)", code)};
   }
   token.port_ = &port;
@@ -33,7 +42,8 @@ PrivilegeResult EnableMigrationPrivileges(SecurityPort& port, bool takeOwnership
     const BoolCallResult enabled = port.EnablePrivilege(handle, privileges[i]);
     if (!enabled.succeeded) {
       const HResult code = HResultFromWin32(enabled.lastError);
-      return {code, Format(L"Failed to set necessary token privileges (0x%08X)", code)};
+      return {FailureCode(code),
+              Format(L"Failed to set necessary token privileges (0x%08X)", code)};
     }
   }
   return {};

@@ -51,7 +51,9 @@ struct PrivilegeResult {
 //   (0x%08X)";
 // - a lookup or an adjustment returns FALSE: "Failed to set necessary token privileges
 //   (0x%08X)";
-// each with HRESULT_FROM_WIN32 of the call's last error.
+// each with HRESULT_FROM_WIN32 of the call's last error. The result's code is that same HRESULT,
+// except for a call that returned FALSE with last error 0: the message then shows 0x00000000 as
+// the last error is, and the code is E_FAIL (0x80004005), so that the run still ends with -1.
 PrivilegeResult EnableMigrationPrivileges(SecurityPort& port, bool takeOwnership,
                                           PrivilegeToken& token);
 

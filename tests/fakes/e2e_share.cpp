@@ -164,11 +164,20 @@ std::wstring E2eShare::OwnerOf(const fs::path& path) const {
   return sd->owner->ToString();
 }
 
+std::map<std::string, std::string> E2eShare::RunEnvironment() const {
+  return {{"TARNWICK_SHARES", (root() / "shares.conf").string()},
+          {"TARNWICK_PROFILE_ROOT", localProfiles().string()},
+          {"TARNWICK_DEFAULT_PROFILE", tools_.defaultProfile}};
+}
+
 ProcessResult E2eShare::Run(const std::vector<std::string>& args) const {
-  return RunProcess(exe_.string(), args,
-                    {{"TARNWICK_SHARES", (root() / "shares.conf").string()},
-                     {"TARNWICK_PROFILE_ROOT", localProfiles().string()},
-                     {"TARNWICK_DEFAULT_PROFILE", tools_.defaultProfile}});
+  return RunProcess(exe_.string(), args, RunEnvironment());
+}
+
+ProcessResult E2eShare::RunIn(const fs::path& folder, const std::vector<std::string>& args) const {
+  std::vector<std::string> command = {"-C", folder.string(), exe_.string()};
+  command.insert(command.end(), args.begin(), args.end());
+  return RunProcess("/usr/bin/env", command, RunEnvironment());
 }
 
 std::string E2eShare::RawLog() const { return ReadWholeFile(root() / "bin" / "tarnwick.log"); }

@@ -79,6 +79,9 @@ class E2eShare {
 
   // Runs the copied binary with `args` and the share map, profile root and template settings.
   ProcessResult Run(const std::vector<std::string>& args) const;
+  // The same with `folder` as the program's current folder (relative sources such as "*").
+  ProcessResult RunIn(const std::filesystem::path& folder,
+                      const std::vector<std::string>& args) const;
 
   // The log file as it stands.
   std::string RawLog() const;
@@ -94,6 +97,8 @@ class E2eShare {
   static std::string ExportHive(const std::filesystem::path& file, const std::string& key = "\\");
 
  private:
+  std::map<std::string, std::string> RunEnvironment() const;
+
   TempFolder temp_;
   E2eTools tools_;
   std::filesystem::path exe_;

@@ -48,6 +48,15 @@ err::Win32Error OpenFolderError(const std::string& folder, int errnum) {
   return Win32ErrorFromErrno(errnum);
 }
 
+// False for a Linux name that the Windows path functions would not take as one plain name: a
+// backslash splits it ("..\bob" names the folder beside the one listed) and "X:" at its start
+// makes it a drive path ("Z:" is the server's root). Windows can hold no such name; were it
+// listed, a copy joining it to its folder would leave that folder. Such entries are not listed.
+bool IsPlainWindowsName(std::wstring_view name) {
+  if (name.find(L'\\') != std::wstring_view::npos) return false;
+  return name.size() < 2 || name[1] != L':';
+}
+
 void AddEntry(const std::string& native, std::wstring name, std::vector<FindEntry>& entries) {
   FindEntry entry;
   if (QueryFileInfo(native, entry) != err::kSuccess) return;  // gone since readdir
@@ -94,7 +103,7 @@ err::Win32Error CollectSearchEntries(std::wstring_view pattern, std::vector<Find
     const std::string_view native(item->d_name);
     if (native == "." || native == "..") continue;
     std::wstring name = Utf8ToWide(native);
-    if (!MatchesSearchPattern(parts.name, name)) continue;
+    if (!IsPlainWindowsName(name) || !MatchesSearchPattern(parts.name, name)) continue;
     child.resize(prefix);
     child.append(native);
     AddEntry(child, std::move(name), entries);

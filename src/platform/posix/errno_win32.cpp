@@ -17,6 +17,7 @@ err::Win32Error Win32ErrorFromErrno(int errnum) {
       {ENOENT, err::kFileNotFound},
       {ENOTDIR, err::kPathNotFound},
       {ENAMETOOLONG, err::kFilenameExcedRange},
+      {EILSEQ, err::kInvalidName},  // a name the file system's encoding refuses
       {ELOOP, err::kCantResolveFilename},
       {EEXIST, err::kFileExists},
       {ENOTEMPTY, err::kDirNotEmpty},

@@ -177,7 +177,13 @@ bool MapNativePathAsWritten(std::wstring_view path, std::string& native, err::Wi
     return true;
   }
 
-  native = WideToUtf8(path);  // a POSIX path
+  if (path[0] == L'/') {
+    native = WideToUtf8(path);  // a POSIX path
+    return true;
+  }
+  // A relative path: Windows separates its names with backslashes ("alice\ntuser.dat", as the
+  // bare "*" source builds them), so both separators count, as in a Z: path.
+  native = DriveZToNative(path);
   return true;
 }
 

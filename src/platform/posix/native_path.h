@@ -33,7 +33,9 @@ int LstatKnown(const std::string& native, const NativeStatus& status, struct sta
 //   "\tmp\x"                -> "/tmp/x" (rooted on the current drive, which is always Z:);
 //   "\\?\Z:\tmp\x"          -> "/tmp/x"; "\\?\UNC\server\share\x" is the UNC path below;
 //   "\\server\share\x"      -> whatever the share map says (unc_path.h);
-//   anything else, such as "/tmp/x" or "conf/x.xml", is a POSIX path and stays as it stands.
+//   "/tmp/x"                -> a POSIX path, as it stands;
+//   "alice\ntuser.dat"      -> the relative "alice/ntuser.dat" (either separator, as Windows
+//                              reads a relative path; "conf/x.xml" stays as it is).
 // Names are then resolved as Windows finds them, ignoring case (ResolveNameCase), so every
 // adapter that maps a path gets the same answer.
 // Returns false with error set where Windows would fail to find the path: another drive letter

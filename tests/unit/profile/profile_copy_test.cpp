@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -57,7 +58,8 @@ TEST_F(CopyFolderTest, CopiesContentAttributesTimesAndSecurityItemByItem) {
   EXPECT_EQ(bed.log.messages(), std::vector<std::wstring>{});
   EXPECT_EQ(bed.files.FileContent(In(kTarget, L"a.txt")), "alpha");
   EXPECT_EQ(bed.files.FileContent(In(kTarget, L"sub\\b.txt")), "beta");
-  EXPECT_EQ(bed.files.AttributesOf(In(kTarget, L"a.txt")), file_attr::kArchive | file_attr::kHidden);
+  EXPECT_EQ(bed.files.AttributesOf(In(kTarget, L"a.txt")),
+            file_attr::kArchive | file_attr::kHidden);
   EXPECT_EQ(bed.files.AttributesOf(In(kTarget, L"sub")),
             file_attr::kDirectory | file_attr::kReadOnly);
   const FileTimes times = bed.files.TimesOf(In(kTarget, L"a.txt"));
@@ -179,6 +181,52 @@ TEST_F(CopyFolderTest, AFailedEnumerationIsTheResult) {
   EXPECT_FALSE(bed.files.PathExists(kTarget));
 }
 
+// The fake lists names in upper-case order: "M..." comes after "a.txt" and before "sub".
+TEST_F(CopyFolderTest, AnEntryPastThePathLimitIsLoggedAndEndsTheLoop) {
+  const std::wstring targetFolder(kTarget);
+  const std::wstring longName = L"M" + std::wstring(259 - targetFolder.size() - 1, L'x');
+  AddFile(longName.c_str(), "long", file_attr::kArchive, OwnedBy(AnnaSid()));
+  EXPECT_EQ(Copy(), hr::kOk);
+  EXPECT_EQ(bed.log.messages(),
+            std::vector<std::wstring>{L"Path too long, the rest of the folder is not migrated "
+                                      L"(0x800700CE): \\\\srv\\profiles\\anna\\Docs: " +
+                                      longName});
+  EXPECT_EQ(bed.files.FileContent(In(kTarget, L"a.txt")), "alpha");
+  EXPECT_FALSE(bed.files.PathExists(In(kTarget, L"sub")));  // the loop ended before it
+}
+
+TEST_F(CopyFolderTest, AFolderTooLongForItsSearchIsLogged) {
+  // The folder's own path fits (259 characters), its search pattern does not.
+  const std::wstring name = std::wstring(259 - std::wstring(kSource).size() - 1, L'n');
+  const std::wstring folder = In(kSource, name.c_str());
+  bed.files.AddFolder(folder);
+  bed.security.SetObject(folder, OwnedBy(AnnaSid()));
+  bed.files.SetFile(folder + L"\\f.txt", "lost");
+  FolderMigrator migrator(bed.context);
+  EXPECT_EQ(CopyFolder(migrator, kSource, L"\\\\srv\\profiles\\t"), hr::kOk);
+  const std::vector<std::wstring> expected = {
+      L"Path too long, the folder's content is not migrated (0x800700CE): " + folder,
+      L"Failed enumerating source folder (0x80070002): ",
+      L"Failed migrating folder (0x80070002): " + folder,
+  };
+  EXPECT_EQ(bed.log.messages(), expected);
+  EXPECT_EQ(bed.files.FileContent(L"\\\\srv\\profiles\\t\\a.txt"), "alpha");
+}
+
+TEST_F(CopyFolderTest, ANameTheTargetRefusesIsLoggedWithItsCode) {
+  bed.files.FailPath(FileOp::kCopy, In(kSource, L"a.txt"), err::kInvalidName);
+  bed.files.FailPath(FileOp::kCopy, In(kSource, L"sub\\b.txt"), err::kFilenameExcedRange);
+  EXPECT_EQ(Copy(), hr::kOk);
+  const std::vector<std::wstring> messages = bed.log.messages();
+  ASSERT_GE(messages.size(), 2u);
+  EXPECT_EQ(messages[0],
+            L"Failed migrating file (0x8007007B): \\\\srv\\profiles\\anna\\Docs\\a.txt");
+  EXPECT_NE(std::find(messages.begin(), messages.end(),
+                      L"Failed migrating file (0x800700CE): "
+                      L"\\\\srv\\profiles\\anna\\Docs\\sub\\b.txt"),
+            messages.end());
+}
+
 TEST_F(CopyFolderTest, CreateTargetFolderPathMakesEveryFolderWithSourceSecurityAndAttributes) {
   bed.files.SetAttributes(kSource, file_attr::kDirectory | file_attr::kSystem);
   FolderMigrator migrator(bed.context);
@@ -218,7 +266,8 @@ class CopyDefaultProfileTest : public ::testing::Test {
   void SetUp() override {
     bed.files.AddFolder(kDefault);
     bed.files.SetFile(In(kDefault, L"NTUSER.DAT"), "default hive", file_attr::kHidden);
-    bed.files.AddFolder(In(kDefault, L"AppData\\Local"), file_attr::kDirectory | file_attr::kHidden);
+    bed.files.AddFolder(In(kDefault, L"AppData\\Local"),
+                        file_attr::kDirectory | file_attr::kHidden);
     bed.files.SetFile(In(kDefault, L"AppData\\Local\\x.ini"), "x");
     bed.files.AddReparsePoint(In(kDefault, L"Application Data"), true);
     bed.files.AddFolder(kNewProfile);
@@ -235,7 +284,8 @@ TEST_F(CopyDefaultProfileTest, CopiesEveryItemAndGivesItTheSourceOwner) {
   EXPECT_EQ(bed.files.AttributesOf(In(kNewProfile, L"AppData\\Local")),
             file_attr::kDirectory | file_attr::kHidden);
   EXPECT_FALSE(bed.files.PathExists(In(kNewProfile, L"Application Data")));
-  for (const wchar_t* item : {L"NTUSER.DAT", L"AppData", L"AppData\\Local", L"AppData\\Local\\x.ini"}) {
+  for (const wchar_t* item :
+       {L"NTUSER.DAT", L"AppData", L"AppData\\Local", L"AppData\\Local\\x.ini"}) {
     EXPECT_EQ(bed.security.Object(In(kNewProfile, item))->owner, AnnaSid()) << item;
   }
   EXPECT_EQ(bed.files.OpenSearches(), 0);
@@ -253,7 +303,8 @@ TEST_F(CopyDefaultProfileTest, WithoutAnOwnerEveryItemIsLogged) {
             hr::kOk);
   EXPECT_EQ(bed.log.messages().front(),
             L"Failed getting profile owner (0x8007051B): C:\\Users\\_tarnwick_");
-  EXPECT_EQ(bed.Count(L"Failed setting object owner (0x8007051B): \\\\srv\\profiles\\anna.V2\\"), 4);
+  EXPECT_EQ(bed.Count(L"Failed setting object owner (0x8007051B): \\\\srv\\profiles\\anna.V2\\"),
+            4);
   EXPECT_EQ(bed.files.FileContent(In(kNewProfile, L"NTUSER.DAT")), "default hive");
 }
 
@@ -262,12 +313,12 @@ TEST_F(CopyDefaultProfileTest, ItemFailuresAreLoggedAndTheCopyGoesOn) {
   bed.security.FailOn(SecurityOp::kWriteOwner, In(kNewProfile, L"NTUSER.DAT"), err::kFileNotFound);
   bed.files.AddFolder(In(kNewProfile, L"AppData"));
   EXPECT_EQ(CopyDefaultProfile(bed.context, kDefault, kNewProfile, annas), hr::kOk);
-  EXPECT_TRUE(bed.Logged(
-      L"Failed copying file (0x80070020): \\\\srv\\profiles\\anna.V2\\NTUSER.DAT"));
+  EXPECT_TRUE(
+      bed.Logged(L"Failed copying file (0x80070020): \\\\srv\\profiles\\anna.V2\\NTUSER.DAT"));
   EXPECT_TRUE(bed.Logged(
       L"Failed setting object owner (0x80070002): \\\\srv\\profiles\\anna.V2\\NTUSER.DAT"));
-  EXPECT_TRUE(bed.Logged(
-      L"Failed creating folder (0x800700B7): \\\\srv\\profiles\\anna.V2\\AppData"));
+  EXPECT_TRUE(
+      bed.Logged(L"Failed creating folder (0x800700B7): \\\\srv\\profiles\\anna.V2\\AppData"));
   EXPECT_EQ(bed.log.messages().size(), 3u);
 }
 

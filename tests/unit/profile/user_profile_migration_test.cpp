@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "fakes/tree_state.h"
 #include "platform/file_system.h"
 #include "profile/folder_migrator.h"
 #include "profile_test_bed.h"
@@ -236,6 +237,8 @@ TEST_F(UserProfileMigrationTest, RemainingFoldersLogTheTruncatedSearchFormat) {
             static_cast<HResult>(0x80070003u));
   EXPECT_EQ(bed.log.messages(),
             std::vector<std::wstring>{L"Failed searching \"" + missing + L"\\*\": 0x80070003"});
+  // The formatter prints "0x%08" as "0x%08X" would, so the literal itself is checked.
+  EXPECT_EQ(std::wstring_view(kFailedSearchingFormat), L"Failed searching \"%s\": 0x%08");
 }
 
 TEST_F(UserProfileMigrationTest, RemainingFoldersGetAttributesTimesAndSecurityOfTheSource) {
@@ -251,6 +254,16 @@ TEST_F(UserProfileMigrationTest, RemainingFoldersGetAttributesTimesAndSecurityOf
   EXPECT_EQ(security.Object(Target(L"Other"))->owner, AnnaSid());
   // The special folders are left to the first pass.
   EXPECT_FALSE(fs::exists(target() / "Desktop"));
+}
+
+TEST_F(UserProfileMigrationTest, ARemainingFolderPastThePathLimitIsLoggedAndLeftOut) {
+  const std::wstring longName(260 - Target().size() - 1, L'T');  // the target path: 260
+  fs::create_directories(source() / std::string(longName.begin(), longName.end()) / "inner");
+  FolderMigrator migrator(context, table);
+  MigrateRemainingFolders(migrator, Source(), Target());
+  EXPECT_TRUE(Logged(L"Path too long, the folder is not migrated (0x800700CE): " + Source() +
+                     L": " + longName));
+  EXPECT_TRUE(fs::exists(target() / "Other"));  // the loop went on
 }
 
 TEST_F(UserProfileMigrationTest, ASecurityFailureOfARemainingFolderShowsTheLastError) {
@@ -280,6 +293,127 @@ TEST_F(UserProfileMigrationTest, AUncRedirectedFolderStaysRedirectedAndIsNotCopi
   EXPECT_NE(exported.find("\"Personal\"=hex(2):" + RegHex(L"\\\\server\\share\\docs", false)),
             std::string::npos)
       << exported;
+}
+
+}  // namespace
+}  // namespace tw
+
+// Folder locations that the hives' owner could point anywhere: only locations inside their own
+// profile (after "." and ".." are resolved by text) are used; everything else is logged and
+// left alone. Deliberately stricter than the documented behaviour, for safety.
+namespace tw {
+namespace {
+
+class HostileLocationTest : public UserProfileMigrationTest {
+ protected:
+  void SourceValue(const char* name, const std::wstring& value) {
+    MakeHive(source() / "ntuser.dat",
+             kExplorerKeys + ExplorerSection("User Shell Folders") + ExpandValue(name, value) +
+                 ExpandValue("Favorites", L"%USERPROFILE%\\Favorites") + "\n");
+  }
+  void TargetValue(const char* name, const std::wstring& value) {
+    MakeHive(target() / "ntuser.dat",
+             kExplorerKeys + ExplorerSection("User Shell Folders") + ExpandValue(name, value) +
+                 ExpandValue("Favorites", L"%USERPROFILE%\\Favorites") + "\n" +
+                 ExplorerSection("Shell Folders") +
+                 "\"Favorites\"=hex(1):" + RegHex(L"C:\\Users\\anna\\Favorites") + "\n\n");
+  }
+  // No security was read or written anywhere below `folder`, in any spelling.
+  bool SecurityUntouchedBelow(const fs::path& folder, const std::wstring& spelling) const {
+    for (const auto& [path, write] : security.writes()) {
+      if (path.find(spelling) != std::wstring::npos) return false;
+    }
+    return security.Object(WinPath(folder)) == nullptr;
+  }
+  fs::path Bob() const { return bed.folder.path() / "bob"; }
+};
+
+TEST_F(HostileLocationTest, ADotDotIntoAnotherProfileIsNotFollowed) {
+  Write(Bob() / "Desktop" / "secret.txt", "bob's");
+  SourceValue("Desktop", L"%USERPROFILE%\\..\\bob\\Desktop");
+  const testing::TreeState bobBefore = testing::CaptureTreeState(Bob());
+  EXPECT_EQ(Folders(), hr::kOk);
+  EXPECT_TRUE(
+      Logged(L"Folder location outside the profile, not migrated: Desktop: "
+             L"%USERPROFILE%\\..\\bob\\Desktop"));
+  EXPECT_EQ(testing::DescribeTreeChanges(bobBefore, testing::CaptureTreeState(Bob())), "");
+  EXPECT_FALSE(fs::exists(target() / "Desktop"));
+  EXPECT_TRUE(SecurityUntouchedBelow(Bob() / "Desktop", L"bob"));
+  // The row loop goes on.
+  EXPECT_EQ(testing::ReadWholeFile(target() / "Favorites" / "f.url"), "fav");
+}
+
+TEST_F(HostileLocationTest, ATargetLocationBesideTheTargetIsNotWritten) {
+  TargetValue("Desktop", L"%USERPROFILE%\\..\\beside");
+  const testing::TreeState sourceBefore = testing::CaptureTreeState(source());
+  EXPECT_EQ(Folders(), hr::kOk);
+  EXPECT_TRUE(Logged(
+      L"Folder location outside the profile, not migrated: Desktop: %USERPROFILE%\\..\\beside"));
+  EXPECT_FALSE(fs::exists(bed.folder.path() / "beside"));
+  EXPECT_TRUE(SecurityUntouchedBelow(bed.folder.path() / "beside", L"beside"));
+  EXPECT_EQ(testing::ReadWholeFile(target() / "Favorites" / "f.url"), "fav");
+  EXPECT_EQ(testing::DescribeTreeChanges(sourceBefore, testing::CaptureTreeState(source())), "");
+}
+
+TEST_F(HostileLocationTest, ADrivePathOutsideTheProfileIsNotRead) {
+  const fs::path outside = bed.folder.path() / "outside";
+  Write(outside / "server.txt", "server");
+  const std::wstring value = WinPath(outside);  // the Z: view of a server folder
+  SourceValue("Desktop", value);
+  const testing::TreeState outsideBefore = testing::CaptureTreeState(outside);
+  EXPECT_EQ(Folders(), hr::kOk);
+  EXPECT_TRUE(Logged(L"Folder location outside the profile, not migrated: Desktop: " + value));
+  EXPECT_EQ(testing::DescribeTreeChanges(outsideBefore, testing::CaptureTreeState(outside)), "");
+  EXPECT_FALSE(fs::exists(target() / "Desktop"));
+  EXPECT_TRUE(SecurityUntouchedBelow(outside, L"outside"));
+}
+
+TEST_F(HostileLocationTest, ADrivePathToTheProfileItselfIsRefusedToo) {
+  // Only the profile's own spelling counts: another view of the same folder is refused.
+  const std::wstring value = WinPath(source() / "Desktop");
+  TargetValue("Desktop", value);
+  EXPECT_EQ(Folders(), hr::kOk);
+  EXPECT_TRUE(Logged(L"Folder location outside the profile, not migrated: Desktop: " + value));
+}
+
+TEST_F(HostileLocationTest, RelativeAndClimbingValuesAreRefused) {
+  MakeHive(source() / "ntuser.dat",
+           kExplorerKeys + ExplorerSection("User Shell Folders") +
+               ExpandValue("Desktop", L"..\\..") +
+               ExpandValue("Favorites", L"%USERPROFILE%\\..\\..") +
+               ExpandValue("Personal", L"%USERPROFILE%\\My Documents\\..\\..\\anna\\My Documents") +
+               "\n");
+  const testing::TreeState sourceBefore = testing::CaptureTreeState(source());
+  EXPECT_EQ(Folders(), hr::kOk);
+  EXPECT_TRUE(Logged(L"Folder location outside the profile, not migrated: Desktop: ..\\.."));
+  EXPECT_TRUE(Logged(
+      L"Folder location outside the profile, not migrated: Favorites: %USERPROFILE%\\..\\.."));
+  EXPECT_TRUE(
+      Logged(L"Folder location outside the profile, not migrated: Personal: "
+             L"%USERPROFILE%\\My Documents\\..\\..\\anna\\My Documents"));
+  EXPECT_EQ(Count(L"Folder location outside the profile"), 3);
+  EXPECT_FALSE(fs::exists(target() / "Desktop"));
+  EXPECT_FALSE(fs::exists(target() / "Documents"));
+  EXPECT_FALSE(fs::exists(target() / "Favorites" / "f.url"));
+  EXPECT_EQ(testing::DescribeTreeChanges(sourceBefore, testing::CaptureTreeState(source())), "");
+}
+
+TEST_F(HostileLocationTest, DotsInsideTheProfileAreResolvedByTextForEveryStep) {
+  // "gone" does not exist, so the system could not resolve "gone\.."; the text can, and the
+  // existence test, the security steps and the copy all use the resolved path.
+  SourceValue("Desktop", L"%USERPROFILE%\\gone\\..\\.\\Desktop");
+  EXPECT_EQ(Folders(), hr::kOk);
+  EXPECT_EQ(Count(L"Folder location outside the profile"), 0);
+  EXPECT_EQ(testing::ReadWholeFile(target() / "Desktop" / "d.txt"), "desk");
+  EXPECT_NE(security.Object(Source(L"Desktop")), nullptr);
+  for (const auto& [path, write] : security.writes()) {
+    EXPECT_EQ(path.find(L"gone"), std::wstring::npos) << path;
+  }
+
+  security.FailOn(SecurityOp::kReadNamed, Source(L"Desktop"), err::kAccessDenied);
+  bed.log.Clear();
+  EXPECT_EQ(Folders(), hr::kOk);
+  EXPECT_TRUE(Logged(L"Failed to take ownership (0x80070005): " + Source(L"Desktop")));
 }
 
 }  // namespace

@@ -18,6 +18,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using testing::MakeDescriptor;
 using testing::MakeHive;
+using ::testing::Not;
 using testing::OffregFunction;
 using testing::RealFilesTestBed;
 using testing::WinPath;
@@ -127,6 +128,12 @@ TEST_F(HiveSaveTest, AStaleTemporaryFileMakesTheSaveFailAndIsThenReplacedByNothi
   EXPECT_THAT(bed.log.messages(),
               ElementsAre(L"Failed saving hive file (0x800700B7): " + temporary));
   EXPECT_FALSE(std::filesystem::exists(file.parent_path() / "~mighive.dat"));
+  // The hive file now holds the stale file's keys: neither the change nor the old content.
+  const std::string exported = ExportHive(file);
+  EXPECT_THAT(exported, HasSubstr("[\\Stale]"));
+  EXPECT_THAT(exported, Not(HasSubstr("\"New\"=")));
+  EXPECT_THAT(exported, Not(HasSubstr("\"Old\"=")));
+  EXPECT_THAT(exported, Not(HasSubstr("[\\Software]")));
 }
 
 TEST_F(HiveSaveTest, AHiveWhoseSecurityCannotBeReadIsNotReplaced) {

@@ -211,6 +211,9 @@ TEST_F(ShellFoldersTest, AccessDeniedWithTakeOwnershipTakesItOpensAgainAndRestor
   EXPECT_TRUE(Failed(failed));
   EXPECT_THAT(Messages(), ElementsAre(Format(L"Failed getting ownership of hive (0x%08X): %s",
                                              failed, hivePath)));
+  // The formatter prints "0x%08" as "0x%08X" would, so the literal itself is checked.
+  EXPECT_EQ(std::wstring_view(kHiveOwnershipFailedFormat),
+            L"Failed getting ownership of hive (0x%08): %s");
 }
 
 TEST_F(ShellFoldersTest, ATailFoundOnlyAtTheStartGivesNoProfileFolder) {

@@ -55,13 +55,14 @@ class RunFlowTest : public ::testing::Test {
   // A binding whose userenv and offline-registry tables are complete or missing. The binding's
   // own log lines are kept out of the test's capture.
   void Bind(bool userenvBound, bool offregComplete) {
-    if (userenvBound) loader_.AddModule(L"userenv.dll", Exports({"CreateProfile", "DeleteProfileW"}));
+    if (userenvBound)
+      loader_.AddModule(L"userenv.dll", Exports({"CreateProfile", "DeleteProfileW"}));
     if (offregComplete) {
-      loader_.AddModule(L"offreg.dll",
-                        Exports({"OROpenHive", "ORCloseHive", "ORSaveHive", "OROpenKey",
-                                 "ORCloseKey", "ORCreateKey", "ORQueryInfoKey", "OREnumKey",
-                                 "ORGetKeySecurity", "ORSetKeySecurity", "ORGetValue",
-                                 "ORSetValue", "OREnumValue"}));
+      loader_.AddModule(
+          L"offreg.dll",
+          Exports({"OROpenHive", "ORCloseHive", "ORSaveHive", "OROpenKey", "ORCloseKey",
+                   "ORCreateKey", "ORQueryInfoKey", "OREnumKey", "ORGetKeySecurity",
+                   "ORSetKeySecurity", "ORGetValue", "ORSetValue", "OREnumValue"}));
     }
     testing::LogCapture bindingLog;
     offreg_ = std::make_unique<COffregWrapper>(loader_);
@@ -76,18 +77,22 @@ class RunFlowTest : public ::testing::Test {
     if (!offreg_) Bind(userenvBound, offregComplete);
     args.insert(args.begin(), L"tarnwick.exe");
     std::unique_ptr<XmlDocument> document = NewXmlDocument();
-    RunServices services{console_, com_,     files_,  *document,
-                         security_, *offreg_, nullptr, [this](MigrationContext& context,
-                                                              const std::wstring& source,
-                                                              std::uint32_t sourceVersion,
-                                                              std::wstring& target,
-                                                              std::uint32_t targetVersion) {
-                           EXPECT_EQ(context.settings->sourcePath.empty(), false);
-                           calls_.push_back({source, sourceVersion, targetVersion});
-                           target = source + L".target";
-                           const auto result = results_.find(source);
-                           return result == results_.end() ? HResult{0} : result->second;
-                         }};
+    RunServices services{
+        console_,
+        com_,
+        files_,
+        *document,
+        security_,
+        *offreg_,
+        nullptr,
+        [this](MigrationContext& context, const std::wstring& source, std::uint32_t sourceVersion,
+               std::wstring& target, std::uint32_t targetVersion) {
+          EXPECT_EQ(context.settings->sourcePath.empty(), false);
+          calls_.push_back({source, sourceVersion, targetVersion});
+          target = source + L".target";
+          const auto result = results_.find(source);
+          return result == results_.end() ? HResult{0} : result->second;
+        }};
     return RunTarnwick(args, services);
   }
 
@@ -151,8 +156,9 @@ TEST_F(RunFlowTest, UnknownArgumentIsReportedAsTyped) {
 TEST_F(RunFlowTest, V2WildcardWithoutModeIsRefused) {
   EXPECT_EQ(Run({L"/s:D:\\Profiles\\*.V2"}), -1);
   const std::wstring message =
-      std::wstring(L"Source profile is V2. /V2toV5 or /V2toV6 option must be specified for V2 to "
-                   L"V5 or V2 to V6 or V5 to V6\r\n") +
+      std::wstring(
+          L"Source profile is V2. /V2toV5 or /V2toV6 option must be specified for V2 to "
+          L"V5 or V2 to V6 or V5 to V6\r\n") +
       kExitBanner;
   EXPECT_THAT(log_.messages(), ElementsAre(kStart, message));
   EXPECT_EQ(console_.text(), Line(kStart) + Line(message));
@@ -229,8 +235,8 @@ TEST_F(RunFlowTest, PrivilegesAreEnabledInOrderWithoutTakeOwnership) {
 TEST_F(RunFlowTest, TakeOwnershipAddsItsPrivilegeLast) {
   AddProfile(L"\\\\srv\\p\\alice");
   EXPECT_EQ(Run({L"/s:\\\\srv\\p\\alice", L"/takeownership"}), 0);
-  EXPECT_THAT(security_.privilegeCalls(),
-              ElementsAre(L"SeBackupPrivilege", L"SeRestorePrivilege", L"SeTakeOwnershipPrivilege"));
+  EXPECT_THAT(security_.privilegeCalls(), ElementsAre(L"SeBackupPrivilege", L"SeRestorePrivilege",
+                                                      L"SeTakeOwnershipPrivilege"));
 }
 
 TEST_F(RunFlowTest, PrivilegeNotHeldGoesOnWithoutAMessage) {
@@ -267,6 +273,16 @@ TEST_F(RunFlowTest, PrivilegeThatCannotBeEnabledEndsTheRun) {
   EXPECT_EQ(security_.closeTokenCalls(), 0);  // the token is not closed on this path
 }
 
+TEST_F(RunFlowTest, APrivilegeCallFailingWithLastErrorZeroStillEndsTheRun) {
+  security_.enableErrors[L"SeBackupPrivilege"] = err::kSuccess;  // FALSE, last error 0
+  AddProfile(L"\\\\srv\\p\\alice");
+  EXPECT_EQ(Run({L"/s:\\\\srv\\p\\alice"}), -1);
+  EXPECT_THAT(log_.messages(),
+              ElementsAre(kStart, L"Failed to set necessary token privileges (0x00000000)"));
+  EXPECT_TRUE(calls_.empty());
+  EXPECT_EQ(com_.uninitializeCalls, 1);
+}
+
 TEST_F(RunFlowTest, V1LoopMigratesEachProfileAsV1ToV2WithItsOwnLineBreakSummary) {
   AddProfile(L"\\\\srv\\p\\alice");
   EXPECT_EQ(Run({L"/s:\\\\srv\\p\\alice"}), 0);
@@ -300,12 +316,12 @@ TEST_F(RunFlowTest, SuffixLoopAnnouncesEachProfileAndUsesTheModeVersions) {
   const std::wstring bob = L"\\\\srv\\p\\bob.V5";
   const std::wstring exitBanner = L"---------- Exiting tarnwick.exe (return 0) ----------";
   const std::wstring summary = L"2 profiles were migrated from \\\\srv\\p\\*.v5.";
-  EXPECT_THAT(log_.messages(), ElementsAre(kStart, L"Migrating profile: " + calls_[0].source,
-                                           L"Migrating profile: " + calls_[1].source, exitBanner,
-                                           summary));
-  EXPECT_EQ(console_.text(), Line(kStart) + L"Migrating profile: " + calls_[0].source +
-                                 L"...\r\n" + L"Migrating profile: " + calls_[1].source +
-                                 L"...\r\n" + Line(exitBanner) + Line(summary));
+  EXPECT_THAT(log_.messages(),
+              ElementsAre(kStart, L"Migrating profile: " + calls_[0].source,
+                          L"Migrating profile: " + calls_[1].source, exitBanner, summary));
+  EXPECT_EQ(console_.text(), Line(kStart) + L"Migrating profile: " + calls_[0].source + L"...\r\n" +
+                                 L"Migrating profile: " + calls_[1].source + L"...\r\n" +
+                                 Line(exitBanner) + Line(summary));
   EXPECT_TRUE((calls_[0].source == alice && calls_[1].source == bob) ||
               (calls_[0].source == bob && calls_[1].source == alice));
 }
@@ -332,8 +348,7 @@ TEST_F(RunFlowTest, FinishedTargetsCountAsFailuresAndTheBare183DoesNot) {
   results_[L"\\\\srv\\p\\done"] = hr::kAlreadyExists;
   EXPECT_EQ(Run({L"/s:\\\\srv\\p\\done"}), -1);
   EXPECT_THAT(log_.messages(),
-              ElementsAre(kStart,
-                          L"Failed migrating profile (0x800700B7): \\\\srv\\p\\done",
+              ElementsAre(kStart, L"Failed migrating profile (0x800700B7): \\\\srv\\p\\done",
                           L"---------- Exiting tarnwick.exe (return -1) ----------",
                           L"The source does not contain any profiles to migrate: "
                           L"\\\\srv\\p\\done\r\n"));
@@ -343,8 +358,7 @@ TEST_F(RunFlowTest, Bare183ReportsTheTargetAndKeepsTheReturnValue) {
   AddProfile(L"\\\\srv\\p\\again");
   results_[L"\\\\srv\\p\\again"] = 183;
   EXPECT_EQ(Run({L"/s:\\\\srv\\p\\again"}), 0);
-  EXPECT_EQ(log_.messages().at(1),
-            L"Target profile already exists: \\\\srv\\p\\again.target");
+  EXPECT_EQ(log_.messages().at(1), L"Target profile already exists: \\\\srv\\p\\again.target");
 }
 
 TEST_F(RunFlowTest, SourceAndTargetCodesReportTheirPaths) {

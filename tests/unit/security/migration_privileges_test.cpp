@@ -84,6 +84,26 @@ TEST(EnableMigrationPrivileges, FirstPrivilegeFailing) {
   EXPECT_EQ(port.privilegeCalls(), (std::vector<std::wstring>{L"SeBackupPrivilege"}));
 }
 
+TEST(EnableMigrationPrivileges, AFalseResultWithLastErrorZeroStillFails) {
+  // The message shows the last error as it is; the code is E_FAIL, so the run ends with -1.
+  FakeSecurityPort port;
+  port.enableErrors[L"SeRestorePrivilege"] = err::kSuccess;
+  PrivilegeToken token;
+  const PrivilegeResult result = EnableMigrationPrivileges(port, true, token);
+  EXPECT_EQ(result.code, hr::kFail);
+  EXPECT_EQ(result.message, L"Failed to set necessary token privileges (0x00000000)");
+  EXPECT_EQ(port.privilegeCalls(), kBackupAndRestore);
+
+  FakeSecurityPort unopened;
+  unopened.openTokenError = err::kSuccess;
+  PrivilegeToken none;
+  const PrivilegeResult notOpened = EnableMigrationPrivileges(unopened, false, none);
+  EXPECT_EQ(notOpened.code, hr::kFail);
+  EXPECT_EQ(notOpened.message,
+            L"Failed to open the process token to set necessary privileges (0x00000000)");
+  EXPECT_TRUE(unopened.privilegeCalls().empty());
+}
+
 TEST(PrivilegeToken, ClosesOnceAtTheEndOfTheRun) {
   FakeSecurityPort port;
   PrivilegeToken token;

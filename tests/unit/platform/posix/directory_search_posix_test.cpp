@@ -84,6 +84,22 @@ TEST_F(PosixSearchTest, StarListsDotEntriesFirstThenEveryEntry) {
   }
 }
 
+TEST_F(PosixSearchTest, NamesThatAreNoPlainWindowsNamesAreNotListed) {
+  // Joined to their folder by the Windows path functions, "..\\bob" would name the folder beside
+  // it and "Z:" the server's root: a copy would leave the folder it lists.
+  for (const char* name : {"..\\bob", "a\\b", "Z:", "z:tmp", "\\"}) {
+    std::filesystem::create_directory(folder.path() / name);
+  }
+  MakeFile("10:30 notes.txt");
+  MakeFile("a:b");  // a drive-relative path to the Windows path functions
+  MakeFile("ab:c");
+  MakeFile("plain");
+  std::vector<FindEntry> found;
+  ASSERT_EQ(Search(Win("*"), found), err::kSuccess);
+  EXPECT_EQ(Sorted(Names(found)),
+            (std::vector<std::wstring>{L".", L"..", L"10:30 notes.txt", L"ab:c", L"plain"}));
+}
+
 TEST_F(PosixSearchTest, EntriesComeInTheOrderTheFileSystemGives) {
   for (const char* name : {"b", "a", "c", "e", "d"}) MakeFile(name);
   std::vector<std::wstring> expected;

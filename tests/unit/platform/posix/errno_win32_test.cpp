@@ -21,6 +21,7 @@ TEST(Win32ErrorFromErrno, MapsTheCommonFailures) {
   EXPECT_EQ(Win32ErrorFromErrno(ENAMETOOLONG), err::kFilenameExcedRange);
   EXPECT_EQ(Win32ErrorFromErrno(EMFILE), err::kTooManyOpenFiles);
   EXPECT_EQ(Win32ErrorFromErrno(EINVAL), err::kInvalidParameter);
+  EXPECT_EQ(Win32ErrorFromErrno(EILSEQ), err::kInvalidName);
 }
 
 TEST(Win32ErrorFromErrno, UnknownValuesAreAGeneralFailure) {

@@ -45,6 +45,15 @@ TEST(ToNativePath, PosixPathsStandAsTheyAre) {
   EXPECT_EQ(Native(L"x.xml"), "x.xml");
 }
 
+TEST(ToNativePath, RelativeWindowsPathsUseEitherSeparator) {
+  // As the bare "*" source builds them: each profile's hive is found below the current folder.
+  EXPECT_EQ(Native(L"alice\\ntuser.dat"), "alice/ntuser.dat");
+  EXPECT_EQ(Native(L"alice\\sub/x"), "alice/sub/x");
+  EXPECT_EQ(Native(L"..\\x"), "../x");
+  // A POSIX absolute path keeps a backslash as part of a name.
+  EXPECT_EQ(Native(L"/tmp/a\\b"), "/tmp/a\\b");
+}
+
 TEST(ToNativePath, TextIsUtf8) {
   EXPECT_EQ(Native(L"Z:\\tmp\\caf\u00e9\\\u20ac"), "/tmp/caf\xc3\xa9/\xe2\x82\xac");
 }

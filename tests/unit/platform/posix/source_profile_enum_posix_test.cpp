@@ -74,6 +74,18 @@ TEST_F(SourceProfileEnumPosixTest, StarAfterAFolderIsOneFolderInTheDefaultMode) 
   EXPECT_THAT(Enumerate(root_ + L"\\*", nullptr), IsEmpty());
 }
 
+// The bare "*" searches the current folder and yields relative paths ("alice"); each is found
+// through its relative hive path "alice\ntuser.dat", and alice.V2 never is.
+TEST_F(SourceProfileEnumPosixTest, BareStarFindsTheProfilesOfTheCurrentFolderButNoV2) {
+  temp_.WriteFile("alice.V2/ntuser.dat", "regf");
+  temp_.WriteFile("ALICE.v2/ntuser.dat", "regf");
+  const fs::path previous = fs::current_path();
+  fs::current_path(temp_.path());
+  const std::vector<std::wstring> found = Enumerate(L"*", nullptr);
+  fs::current_path(previous);
+  EXPECT_THAT(found, UnorderedElementsAre(L"alice", L"carol.v5", L"erin.v5"));
+}
+
 // Through a share: names resolve in any case, as the command line lower-cases the source path.
 class SourceProfileEnumShareTest : public SourceProfileEnumPosixTest {
  protected:
