@@ -10,6 +10,11 @@
 //   ERROR_KEY_DELETED (ORCloseKey still closes it).
 // - Sub-key paths: components separated by "\"; one trailing "\" is ignored; a leading "\" or an
 //   empty component gives ERROR_BAD_PATHNAME. A missing key gives ERROR_FILE_NOT_FOUND.
+// - OROpenKey with a NULL name gives the same handle back; with a name that holds no component
+//   ("", "\", or a name whose first character is NUL, as a key name read from a damaged hive
+//   can be) it gives ERROR_INVALID_PARAMETER, so that a walk over enumerated names never opens
+//   the key it stands on again. A key more than kMaxKeyDepth (512) levels below the hive root is
+//   never opened or created (ERROR_INVALID_PARAMETER), Windows' own limit of a registry tree.
 // - ORCreateKey creates every missing key on the path (at most 32 levels per call, names of at
 //   most 255 characters: else ERROR_INVALID_PARAMETER); "" on a non-root handle gives a new
 //   handle to the same key (REG_OPENED_EXISTING_KEY). REG_OPTION_VOLATILE and unknown options

@@ -84,9 +84,15 @@ DWORD TW_OR_CALL tw_OROpenKey(ORHKEY Handle, PCWSTR lpSubKeyName, PORHKEY phkRes
     if (resolved != err::kSuccess) return resolved;
     if (key == entry->hive->root.get()) return err::kInvalidParameter;  // never yields the root
     if (key == entry->key) {
+      // Deliberate deviation: a name without any component ("", or one whose first character is
+      // NUL, as a key name read from a damaged hive can be) is refused instead of naming the key
+      // itself, so that a walk that opens each enumerated sub key by name never revisits the key
+      // it stands on (and never recurses until its stack runs out).
+      if (lpSubKeyName != nullptr) return err::kInvalidParameter;
       *phkResult = Handle;  // no sub key: the same handle, as the platform does
       return err::kSuccess;
     }
+    if (detail::KeyDepth(key) > detail::kMaxKeyDepth) return err::kInvalidParameter;
     *phkResult = detail::OpenHandle(engine, entry->hive, key, false);
     return *phkResult != nullptr ? err::kSuccess : err::kNotEnoughMemory;
   });
@@ -108,7 +114,10 @@ DWORD TW_OR_CALL tw_ORCreateKey(ORHKEY Handle, PCWSTR lpSubKey, PWSTR lpClass, D
     const DWORD split = detail::SplitPath(lpSubKey, &parts);
     if (split != err::kSuccess) return split;
     if (parts.empty() && entry->isRoot) return err::kInvalidParameter;
-    if (parts.size() > kMaxLevelsPerCreate) return err::kInvalidParameter;
+    if (parts.size() > kMaxLevelsPerCreate ||
+        detail::KeyDepth(entry->key) + parts.size() > detail::kMaxKeyDepth) {
+      return err::kInvalidParameter;
+    }
     for (const std::wstring_view part : parts) {
       if (part.size() > kMaxKeyNameLength) return err::kInvalidParameter;
     }

@@ -53,6 +53,14 @@ DWORD ResolvePath(Key* from, std::wstring_view path, Key** found) {
   return err::kSuccess;
 }
 
+std::size_t KeyDepth(const Key* key) {
+  std::size_t depth = 0;
+  for (const Key* up = key->parent; up != nullptr && depth <= kMaxKeyDepth; up = up->parent) {
+    ++depth;
+  }
+  return depth;
+}
+
 DWORD CopyName(std::wstring_view text, PWSTR buffer, PDWORD count) {
   const auto length = static_cast<DWORD>(text.size());
   if (*count < length + 1) {

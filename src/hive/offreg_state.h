@@ -19,6 +19,10 @@
 
 namespace tw::hive::detail {
 
+// Levels below the hive root that a key handle may name (the root is level 0): Windows' own
+// limit of a registry tree. Walks over a crafted deeper hive end there.
+constexpr std::size_t kMaxKeyDepth = 512;
+
 struct Engine {
   std::mutex mutex;
   HandleTable handles;
@@ -53,6 +57,8 @@ DWORD LookupKey(Engine& engine, ORHKEY handle, HandleEntry** entry);
 // Follows a relative path of "\"-separated names below `from`. ERROR_BAD_PATHNAME for an empty
 // component (a single trailing "\" is allowed), ERROR_FILE_NOT_FOUND for a missing key.
 DWORD ResolvePath(Key* from, std::wstring_view path, Key** found);
+// How many levels below its hive root `key` is (0 for the root); stops counting past kMaxKeyDepth.
+std::size_t KeyDepth(const Key* key);
 // Splits a path as ResolvePath does.
 DWORD SplitPath(std::wstring_view path, std::vector<std::wstring_view>* parts);
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "base/hresult_error.h"
 #include "base/win32_error.h"
@@ -184,7 +185,10 @@ HResult CopyRegistryKey(MigrationContext& context, OrKey sourceParent, OrKey tar
       OrDword nameLength = maxSubKeyLength;
       const OrDword enumerated = CallEnumKey(offreg, sourceKey, index, name.chars(), &nameLength);
       if (enumerated == err::kSuccess) {
-        const std::wstring subKeyName(name.chars(), nameLength);
+        // The name as the wide C string it is handed on as: up to its first NUL (a damaged hive
+        // can hold a name that begins with one; opening it then fails and is logged).
+        const std::wstring_view enumeratedName(name.chars(), nameLength);
+        const std::wstring subKeyName(enumeratedName.substr(0, enumeratedName.find(L'\0')));
         const HResult copied = CopyRegistryKey(context, sourceKey, targetKey, subKeyName);
         if (copied != hr::kOk) {
           Log(L"Failed to copy registry key to target hive (0x%08X): %s/%s",

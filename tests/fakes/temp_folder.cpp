@@ -47,4 +47,18 @@ std::string ReadWholeFile(const std::filesystem::path& file) {
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
+bool ReplaceUniqueBytes(const std::filesystem::path& file, const std::string& from,
+                        const std::string& to) {
+  std::string bytes = ReadWholeFile(file);
+  const std::size_t at = bytes.find(from);
+  if (from.empty() || from.size() != to.size() || at == std::string::npos ||
+      bytes.find(from, at + 1) != std::string::npos) {
+    return false;
+  }
+  bytes.replace(at, from.size(), to);
+  std::ofstream out(file, std::ios::binary | std::ios::trunc);
+  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  return static_cast<bool>(out);
+}
+
 }  // namespace tw::testing

@@ -28,4 +28,9 @@ class TempFolder {
 // The whole content of a file, or an empty string when it cannot be read.
 std::string ReadWholeFile(const std::filesystem::path& file);
 
+// Replaces the bytes `from`, which must occur exactly once in the file, by `to` (of the same
+// length), as a damaged or crafted file would hold them; false when that is not possible.
+bool ReplaceUniqueBytes(const std::filesystem::path& file, const std::string& from,
+                        const std::string& to);
+
 }  // namespace tw::testing

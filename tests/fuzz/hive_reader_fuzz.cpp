@@ -135,7 +135,11 @@ struct WalkSums {
 
 constexpr hive::DWORD kAllSecurity = 0x1 | 0x2 | 0x4 | 0x8;  // owner, group, DACL, SACL
 
-void WalkKey(hive::ORHKEY key, WalkSums* sums) {
+// The levels below the root that the engine opens (Windows' own limit of a registry tree).
+constexpr int kMaxOpenDepth = 512;
+
+// Walks the key `depth` levels below the root.
+void WalkKey(hive::ORHKEY key, WalkSums* sums, int depth) {
   hive::DWORD subKeys = 0;
   hive::DWORD maxSubKey = 0;
   hive::DWORD maxClass = 0;
@@ -193,8 +197,12 @@ void WalkKey(hive::ORHKEY key, WalkSums* sums) {
       continue;
     }
     hive::ORHKEY child = nullptr;
+    if (depth + 1 > kMaxOpenDepth) {  // deeper keys are read and saved, but never opened
+      Require(hive::tw_OROpenKey(key, name.data(), &child) == tw::err::kInvalidParameter);
+      continue;
+    }
     Require(hive::tw_OROpenKey(key, name.data(), &child) == tw::err::kSuccess);
-    WalkKey(child, sums);
+    WalkKey(child, sums, depth + 1);
     Require(hive::tw_ORCloseKey(child) == tw::err::kSuccess);
   }
 }
@@ -204,7 +212,7 @@ bool WalkFile(const std::filesystem::path& path, WalkSums* sums,
               const std::filesystem::path& save) {
   hive::ORHKEY root = nullptr;
   if (hive::tw_OROpenHive(path.wstring().c_str(), &root) != tw::err::kSuccess) return false;
-  WalkKey(root, sums);
+  WalkKey(root, sums, 0);
   if (!save.empty()) {
     Require(hive::tw_ORSaveHive(root, save.wstring().c_str(), 6, 1) == tw::err::kSuccess);
   }

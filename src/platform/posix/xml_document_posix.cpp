@@ -1,8 +1,10 @@
 // The XML document port on POSIX, over pugixml.
 //
 // MSXML's behaviour kept here:
-// - a file that cannot be opened or read fails Load with the Win32 error of the failure turned
-//   into a result (a missing file 0x80070002, a folder or an unreadable file 0x80070005);
+// - a file that cannot be found fails Load with the Win32 error of the failure turned into a
+//   result (a missing file 0x80070002); a path that is not a regular file (folder, FIFO,
+//   device), a file over 16 MiB and a file that may not be read load as a file that did not
+//   parse (see ReadDocumentFile);
 // - a file that is read but does not parse loads "successfully" and has no document element
 //   (GetDocumentElement gives S_FALSE). Besides pugixml's own errors, a document without exactly
 //   one top-level element, or with text outside it, counts as not parsed;
@@ -40,13 +42,21 @@ constexpr unsigned int kParseOptions = pugi::parse_default | pugi::parse_fragmen
 
 bool IsXmlSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
+// Appends the text and CDATA of every descendant of `node`, in document order. The walk moves
+// along the tree's own links instead of recursing, so a document nested as deeply as its size
+// allows never exhausts the stack.
 void AppendDescendantText(const pugi::xml_node& node, std::string& text) {
-  for (const pugi::xml_node& child : node.children()) {
-    if (child.type() == pugi::node_pcdata || child.type() == pugi::node_cdata) {
-      text += child.value();
-    } else if (child.type() == pugi::node_element) {
-      AppendDescendantText(child, text);
+  pugi::xml_node current = node.first_child();
+  while (current && current != node) {
+    if (current.type() == pugi::node_pcdata || current.type() == pugi::node_cdata) {
+      text += current.value();
     }
+    if (current.type() == pugi::node_element && current.first_child()) {
+      current = current.first_child();
+      continue;
+    }
+    while (current != node && !current.next_sibling()) current = current.parent();
+    if (current != node) current = current.next_sibling();
   }
 }
 
@@ -107,25 +117,64 @@ class FileDescriptor {
   int fd_;
 };
 
-// Reads the whole file at the native path; a Win32 error on failure.
-err::Win32Error ReadWholeFile(const std::string& native, std::vector<char>& contents) {
-  const FileDescriptor file(open(native.c_str(), O_RDONLY | O_CLOEXEC));
-  if (file.get() < 0) return posix::Win32ErrorFromErrno(errno);
-  struct stat status {};
-  if (fstat(file.get(), &status) != 0) return posix::Win32ErrorFromErrno(errno);
-  // Opening a folder as a document fails on Windows with access denied.
-  if (S_ISDIR(status.st_mode)) return err::kAccessDenied;
+// The largest configuration file that is read; a larger one counts as a file that does not parse.
+constexpr off_t kMaxDocumentSize = off_t{16} * 1024 * 1024;
+
+// How a read of the document file ended.
+enum class FileRead {
+  kRead,         // the bytes are in `contents`
+  kNotDocument,  // nothing that can hold a document: it loads as a file that did not parse
+};
+
+bool IsReadableDocument(const struct stat& status) {
+  return S_ISREG(status.st_mode) && status.st_size <= kMaxDocumentSize;
+}
+
+// Reads the whole file at the native path; a Win32 error when it cannot be found.
+//
+// A path that is not a regular file (a folder, a FIFO, a device such as /dev/zero) and a file
+// that may not be read load as a file that did not parse (the document has no element; nothing
+// is stored and nothing is reported), as the Windows document's load does when it gives back
+// S_FALSE. Deliberate deviation: a file larger than 16 MiB counts as one that did not parse as
+// well, so that no configuration can make the run's memory grow without bound. Only a regular
+// file is ever opened for reading: the type is checked before the open and again on the opened
+// descriptor, and the open never waits (O_NONBLOCK), so a FIFO without a writer cannot hang the
+// run and a device is never read. The path itself is the administrator's choice, so a symbolic
+// link to a regular file is followed.
+err::Win32Error ReadDocumentFile(const std::string& native, std::vector<char>& contents,
+                                 FileRead& outcome) {
   contents.clear();
+  outcome = FileRead::kNotDocument;
+  struct stat status {};
+  if (stat(native.c_str(), &status) != 0) {
+    if (errno == EACCES || errno == EPERM) return err::kSuccess;
+    return posix::Win32ErrorFromErrno(errno);
+  }
+  if (!IsReadableDocument(status)) return err::kSuccess;
+  const FileDescriptor file(open(native.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  if (file.get() < 0) {
+    if (errno == EACCES || errno == EPERM) return err::kSuccess;
+    return posix::Win32ErrorFromErrno(errno);
+  }
+  if (fstat(file.get(), &status) != 0 || !IsReadableDocument(status)) return err::kSuccess;
   char buffer[65536];
   for (;;) {
     const ssize_t got = read(file.get(), buffer, sizeof buffer);
     if (got < 0) {
       if (errno == EINTR) continue;
+      if (errno == EACCES || errno == EPERM) return err::kSuccess;
       return posix::Win32ErrorFromErrno(errno);
     }
     if (got == 0) break;
+    // A file that grows while it is read is cut off at the limit: it counts as too large.
+    if (contents.size() + static_cast<std::size_t>(got) >
+        static_cast<std::size_t>(kMaxDocumentSize)) {
+      contents.clear();
+      return err::kSuccess;
+    }
     contents.insert(contents.end(), buffer, buffer + got);
   }
+  outcome = FileRead::kRead;
   return err::kSuccess;
 }
 
@@ -155,8 +204,10 @@ class PugiDocument final : public XmlDocument {
     err::Win32Error error = err::kSuccess;
     if (!posix::ToNativePath(path, native, error)) return HResultFromWin32(error);
     std::vector<char> contents;
-    error = ReadWholeFile(native, contents);
+    FileRead outcome = FileRead::kNotDocument;
+    error = ReadDocumentFile(native, contents, outcome);
     if (error != err::kSuccess) return HResultFromWin32(error);
+    if (outcome != FileRead::kRead) return hr::kOk;  // loads as a file that did not parse
     const pugi::xml_parse_result result = document_->load_buffer(
         contents.data(), contents.size(), kParseOptions, pugi::encoding_auto);
     parsed_ = result && HasSingleRootElement(*document_);

@@ -2,8 +2,14 @@
 // adapter.
 #include "config/configuration_loader.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <chrono>
+#include <future>
 #include <string>
 #include <vector>
 
@@ -336,6 +342,103 @@ TEST_F(ConfigurationLoaderTest, ProfilePathTextIsTrimmedAndKeepsNonAscii) {
                      "</profilepath></source>"),
             hr::kOk);
   EXPECT_EQ(settings_.sourcePath, L"\\\\srv\\pr\u00F6files\\a b");
+}
+
+// A path that holds no document, or a file too large to be read, loads as a file that did not
+// parse: S_FALSE, nothing stored, nothing logged.
+class NotADocumentTest : public ConfigurationLoaderTest {
+ protected:
+  void ExpectNotParsed(const std::string& posixPath) {
+    settings_.sourcePath = L"from the command line";
+    EXPECT_EQ(LoadConfiguration(settings_, WindowsForm(posixPath)), hr::kFalse) << posixPath;
+    EXPECT_EQ(settings_.sourcePath, L"from the command line");
+    settings_.sourcePath.clear();
+    ExpectDefaults();
+    EXPECT_EQ(log_.messages(), Lines{});
+  }
+  // A well-formed configuration of `size` bytes that names the source "big".
+  std::string ConfigurationOfSize(std::size_t size) {
+    const std::string head = "<c><source><profilepath>big</profilepath></source>";
+    const std::string tail = "</c>";
+    return head + std::string(size - head.size() - tail.size(), ' ') + tail;
+  }
+};
+
+TEST_F(NotADocumentTest, AFolderLoadsAsAFileThatDidNotParse) {
+  ExpectNotParsed(folder_.path().string());
+}
+
+TEST_F(NotADocumentTest, ADeviceIsNeverRead) { ExpectNotParsed("/dev/zero"); }
+
+// A FIFO without a writer: the load neither waits for a writer nor reads.
+TEST_F(NotADocumentTest, AFifoWithoutWriterNeitherHangsNorIsRead) {
+  const std::string fifo = (folder_.path() / "cfg.fifo").string();
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  MigrationSettings settings;
+  InitSettings(settings);
+  auto load = std::async(std::launch::async, [&settings, &fifo] {
+    return LoadConfiguration(settings, WindowsForm(fifo));
+  });
+  if (load.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
+    // Release the blocked reader so that the test ends, then fail.
+    const int writer = open(fifo.c_str(), O_WRONLY | O_NONBLOCK);
+    if (writer >= 0) close(writer);
+    load.wait();
+    FAIL() << "loading a FIFO as the configuration blocked";
+  }
+  EXPECT_EQ(load.get(), hr::kFalse);
+  EXPECT_EQ(settings.sourcePath, L"");
+  EXPECT_EQ(log_.messages(), Lines{});
+}
+
+TEST_F(NotADocumentTest, AFileOfSixteenMebibytesIsReadAndOneByteMoreIsNot) {
+  constexpr std::size_t kLimit = 16u * 1024u * 1024u;
+  EXPECT_EQ(Load(ConfigurationOfSize(kLimit)), hr::kOk);
+  EXPECT_EQ(settings_.sourcePath, L"big");
+  settings_.sourcePath.clear();
+  ExpectNotParsed(folder_.WriteFile("big.xml", ConfigurationOfSize(kLimit + 1)));
+  ExpectNotParsed(folder_.WriteFile("bigger.xml", ConfigurationOfSize(17u * 1024u * 1024u)));
+}
+
+// A file the process may not read. As root, the load runs in a child that has given up root.
+TEST_F(NotADocumentTest, AnUnreadableFileLoadsAsAFileThatDidNotParse) {
+  const std::string file =
+      folder_.WriteFile("secret.xml", "<c><source><profilepath>secret</profilepath></source></c>");
+  ASSERT_EQ(chmod(file.c_str(), 0), 0);
+  ASSERT_EQ(chmod(folder_.path().c_str(), 0755), 0);
+  if (geteuid() != 0) {
+    ExpectNotParsed(file);
+    return;
+  }
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    if (setgid(65534) != 0 || setuid(65534) != 0) _exit(2);
+    MigrationSettings settings;
+    InitSettings(settings);
+    const HResult result = LoadConfiguration(settings, WindowsForm(file));
+    _exit(result == hr::kFalse && settings.sourcePath.empty() ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 0) << "1: the unreadable file was not taken as unparsed";
+}
+
+// 200,000 nested elements load, and their text is gathered without recursion.
+TEST_F(ConfigurationLoaderTest, DeeplyNestedElementsLoadAndGiveTheirText) {
+  constexpr int kDepth = 200000;
+  std::string open;
+  std::string close;
+  for (int i = 0; i < kDepth; ++i) {
+    open += "<a>";
+    close += "</a>";
+  }
+  EXPECT_EQ(LoadBody("<deep>" + open + close + "</deep><source><profilepath>p" + open + "q" +
+                     close + "r</profilepath></source>"),
+            hr::kOk);
+  EXPECT_EQ(settings_.sourcePath, L"pqr");
+  EXPECT_EQ(log_.messages(), Lines{});
 }
 
 }  // namespace

@@ -1,9 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "base/win32_error.h"
+#include "hive/hive_model.h"
+#include "hive/hive_writer.h"
 #include "hive/offreg_api.h"
 #include "hive_test_util.h"
 
@@ -72,16 +77,103 @@ TEST_F(OffregKeys, RootHandleRules) {
   EXPECT_EQ(tw_ORCreateKey(hive_, L"", nullptr, 0, nullptr, &key, nullptr), err::kInvalidParameter);
 }
 
-TEST_F(OffregKeys, OpenWithEmptyNameGivesTheSameHandle) {
+TEST_F(OffregKeys, OpenWithNullNameGivesTheSameHandleAndAnEmptyNameIsRefused) {
   ORHKEY key = nullptr;
   ASSERT_EQ(tw_OROpenKey(hive_, L"zero", &key), err::kFileNotFound);  // the name is "zero\0key"
   ASSERT_EQ(tw_OROpenKey(hive_, L"weird\u2122", &key), err::kSuccess);
   ORHKEY same = nullptr;
-  EXPECT_EQ(tw_OROpenKey(key, L"", &same), err::kSuccess);
-  EXPECT_EQ(same, key);
   EXPECT_EQ(tw_OROpenKey(key, nullptr, &same), err::kSuccess);
   EXPECT_EQ(same, key);
+  // A name without a component never names the key itself: a walk that opens each enumerated
+  // name must not stand on the same key again.
+  const wchar_t nulLeading[] = {L'\0', L'k', L'e', L'y', L'\0'};
+  for (const wchar_t* name : {L"", L"\\", static_cast<const wchar_t*>(nulLeading)}) {
+    ORHKEY other = reinterpret_cast<ORHKEY>(std::uintptr_t{0x77});
+    EXPECT_EQ(tw_OROpenKey(key, name, &other), err::kInvalidParameter);
+    EXPECT_EQ(other, nullptr);
+  }
   EXPECT_EQ(tw_ORCloseKey(key), err::kSuccess);
+}
+
+// A chain of `levels` keys named "d" below `parent`, made 32 levels per call.
+void CreateChain(ORHKEY parent, std::size_t levels) {
+  ORHKEY key = parent;
+  while (levels > 0) {
+    const std::size_t step = std::min<std::size_t>(levels, 32);
+    std::wstring path = L"d";
+    for (std::size_t i = 1; i < step; ++i) path += L"\\d";
+    ORHKEY next = nullptr;
+    ASSERT_EQ(tw_ORCreateKey(key, path.c_str(), nullptr, 0, nullptr, &next, nullptr),
+              err::kSuccess);
+    if (key != parent) tw_ORCloseKey(key);
+    key = next;
+    levels -= step;
+  }
+  if (key != parent) tw_ORCloseKey(key);
+}
+
+// The key `levels` levels of "d" below `hive`, opened one level at a time; null where an open
+// failed, with that failure in `error`.
+ORHKEY OpenChain(ORHKEY hive, std::size_t levels, DWORD* error) {
+  ORHKEY key = hive;
+  for (std::size_t level = 1; level <= levels; ++level) {
+    ORHKEY next = nullptr;
+    *error = tw_OROpenKey(key, L"d", &next);
+    if (key != hive) tw_ORCloseKey(key);
+    if (*error != err::kSuccess) return nullptr;
+    key = next;
+  }
+  return key;
+}
+
+TEST(OffregKeyDepth, NoKeyIsCreatedMoreThan512LevelsBelowTheRoot) {
+  ORHKEY hive = nullptr;
+  ASSERT_EQ(tw_ORCreateHive(&hive), err::kSuccess);
+  CreateChain(hive, 511);
+  DWORD error = 0;
+  ORHKEY deep = OpenChain(hive, 511, &error);
+  ASSERT_NE(deep, nullptr) << error;
+  ORHKEY key = nullptr;
+  EXPECT_EQ(tw_ORCreateKey(deep, L"d\\d", nullptr, 0, nullptr, &key, nullptr),
+            err::kInvalidParameter);
+  ASSERT_EQ(tw_ORCreateKey(deep, L"d", nullptr, 0, nullptr, &key, nullptr), err::kSuccess);
+  ORHKEY below = nullptr;
+  EXPECT_EQ(tw_ORCreateKey(key, L"d", nullptr, 0, nullptr, &below, nullptr),
+            err::kInvalidParameter);
+  EXPECT_EQ(below, nullptr);
+  tw_ORCloseKey(key);
+  tw_ORCloseKey(deep);
+  EXPECT_EQ(tw_ORCloseHive(hive), err::kSuccess);
+}
+
+TEST(OffregKeyDepth, AKeyDeeperThan512LevelsInAHiveFileIsNeverOpened) {
+  // A chain of 600 keys, written by the engine's own writer (which has no such limit).
+  Key root;
+  root.name = L"ROOT";
+  Key* last = &root;
+  for (int level = 1; level <= 600; ++level) {
+    auto child = std::make_unique<Key>();
+    child->name = L"d";
+    child->parent = last;
+    last->children.push_back(std::move(child));
+    last = last->children.back().get();
+  }
+  testing::TempFolder folder;
+  testing::WriteBytes(folder / "deep.dat", SerializeHive(root, 5, L"deep.dat", 0));
+  ORHKEY hive = nullptr;
+  ASSERT_EQ(tw_OROpenHive(Wide(folder / "deep.dat").c_str(), &hive), err::kSuccess);
+  DWORD error = 0;
+  ORHKEY deepest = OpenChain(hive, 512, &error);
+  ASSERT_NE(deepest, nullptr) << error;
+  ORHKEY below = reinterpret_cast<ORHKEY>(std::uintptr_t{0x77});
+  EXPECT_EQ(tw_OROpenKey(deepest, L"d", &below), err::kInvalidParameter);
+  EXPECT_EQ(below, nullptr);
+  tw_ORCloseKey(deepest);
+  // A path that reaches past the limit in one call is refused too.
+  std::wstring path = L"d";
+  for (int i = 1; i < 513; ++i) path += L"\\d";
+  EXPECT_EQ(tw_OROpenKey(hive, path.c_str(), &below), err::kInvalidParameter);
+  EXPECT_EQ(tw_ORCloseHive(hive), err::kSuccess);
 }
 
 TEST_F(OffregKeys, ClosedGarbageAndMinusOneHandlesAreInvalid) {

@@ -171,5 +171,25 @@ TEST_F(KeyTreeSecurityTest, AChildThatCannotBeOpenedEndsTheWalkOfItsLevel) {
   EXPECT_THAT(SavedDacl("/Tree"), HasSubstr("S-1-5-21-4-4-4-1004"));
 }
 
+// A child whose name begins with NUL (a damaged hive, made here by patching the bytes hivex
+// wrote) cannot be opened by that name: the walk logs it and ends that level, instead of
+// standing on the parent again until the stack runs out.
+TEST(KeyTreeSecurityHostileTest, AChildNameBeginningWithNulEndsTheWalkOfItsLevel) {
+  RegistryTestBed bed;
+  const std::filesystem::path file = bed.folder.path() / "nul.dat";
+  MakeHive(file, "[\\Tree]\n\n[\\Tree\\!nulkey]\n\n[\\Tree\\Later]\n\n");
+  ASSERT_TRUE(testing::ReplaceUniqueBytes(file, "!nulkey", std::string("\0nulkey", 7)));
+  COffregWrapper& offreg = bed.fake.offreg();
+  OrKey hive = nullptr;
+  ASSERT_EQ(offreg.OROpenHive(WinPath(file).c_str(), &hive), 0u);
+  OrKey tree = nullptr;
+  ASSERT_EQ(offreg.OROpenKey(hive, L"Tree", &tree), 0u);
+  std::vector<std::uint8_t> descriptor = MakeDescriptor(nullptr, {L"S-1-5-18"});
+  EXPECT_EQ(SetKeyTreeSecurity(bed.context, tree, descriptor.data(), true), 0);
+  EXPECT_THAT(bed.log.messages(), ElementsAre(L"Failed to open sub key (0x80070057): "));
+  offreg.ORCloseKey(tree);
+  offreg.ORCloseHive(hive);
+}
+
 }  // namespace
 }  // namespace tw

@@ -351,5 +351,60 @@ TEST_F(KeyCopyTest, EnumerationErrorsEndTheirLoopsWithTheKeyName) {
   EXPECT_FALSE(HasKey(target, L"Software\\Vendor\\App"));
 }
 
+// A sub key whose name begins with NUL (as in a damaged hive; made here by patching the bytes of
+// a hive hivexregedit wrote): the engine refuses to open it by that name, so it fails as a sub
+// key that cannot be opened (logged as the C string it is, empty) and its later siblings are not
+// copied; the walk never stands on its parent again.
+TEST_F(KeyCopyTest, ASubKeyNameBeginningWithNulFailsThatSubKeyAndEndsItsSiblings) {
+  MakeHive(bed.folder.path() / "source.dat",
+           "[\\Parent]\n\"Top\"=dword:00000001\n\n"
+           "[\\Parent\\!nulkey]\n\"V\"=dword:00000002\n\n"
+           "[\\Parent\\!nulkey\\Below]\n\n"
+           "[\\Parent\\Later]\n\"V\"=dword:00000003\n\n");
+  ASSERT_TRUE(testing::ReplaceUniqueBytes(bed.folder.path() / "source.dat", "!nulkey",
+                                          std::string("\0nulkey", 7)));
+  MakeHive(bed.folder.path() / "target.dat", "");
+  ASSERT_EQ(
+      bed.fake.offreg().OROpenHive(WinPath(bed.folder.path() / "source.dat").c_str(), &source), 0u);
+  ASSERT_EQ(
+      bed.fake.offreg().OROpenHive(WinPath(bed.folder.path() / "target.dat").c_str(), &target), 0u);
+  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Parent"), 0);
+  EXPECT_THAT(Messages(),
+              ElementsAre(L"Failed to open source registry key (0x80070057), skipping this key: ",
+                          L"Failed to copy registry key to target hive (0x80070057): Parent/"));
+  EXPECT_TRUE(HasKey(target, L"Parent"));
+  EXPECT_FALSE(HasKey(target, L"Parent\\Later"));
+  OrKey parent = nullptr;
+  ASSERT_EQ(bed.fake.offreg().OROpenKey(target, L"Parent", &parent), 0u);
+  OrDword subKeys = 0;
+  OrDword values = 0;
+  EXPECT_EQ(bed.fake.offreg().ORQueryInfoKey(parent, nullptr, nullptr, &subKeys, nullptr, nullptr,
+                                             &values, nullptr, nullptr, nullptr, nullptr),
+            0u);
+  EXPECT_EQ(subKeys, 0u);
+  EXPECT_EQ(values, 1u);  // "Top": values come before the sub keys
+  bed.fake.offreg().ORCloseKey(parent);
+}
+
+// A chain of keys deeper than 512 levels: the copy stops where the engine refuses to open a key
+// (Windows' own limit), through the failure of a sub key that cannot be opened.
+TEST_F(KeyCopyTest, AChainDeeperThanTheRegistryLimitIsCopiedDownToTheLimit) {
+  std::string key = "\\Chain";
+  std::string reg = "[" + key + "]\n\n";
+  for (int level = 2; level <= 520; ++level) {
+    key += "\\d";
+    reg += "[" + key + "]\n\n";
+  }
+  Build(reg, "");
+  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Chain"), 0);
+  EXPECT_THAT(Messages(),
+              ElementsAre(L"Failed to open source registry key (0x80070057), skipping this key: d",
+                          L"Failed to copy registry key to target hive (0x80070057): d/d"));
+  std::wstring deepest = L"Chain";
+  for (int level = 2; level <= 512; ++level) deepest += L"\\d";
+  EXPECT_TRUE(HasKey(target, deepest.c_str()));
+  EXPECT_FALSE(HasKey(target, (deepest + L"\\d").c_str()));
+}
+
 }  // namespace
 }  // namespace tw
