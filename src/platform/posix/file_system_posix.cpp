@@ -28,6 +28,7 @@
 #include "platform/posix/folder_tree_posix.h"
 #include "platform/posix/native_path.h"
 #include "platform/posix/object_security.h"
+#include "platform/posix/open_file_identity.h"
 
 namespace tw {
 namespace {
@@ -357,6 +358,11 @@ class PosixFileSystem final : public FileSystem {
     return posix::DeleteNativeTree(native);
   }
 
+  bool StatHandle(FileHandle handle, struct stat& info) {
+    const std::shared_ptr<OpenFileEntry> entry = Find(handle);
+    return entry && ::fstat(entry->fd, &info) == 0;
+  }
+
  private:
   // Open for an object that must exist, asking for no data writes, with backup semantics: files
   // and folders open alike, so the object needs no look before it is opened. O_NONBLOCK keeps a
@@ -396,9 +402,19 @@ class PosixFileSystem final : public FileSystem {
 
 }  // namespace
 
-FileSystem& ProcessFileSystem() {
+namespace {
+
+PosixFileSystem& ProcessPosixFileSystem() {
   static PosixFileSystem fileSystem;
   return fileSystem;
+}
+
+}  // namespace
+
+FileSystem& ProcessFileSystem() { return ProcessPosixFileSystem(); }
+
+bool posix::StatOpenFile(FileHandle handle, struct stat& info) {
+  return ProcessPosixFileSystem().StatHandle(handle, info);
 }
 
 }  // namespace tw

@@ -37,6 +37,38 @@ std::map<std::string, ModuleFunction> Exports(std::initializer_list<const char*>
   return functions;
 }
 
+// The platform's document, with its Close calls counted.
+class TrackedDocument final : public XmlDocument {
+ public:
+  HResult Create() override { return inner_->Create(); }
+  HResult Load(std::wstring_view path) override { return inner_->Load(path); }
+  HResult GetDocumentElement(std::unique_ptr<XmlElement>& element) override {
+    return inner_->GetDocumentElement(element);
+  }
+  void Close() override {
+    ++closes;
+    inner_->Close();
+  }
+  int closes = 0;
+
+ private:
+  std::unique_ptr<XmlDocument> inner_ = NewXmlDocument();
+};
+
+// COM that notes, at each CoUninitialize, how often the document had been released by then.
+class OrderedComRuntime final : public testing::FakeComRuntime {
+ public:
+  explicit OrderedComRuntime(const TrackedDocument& document) : document_(document) {}
+  void Uninitialize() override {
+    FakeComRuntime::Uninitialize();
+    closesAtUninitialize.push_back(document_.closes);
+  }
+  std::vector<int> closesAtUninitialize;
+
+ private:
+  const TrackedDocument& document_;
+};
+
 // One call of the per-profile migration as the loop made it.
 struct MigrateCall {
   std::wstring source;
@@ -55,13 +87,14 @@ class RunFlowTest : public ::testing::Test {
   // A binding whose userenv and offline-registry tables are complete or missing. The binding's
   // own log lines are kept out of the test's capture.
   void Bind(bool userenvBound, bool offregComplete) {
-    if (userenvBound) loader_.AddModule(L"userenv.dll", Exports({"CreateProfile", "DeleteProfileW"}));
+    if (userenvBound)
+      loader_.AddModule(L"userenv.dll", Exports({"CreateProfile", "DeleteProfileW"}));
     if (offregComplete) {
-      loader_.AddModule(L"offreg.dll",
-                        Exports({"OROpenHive", "ORCloseHive", "ORSaveHive", "OROpenKey",
-                                 "ORCloseKey", "ORCreateKey", "ORQueryInfoKey", "OREnumKey",
-                                 "ORGetKeySecurity", "ORSetKeySecurity", "ORGetValue",
-                                 "ORSetValue", "OREnumValue"}));
+      loader_.AddModule(
+          L"offreg.dll",
+          Exports({"OROpenHive", "ORCloseHive", "ORSaveHive", "OROpenKey", "ORCloseKey",
+                   "ORCreateKey", "ORQueryInfoKey", "OREnumKey", "ORGetKeySecurity",
+                   "ORSetKeySecurity", "ORGetValue", "ORSetValue", "OREnumValue"}));
     }
     testing::LogCapture bindingLog;
     offreg_ = std::make_unique<COffregWrapper>(loader_);
@@ -75,19 +108,22 @@ class RunFlowTest : public ::testing::Test {
   int Run(std::vector<std::wstring> args, bool userenvBound = true, bool offregComplete = true) {
     if (!offreg_) Bind(userenvBound, offregComplete);
     args.insert(args.begin(), L"tarnwick.exe");
-    std::unique_ptr<XmlDocument> document = NewXmlDocument();
-    RunServices services{console_, com_,     files_,  *document,
-                         security_, *offreg_, nullptr, [this](MigrationContext& context,
-                                                              const std::wstring& source,
-                                                              std::uint32_t sourceVersion,
-                                                              std::wstring& target,
-                                                              std::uint32_t targetVersion) {
-                           EXPECT_EQ(context.settings->sourcePath.empty(), false);
-                           calls_.push_back({source, sourceVersion, targetVersion});
-                           target = source + L".target";
-                           const auto result = results_.find(source);
-                           return result == results_.end() ? HResult{0} : result->second;
-                         }};
+    RunServices services{
+        console_,
+        com_,
+        files_,
+        document_,
+        security_,
+        *offreg_,
+        nullptr,
+        [this](MigrationContext& context, const std::wstring& source, std::uint32_t sourceVersion,
+               std::wstring& target, std::uint32_t targetVersion) {
+          EXPECT_EQ(context.settings->sourcePath.empty(), false);
+          calls_.push_back({source, sourceVersion, targetVersion});
+          target = source + L".target";
+          const auto result = results_.find(source);
+          return result == results_.end() ? HResult{0} : result->second;
+        }};
     return RunTarnwick(args, services);
   }
 
@@ -95,7 +131,8 @@ class RunFlowTest : public ::testing::Test {
   static std::wstring Line(const std::wstring& text) { return text + L"\r\n"; }
 
   testing::FakeConsole console_;
-  testing::FakeComRuntime com_;
+  TrackedDocument document_;
+  OrderedComRuntime com_{document_};
   testing::FakeFileSystem files_;
   testing::FakeSecurityPort security_;
   testing::FakeModuleLoader loader_;
@@ -139,6 +176,7 @@ TEST_F(RunFlowTest, ParseFailureReportsAndReleasesCom) {
   EXPECT_THAT(log_.messages(), ElementsAre(kStart, message));
   EXPECT_EQ(com_.initializeCalls, 1);
   EXPECT_EQ(com_.uninitializeCalls, 1);
+  EXPECT_THAT(com_.closesAtUninitialize, ElementsAre(1));  // the document went first
 }
 
 TEST_F(RunFlowTest, UnknownArgumentIsReportedAsTyped) {
@@ -151,12 +189,14 @@ TEST_F(RunFlowTest, UnknownArgumentIsReportedAsTyped) {
 TEST_F(RunFlowTest, V2WildcardWithoutModeIsRefused) {
   EXPECT_EQ(Run({L"/s:D:\\Profiles\\*.V2"}), -1);
   const std::wstring message =
-      std::wstring(L"Source profile is V2. /V2toV5 or /V2toV6 option must be specified for V2 to "
-                   L"V5 or V2 to V6 or V5 to V6\r\n") +
+      std::wstring(
+          L"Source profile is V2. /V2toV5 or /V2toV6 option must be specified for V2 to "
+          L"V5 or V2 to V6 or V5 to V6\r\n") +
       kExitBanner;
   EXPECT_THAT(log_.messages(), ElementsAre(kStart, message));
   EXPECT_EQ(console_.text(), Line(kStart) + Line(message));
   EXPECT_EQ(com_.uninitializeCalls, 1);
+  EXPECT_THAT(com_.closesAtUninitialize, ElementsAre(1));
 }
 
 TEST_F(RunFlowTest, V5SuffixIsRefusedWithItsAdvice) {
@@ -208,6 +248,7 @@ TEST_F(RunFlowTest, DefaultModeWithIncompleteOfflineRegistry) {
   EXPECT_EQ(log_.messages().back(),
             std::wstring(L"Offline registry APIs are not available\r\n") + kExitBanner);
   EXPECT_EQ(com_.uninitializeCalls, 1);
+  EXPECT_THAT(com_.closesAtUninitialize, ElementsAre(1));
 }
 
 TEST_F(RunFlowTest, PercentInPathIsReportedVerbatim) {
@@ -229,8 +270,8 @@ TEST_F(RunFlowTest, PrivilegesAreEnabledInOrderWithoutTakeOwnership) {
 TEST_F(RunFlowTest, TakeOwnershipAddsItsPrivilegeLast) {
   AddProfile(L"\\\\srv\\p\\alice");
   EXPECT_EQ(Run({L"/s:\\\\srv\\p\\alice", L"/takeownership"}), 0);
-  EXPECT_THAT(security_.privilegeCalls(),
-              ElementsAre(L"SeBackupPrivilege", L"SeRestorePrivilege", L"SeTakeOwnershipPrivilege"));
+  EXPECT_THAT(security_.privilegeCalls(), ElementsAre(L"SeBackupPrivilege", L"SeRestorePrivilege",
+                                                      L"SeTakeOwnershipPrivilege"));
 }
 
 TEST_F(RunFlowTest, PrivilegeNotHeldGoesOnWithoutAMessage) {
@@ -254,6 +295,7 @@ TEST_F(RunFlowTest, TokenThatCannotBeOpenedEndsTheRun) {
   EXPECT_EQ(console_.text(), Line(kStart) + Line(message));
   EXPECT_TRUE(calls_.empty());
   EXPECT_EQ(com_.uninitializeCalls, 1);
+  EXPECT_THAT(com_.closesAtUninitialize, ElementsAre(1));
 }
 
 TEST_F(RunFlowTest, PrivilegeThatCannotBeEnabledEndsTheRun) {
@@ -279,6 +321,7 @@ TEST_F(RunFlowTest, V1LoopMigratesEachProfileAsV1ToV2WithItsOwnLineBreakSummary)
   EXPECT_THAT(log_.messages(), ElementsAre(kStart, exitBanner, summary));
   EXPECT_EQ(console_.text(), Line(kStart) + Line(exitBanner) + Line(summary));
   EXPECT_EQ(com_.uninitializeCalls, 1);
+  EXPECT_THAT(com_.closesAtUninitialize, ElementsAre(1));  // the document went first
 }
 
 TEST_F(RunFlowTest, V6SelectionRunsAsV1ToV2) {
@@ -300,12 +343,12 @@ TEST_F(RunFlowTest, SuffixLoopAnnouncesEachProfileAndUsesTheModeVersions) {
   const std::wstring bob = L"\\\\srv\\p\\bob.V5";
   const std::wstring exitBanner = L"---------- Exiting tarnwick.exe (return 0) ----------";
   const std::wstring summary = L"2 profiles were migrated from \\\\srv\\p\\*.v5.";
-  EXPECT_THAT(log_.messages(), ElementsAre(kStart, L"Migrating profile: " + calls_[0].source,
-                                           L"Migrating profile: " + calls_[1].source, exitBanner,
-                                           summary));
-  EXPECT_EQ(console_.text(), Line(kStart) + L"Migrating profile: " + calls_[0].source +
-                                 L"...\r\n" + L"Migrating profile: " + calls_[1].source +
-                                 L"...\r\n" + Line(exitBanner) + Line(summary));
+  EXPECT_THAT(log_.messages(),
+              ElementsAre(kStart, L"Migrating profile: " + calls_[0].source,
+                          L"Migrating profile: " + calls_[1].source, exitBanner, summary));
+  EXPECT_EQ(console_.text(), Line(kStart) + L"Migrating profile: " + calls_[0].source + L"...\r\n" +
+                                 L"Migrating profile: " + calls_[1].source + L"...\r\n" +
+                                 Line(exitBanner) + Line(summary));
   EXPECT_TRUE((calls_[0].source == alice && calls_[1].source == bob) ||
               (calls_[0].source == bob && calls_[1].source == alice));
 }
@@ -332,8 +375,7 @@ TEST_F(RunFlowTest, FinishedTargetsCountAsFailuresAndTheBare183DoesNot) {
   results_[L"\\\\srv\\p\\done"] = hr::kAlreadyExists;
   EXPECT_EQ(Run({L"/s:\\\\srv\\p\\done"}), -1);
   EXPECT_THAT(log_.messages(),
-              ElementsAre(kStart,
-                          L"Failed migrating profile (0x800700B7): \\\\srv\\p\\done",
+              ElementsAre(kStart, L"Failed migrating profile (0x800700B7): \\\\srv\\p\\done",
                           L"---------- Exiting tarnwick.exe (return -1) ----------",
                           L"The source does not contain any profiles to migrate: "
                           L"\\\\srv\\p\\done\r\n"));
@@ -343,8 +385,7 @@ TEST_F(RunFlowTest, Bare183ReportsTheTargetAndKeepsTheReturnValue) {
   AddProfile(L"\\\\srv\\p\\again");
   results_[L"\\\\srv\\p\\again"] = 183;
   EXPECT_EQ(Run({L"/s:\\\\srv\\p\\again"}), 0);
-  EXPECT_EQ(log_.messages().at(1),
-            L"Target profile already exists: \\\\srv\\p\\again.target");
+  EXPECT_EQ(log_.messages().at(1), L"Target profile already exists: \\\\srv\\p\\again.target");
 }
 
 TEST_F(RunFlowTest, SourceAndTargetCodesReportTheirPaths) {
