@@ -1,9 +1,9 @@
 // The network port over sensapi's IsNetworkAlive, ntdll's native file functions (looked up at
 // run time on each test, as the system's documentation asks for these functions) and the thread
-// impersonation calls of advapi32. Both libraries come from the system folder only
-// (system_library.h): sensapi.dll is bound at run time rather than imported, as an imported
-// library that is not one of the system's known libraries is searched for in the program's
-// folder first.
+// impersonation calls of advapi32. Deliberate deviation: both libraries come from the system
+// folder only (system_library.h), never by bare name; sensapi.dll is bound at run time rather
+// than imported, as an imported library that is not one of the system's known libraries is
+// searched for in the program's folder first.
 #include <string>
 
 #include "platform/network_port.h"
