@@ -89,7 +89,7 @@ CDebugLog::CDebugLog(FileSystem& fileSystem, SystemServices& system, std::wstrin
 CDebugLog::~CDebugLog() {
   const std::lock_guard<std::mutex> guard(lock);
   for (const auto& [path, handle] : openFiles) {
-    if (handle != kInvalidFileHandle) fileSystem_.Close(handle);
+    if (handle != kInvalidFileHandle && handle != kClosedFileHandle) fileSystem_.Close(handle);
   }
 }
 
@@ -153,7 +153,9 @@ HResult CDebugLog::WriteLine(std::wstring_view name, std::wstring_view message) 
       handle = reopened;
     } else {
       // Deliberate: the map keeps the old, now closed handle, so this write and every later
-      // write to this path fail instead of opening the file again.
+      // write to this path fail instead of opening the file again. It keeps it as
+      // kClosedFileHandle: Windows may give the closed value to the next object opened.
+      openFiles[path] = kClosedFileHandle;
       result = HResultFromWin32(error);
       handle = kInvalidFileHandle;
     }

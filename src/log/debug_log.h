@@ -77,8 +77,8 @@ class CDebugLog : public CReferenceCount, public LogWriter {
   FileSystem& fileSystem_;
   SystemServices& system_;
 
-  // The specified fields, in their order. Full log path -> its open handle (or a handle left
-  // behind closed by a failed rotation; see WriteEntry).
+  // The specified fields, in their order. Full log path -> its open handle (or
+  // kClosedFileHandle for the handle a failed rotation closed; see WriteEntry).
   std::unordered_map<std::wstring, FileHandle, LogPathHash, LogPathEqual> openFiles;
   // Serialises every write and the destructor's clean-up. The critical section of the Windows
   // design; std::mutex is one on every platform (it cannot fail to be created, so the

@@ -3,10 +3,12 @@
 // in GetLastError() (err::kSuccess when it succeeds), so the core's messages and result codes are
 // the same everywhere. Paths are Windows-form ("C:\dir\file", "\\server\share\file").
 //
-// Handles are opaque ids, not RAII objects: the log keeps a handle it has already closed in its
-// map on purpose (a write through it must then fail as on Windows), which an owning wrapper could
-// not express. An id is never reused by the POSIX adapter, so a closed id stays invalid; on
-// Windows it is the HANDLE value itself. UniqueFileHandle below owns one where ownership is wanted.
+// Handles are opaque ids, not RAII objects: the log keeps a closed handle in its map on purpose
+// (a write through it must then fail as on Windows), which an owning wrapper could not express.
+// On Windows an id is the HANDLE value itself, and the system hands a closed value out again for
+// the next object it opens; so what is kept is never the closed value but kClosedFileHandle,
+// which no adapter ever gives to an open file. UniqueFileHandle below owns one where ownership is
+// wanted.
 // Implementations are safe to call from any thread.
 #pragma once
 
@@ -21,6 +23,10 @@ namespace tw {
 // An open file; kInvalidFileHandle is INVALID_HANDLE_VALUE.
 using FileHandle = std::uintptr_t;
 constexpr FileHandle kInvalidFileHandle = ~FileHandle{0};
+// Stands for a handle that was closed and is kept all the same: never an open file (NULL on
+// Windows, never issued by the POSIX adapter or the fake). Every operation given it fails with
+// kInvalidHandle, as one given a closed handle does, without calling the system.
+constexpr FileHandle kClosedFileHandle = 0;
 
 // The FILE_ATTRIBUTE_* bits, with the Win32 values.
 namespace file_attr {

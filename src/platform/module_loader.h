@@ -1,4 +1,4 @@
-// Module port: loading a library at run time and finding its functions by name (LoadLibraryW,
+// Module port: loading a library at run time and finding its functions by name (LoadLibraryExW,
 // GetProcAddress, FreeLibrary). The offline-registry binding loads its two libraries through it,
 // so a test can bind a wrapper over any table of functions, including one with holes.
 // Implementations are safe to call from any thread.
@@ -13,6 +13,15 @@ namespace tw {
 using ModuleHandle = std::uintptr_t;
 constexpr ModuleHandle kNoModule = 0;
 
+// Where Load looks for a library. Never the current folder or PATH: a library planted there would
+// run with the program's backup and restore rights.
+enum class ModuleSearch : std::uint8_t {
+  // The system folder (System32) only.
+  kSystemFolder,
+  // The system folder, else the folder of the running program.
+  kSystemThenApplicationFolder,
+};
+
 // A function found in a module, untyped (FARPROC). The caller converts it back to the type the
 // module gives the function; a function pointer survives the round trip through this type.
 using ModuleFunction = void (*)();
@@ -26,8 +35,10 @@ class ModuleLoader {
   ModuleLoader& operator=(ModuleLoader&&) = delete;
   virtual ~ModuleLoader() = default;
 
-  // LoadLibraryW(name): the loaded module, or kNoModule when it cannot be loaded.
-  virtual ModuleHandle Load(std::wstring_view name) = 0;
+  // LoadLibraryExW(name, NULL, the search flag of `search`): the loaded module, or kNoModule
+  // when it cannot be loaded. kSystemThenApplicationFolder is two loads, the system folder's
+  // first (one call with both flags would search the program's folder first).
+  virtual ModuleHandle Load(std::wstring_view name, ModuleSearch search) = 0;
 
   // GetProcAddress(module, name): the exported function, or null when the module has none of
   // that name.

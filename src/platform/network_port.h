@@ -44,9 +44,9 @@ class NetworkPort {
   // IsNetworkAlive(&flags). Returns false when the call fails (flags are then meaningless).
   virtual bool QueryNetworkAlive(std::uint32_t& flags) = 0;
 
-  // LoadLibraryW("NTDLL.dll") and GetProcAddress of "NtCreateFile", "NtClose" and
-  // "RtlInitUnicodeString". Returns false when the library or any of the three is missing; the
-  // library is then already freed.
+  // LoadLibraryExW("NTDLL.dll") from the system folder only, and GetProcAddress of "NtCreateFile",
+  // "NtClose" and "RtlInitUnicodeString". Returns false when the library or any of the three is
+  // missing; the library is then already freed.
   virtual bool LoadNativeFileApi() = 0;
 
   // FreeLibrary of the library a successful LoadNativeFileApi loaded.

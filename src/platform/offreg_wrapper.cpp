@@ -18,12 +18,17 @@ void Bind(ModuleLoader& loader, ModuleHandle module, const char* name, Function&
 COffregWrapper::COffregWrapper() : COffregWrapper(ProcessModuleLoader()) {}
 
 COffregWrapper::COffregWrapper(ModuleLoader& loader) : loader_(loader) {
-  userenvModule = loader_.Load(L"userenv.dll");
+  // Deliberate deviation: the libraries are not loaded by bare name (which searches the
+  // program's folder and the current folder first), so a userenv.dll or offreg.dll planted there
+  // cannot run with the program's rights. userenv.dll is part of Windows and comes from the
+  // system folder only; offreg.dll, which is redistributed, from the system folder, else from
+  // the program's folder.
+  userenvModule = loader_.Load(L"userenv.dll", ModuleSearch::kSystemFolder);
   Bind(loader_, userenvModule, "CreateProfile", CreateProfile);
   Bind(loader_, userenvModule, "DeleteProfileW", DeleteProfileW);
   if (!IsUserenvBound()) Log(L"Failed getting userenv.dll function pointers");
 
-  offregModule = loader_.Load(L"offreg.dll");
+  offregModule = loader_.Load(L"offreg.dll", ModuleSearch::kSystemThenApplicationFolder);
   Bind(loader_, offregModule, "OROpenHive", OROpenHive);
   Bind(loader_, offregModule, "ORCloseHive", ORCloseHive);
   Bind(loader_, offregModule, "ORSaveHive", ORSaveHive);

@@ -123,6 +123,16 @@ class SecurityPort {
   // Asking for nothing succeeds without touching the object.
   virtual err::Win32Error WriteNamedSecurity(std::wstring_view path,
                                              const SecurityWrite& write) = 0;
+  // SetSecurityInfo(handle, SE_FILE_OBJECT, what `write` asks for, owner, NULL, dacl, NULL) on a
+  // handle of the file-system port opened with WRITE_OWNER and WRITE_DAC as the write needs them
+  // (and backup semantics), with the same request and result rules as WriteNamedSecurity: the
+  // security lands on the object the handle holds open, whatever its name names by now. `path`
+  // is the name the handle was opened with: the Win32 adapter ignores it; the POSIX adapter
+  // writes through the name only while it still names the object the handle holds (same device
+  // and inode), and fails with kInvalidHandle for a handle that is not open and with
+  // kAccessDenied when the name has come to stand for another object.
+  virtual err::Win32Error WriteOpenedObjectSecurity(FileHandle handle, std::wstring_view path,
+                                                    const SecurityWrite& write) = 0;
 
   // CreateDirectoryW(path, &attributes) with SECURITY_ATTRIBUTES {24, a self-relative copy of
   // `sd` (none when null), FALSE}. The new folder gets the descriptor's owner and DACL; without

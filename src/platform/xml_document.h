@@ -63,6 +63,11 @@ class XmlDocument {
   // get_documentElement: S_OK with `element` set; S_FALSE with `element` reset when the loaded
   // file did not parse; a failure code when the call fails.
   virtual HResult GetDocumentElement(std::unique_ptr<XmlElement>& element) = 0;
+
+  // Releases the document and everything the adapter holds for it (on Windows the MSXML
+  // objects, which belong to COM: the run releases them before CoUninitialize). Elements handed
+  // out before must be gone. Create may be called again afterwards.
+  virtual void Close() = 0;
 };
 
 // A new, not yet created document of the platform's real adapter.

@@ -100,12 +100,16 @@ err::Win32Error SaveTargetHive(MigrationContext& context, OrKey& hive, std::int3
     return restored;
   }
 
-  // 9. Open the new file for writing its security.
+  // 9. Open the new file for writing its security: GENERIC_WRITE | WRITE_DAC | WRITE_OWNER,
+  // FILE_SHARE_READ, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | FILE_ATTRIBUTE_NORMAL.
   FileOpenRequest request;
   request.read = false;
   request.write = true;
+  request.otherAccess = file_access::kWriteDac | file_access::kWriteOwner;
   request.shareRead = true;
   request.disposition = CreationDisposition::kOpenExisting;
+  request.attributes = file_attr::kNormal;
+  request.backupSemantics = true;
   FileHandle opened = kInvalidFileHandle;
   const err::Win32Error openError = files.Open(hiveFilePath, request, opened);
   if (openError != err::kSuccess) {
@@ -118,25 +122,27 @@ err::Win32Error SaveTargetHive(MigrationContext& context, OrKey& hive, std::int3
   err::Win32Error lastError = err::kSuccess;
   const security::SecurityDescriptor kept = savedSecurity.ToAbsolute();
 
-  // 10. The owner, when the saved descriptor has one.
+  // 10. The owner, when the saved descriptor has one, set on the open handle (SetSecurityInfo).
   if (kept.owner.has_value()) {
     SecurityWrite ownerWrite;
     ownerWrite.writeOwner = true;
     ownerWrite.owner = kept.owner;
     const err::Win32Error ownerError =
-        context.security.WriteNamedSecurity(hiveFilePath, ownerWrite);
+        context.security.WriteOpenedObjectSecurity(file.get(), hiveFilePath, ownerWrite);
     if (ownerError != err::kSuccess) {
       Log(L"Failed setting owner SID (0x%08X): %s", HResultFromWin32(ownerError), hiveFilePath);
       lastError = ownerError;
     }
   }
 
-  // 11. The DACL; one that is present but null, or absent, is written as the NULL DACL.
+  // 11. The DACL, on the same handle; one that is present but null, or absent, is written as the
+  // NULL DACL.
   SecurityWrite daclWrite;
   daclWrite.writeDacl = true;
   if (kept.HasDacl()) daclWrite.dacl = kept.dacl;
   daclWrite.protection = DaclProtection::kKeep;
-  const err::Win32Error daclError = context.security.WriteNamedSecurity(hiveFilePath, daclWrite);
+  const err::Win32Error daclError =
+      context.security.WriteOpenedObjectSecurity(file.get(), hiveFilePath, daclWrite);
   if (daclError != err::kSuccess) {
     Log(L"Failed setting DACL (0x%08X): %s", HResultFromWin32(daclError), hiveFilePath);
     lastError = daclError;

@@ -39,14 +39,14 @@ bool HiveFormatForVersion(std::int32_t targetVersion, HiveFormatVersion& format)
 //  8. the temporary file is deleted and the saved attributes are put back;
 //  9. the hive file is opened for writing (GENERIC_WRITE | WRITE_DAC | WRITE_OWNER, backup
 //     semantics);
-// 10. the saved owner is written when the saved descriptor has one; a failure is logged and the
-//     DACL still follows;
-// 11. the saved DACL is written (a present but null DACL, or none at all, as the NULL DACL);
+// 10. the saved owner is set on that handle (SetSecurityInfo) when the saved descriptor has
+//     one; a failure is logged and the DACL still follows;
+// 11. the saved DACL is set on the same handle (a present but null DACL, or none at all, as the
+//     NULL DACL);
 // 12. the file is closed and, when no error is pending, the saved file is re-opened into `hive`.
 // Returns a Win32 error code (0 on success), not an HRESULT: the error that ended the save, or
 // the last one of steps 10 to 12 (an owner or DACL that could not be written, a failed
-// re-open). Writing the owner and DACL "through the handle" is done by name while the handle is
-// open: the ports write security by name only.
+// re-open).
 err::Win32Error SaveTargetHive(MigrationContext& context, OrKey& hive, std::int32_t targetVersion,
                                const std::wstring& hiveFilePath);
 

@@ -19,6 +19,13 @@ namespace {
 
 constexpr int kExitFailure = -1;
 
+// CoUninitialize, after the configuration document is released: the MSXML objects belong to
+// COM and must not outlive it.
+void EndCom(RunServices& services) {
+  services.configDocument.Close();
+  services.com.Uninitialize();
+}
+
 bool IsVersionMode(std::int32_t source, std::int32_t target) {
   return (source == 2 && target == 5) || (source == 2 && target == 6) ||
          (source == 5 && target == 6);
@@ -99,7 +106,7 @@ int RunTarnwick(std::span<const std::wstring> args, RunServices& services) {
     Report(console,
            L"Failed parsing command line args, exiting\r\n---------- Exiting tarnwick.exe "
            L"(return -1) ----------");
-    services.com.Uninitialize();
+    EndCom(services);
     return kExitFailure;
   }
 
@@ -109,7 +116,7 @@ int RunTarnwick(std::span<const std::wstring> args, RunServices& services) {
   }
 
   if (!CheckModeAndBinding(settings, services)) {
-    services.com.Uninitialize();
+    EndCom(services);
     return kExitFailure;
   }
 
@@ -118,7 +125,7 @@ int RunTarnwick(std::span<const std::wstring> args, RunServices& services) {
       EnableMigrationPrivileges(services.security, settings.takeOwnership, token);
   if (Failed(privileges.code)) {
     Report(console, L"%s", privileges.message);  // no exit banner of its own
-    services.com.Uninitialize();
+    EndCom(services);
     return kExitFailure;
   }
 
@@ -132,7 +139,7 @@ int RunTarnwick(std::span<const std::wstring> args, RunServices& services) {
   const ProfileLoopOutcome outcome = RunProfileLoop(profiles, context, migrate, console);
 
   token.Close();
-  services.com.Uninitialize();
+  EndCom(services);
   Report(console, L"---------- Exiting tarnwick.exe (return %d) ----------", outcome.returnValue);
   // The summary names the source path as given, wildcard included. The loop without a suffix
   // uses formats that carry their own "\r\n", so its log entry ends in a line break and the

@@ -37,8 +37,9 @@ int FakeModuleLoader::LoadedNow() const {
   return count;
 }
 
-ModuleHandle FakeModuleLoader::Load(std::wstring_view name) {
+ModuleHandle FakeModuleLoader::Load(std::wstring_view name, ModuleSearch search) {
   loadCalls_.emplace_back(name);
+  loadSearches_.push_back(search);
   const ModuleHandle handle = HandleOf(name);
   if (handle != kNoModule) ++loadCount_[handle];
   return handle;

@@ -21,6 +21,8 @@ class FakeModuleLoader : public ModuleLoader {
 
   // Names asked for, in order (whether or not they loaded).
   const std::vector<std::wstring>& loadCalls() const { return loadCalls_; }
+  // The search each of those loads asked for, in the same order.
+  const std::vector<ModuleSearch>& loadSearches() const { return loadSearches_; }
   // Modules unloaded, in order, and modules loaded but not unloaded yet.
   const std::vector<ModuleHandle>& unloaded() const { return unloaded_; }
   int LoadedNow() const;
@@ -28,7 +30,7 @@ class FakeModuleLoader : public ModuleLoader {
   ModuleHandle HandleOf(std::wstring_view name) const;
 
   // --- the port ---
-  ModuleHandle Load(std::wstring_view name) override;
+  ModuleHandle Load(std::wstring_view name, ModuleSearch search) override;
   ModuleFunction FindFunction(ModuleHandle module, const char* name) override;
   void Unload(ModuleHandle module) override;
 
@@ -39,6 +41,7 @@ class FakeModuleLoader : public ModuleLoader {
   };
   std::vector<Module> modules_;  // handle = position + 0x100
   std::vector<std::wstring> loadCalls_;
+  std::vector<ModuleSearch> loadSearches_;
   std::vector<ModuleHandle> unloaded_;
   std::map<ModuleHandle, int> loadCount_;
 };

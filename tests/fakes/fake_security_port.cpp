@@ -96,6 +96,18 @@ err::Win32Error FakeSecurityPort::ReadOpenedObjectSecurity(FileHandle handle,
 err::Win32Error FakeSecurityPort::WriteNamedSecurity(std::wstring_view path,
                                                      const SecurityWrite& write) {
   writes_.emplace_back(std::wstring(path), write);
+  return Write(path, write);
+}
+
+err::Win32Error FakeSecurityPort::WriteOpenedObjectSecurity(FileHandle handle,
+                                                            std::wstring_view path,
+                                                            const SecurityWrite& write) {
+  openedWrites_.push_back({handle, std::wstring(path), write});
+  if (handle == kInvalidFileHandle) return err::kInvalidHandle;
+  return Write(path, write);
+}
+
+err::Win32Error FakeSecurityPort::Write(std::wstring_view path, const SecurityWrite& write) {
   if (write.writeOwner) {
     if (const err::Win32Error error = Enter(SecurityOp::kWriteOwner, path)) return error;
   }

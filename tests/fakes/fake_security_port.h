@@ -22,8 +22,8 @@ namespace tw::testing {
 enum class SecurityOp {
   kReadNamed,   // ReadNamedSecurity
   kReadOpened,  // ReadOpenedObjectSecurity
-  kWriteOwner,  // WriteNamedSecurity asking for the owner
-  kWriteDacl,   // WriteNamedSecurity asking for the DACL
+  kWriteOwner,  // WriteNamedSecurity or WriteOpenedObjectSecurity asking for the owner
+  kWriteDacl,   // WriteNamedSecurity or WriteOpenedObjectSecurity asking for the DACL
   kCreate,      // CreateFolderWithSecurity, CreateFolderPathWithSecurity, CreateFileWithSecurity
 };
 
@@ -67,6 +67,14 @@ class FakeSecurityPort : public SecurityPort {
   int Calls(SecurityOp op) const;
   // WriteNamedSecurity calls in order, failed ones included.
   const std::vector<std::pair<std::wstring, SecurityWrite>>& writes() const { return writes_; }
+  // WriteOpenedObjectSecurity calls in order, failed ones included. A write through a handle
+  // acts on the object of `path` as a write by name does (kInvalidHandle for no handle).
+  struct OpenedWrite {
+    FileHandle handle = kInvalidFileHandle;
+    std::wstring path;
+    SecurityWrite write;
+  };
+  const std::vector<OpenedWrite>& openedWrites() const { return openedWrites_; }
   // Objects created, in order.
   const std::vector<std::wstring>& created() const { return created_; }
 
@@ -80,6 +88,8 @@ class FakeSecurityPort : public SecurityPort {
   err::Win32Error ReadOpenedObjectSecurity(FileHandle handle, std::wstring_view path,
                                            security::SecurityDescriptor& sd) override;
   err::Win32Error WriteNamedSecurity(std::wstring_view path, const SecurityWrite& write) override;
+  err::Win32Error WriteOpenedObjectSecurity(FileHandle handle, std::wstring_view path,
+                                            const SecurityWrite& write) override;
   err::Win32Error CreateFolderWithSecurity(std::wstring_view path,
                                            const security::SecurityDescriptor* sd) override;
   err::Win32Error CreateFolderPathWithSecurity(std::wstring_view path,
@@ -93,12 +103,15 @@ class FakeSecurityPort : public SecurityPort {
   err::Win32Error Failure(SecurityOp op, std::wstring_view path) const;
   security::SecurityDescriptor NewObject(const security::SecurityDescriptor* sd) const;
   err::Win32Error Read(std::wstring_view path, security::SecurityDescriptor& sd) const;
+  // A write of either form, after it was recorded.
+  err::Win32Error Write(std::wstring_view path, const SecurityWrite& write);
 
   std::map<std::wstring, security::SecurityDescriptor, std::less<>> objects_;
   std::map<std::pair<SecurityOp, std::wstring>, err::Win32Error> failures_;
   std::map<SecurityOp, int> calls_;
   std::vector<std::wstring> privilegeCalls_;
   std::vector<std::pair<std::wstring, SecurityWrite>> writes_;
+  std::vector<OpenedWrite> openedWrites_;
   std::vector<std::wstring> created_;
   int openTokenCalls_ = 0;
   int closeTokenCalls_ = 0;

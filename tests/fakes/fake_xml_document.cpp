@@ -60,6 +60,8 @@ HResult FakeXmlDocument::Load(std::wstring_view path) {
   return loadResult;
 }
 
+void FakeXmlDocument::Close() { ++closeCalls; }
+
 HResult FakeXmlDocument::GetDocumentElement(std::unique_ptr<XmlElement>& element) {
   element.reset();
   if (documentElementResult != hr::kOk) return documentElementResult;

@@ -43,11 +43,13 @@ class FakeXmlDocument final : public XmlDocument {
 
   // What happened.
   int createCalls = 0;
+  int closeCalls = 0;
   std::vector<std::wstring> loadedPaths;
 
   HResult Create() override;
   HResult Load(std::wstring_view path) override;
   HResult GetDocumentElement(std::unique_ptr<XmlElement>& element) override;
+  void Close() override;
 };
 
 }  // namespace tw::testing

@@ -5,13 +5,15 @@
 #   tests/wine/run_wine_suite.sh MINGW_BUILD_DIR LINUX_BUILD_DIR
 #
 # MINGW_BUILD_DIR holds tarnwick.exe, offreg.dll and the test-only userenv.dll
-# (tests/wine/userenv); LINUX_BUILD_DIR holds tarnwick, its "default-profile" template and
+# (tests/wine/userenv, installed into the prefix's system32 for the suite); LINUX_BUILD_DIR holds tarnwick, its "default-profile" template and
 # tarnwick-sample-share. Everything happens in a temporary folder: a new Wine prefix (its
 # wineserver kept running for the suite and stopped at the end), "dosdevices/unc/sample" linked to
 # a folder holding the share folder "profiles" (the server is linked, not the share: a linked
-# share reports itself as a reparse point), and the exe with both DLLs and the template copied
-# beside it. Wine cannot store security descriptors, creation times or READONLY on folders, so
-# trees are compared by names, types and contents only.
+# share reports itself as a reparse point), the exe with offreg.dll beside it, and the test
+# userenv.dll with the template installed in the prefix's system32 in place of Wine's own
+# userenv.dll (tarnwick loads userenv.dll from the system folder only, and offreg.dll from there,
+# else from its own folder). Wine cannot store security descriptors, creation times or READONLY
+# on folders, so trees are compared by names, types and contents only.
 # TARNWICK_WINE_KEEP=1 keeps the temporary folder for a look afterwards.
 # Prints one line per check and "N passed, N failed"; exits 1 when any check failed, 2 on a
 # usage or setup error.
@@ -94,6 +96,10 @@ check() {
 contains() {
   if [[ "$2" == *"$3"* ]]; then pass "$1"; else fail "$1" "not found: $3 in: $2"; fi
 }
+# lacks NAME TEXT PART
+lacks() {
+  if [[ "$2" != *"$3"* ]]; then pass "$1"; else fail "$1" "found: $3 in: $2"; fi
+}
 
 echo "== Wine prefix in $work"
 WINEDLLOVERRIDES="mscoree,mshtml=" "$wine" wineboot -i >/dev/null 2>&1
@@ -101,19 +107,33 @@ WINEDLLOVERRIDES="mscoree,mshtml=" "$wine" wineboot -i >/dev/null 2>&1
 "$wineserver" -p
 [ -d "$WINEPREFIX/drive_c" ] || { echo "the Wine prefix was not made" >&2; exit 2; }
 
-# The programs: Windows beside its DLLs and template, Linux beside its template.
+# The test userenv.dll and its template in system32, Wine's own userenv.dll (a placeholder for
+# its built-in one) kept aside. Only tarnwick.exe takes the DLL found there; Wine's own programs
+# keep their built-in userenv.dll, whose other functions they call.
+system32=$WINEPREFIX/drive_c/windows/system32
+cp "$system32/userenv.dll" "$work/wine-userenv.dll" || exit 2
+"$wine" reg add 'HKCU\Software\Wine\DllOverrides' /v userenv /d builtin /f >/dev/null 2>&1
+"$wine" reg add 'HKCU\Software\Wine\AppDefaults\tarnwick.exe\DllOverrides' /v userenv \
+  /d native,builtin /f >/dev/null 2>&1
+cp "$userenv" "$system32/userenv.dll" || exit 2
+cp -r "$template" "$system32/default-profile" || exit 2
+# Puts Wine's own userenv.dll (without CreateProfile and DeleteProfileW) back in system32, or
+# the test one.
+system_userenv() {
+  if [ "$1" = wine ]; then cp "$work/wine-userenv.dll" "$system32/userenv.dll"; else cp "$userenv" "$system32/userenv.dll"; fi
+}
+
+# The programs: Windows beside offreg.dll, Linux beside its template.
 mkdir -p "$work/app" "$work/linux-app"
-cp "$exe" "$offreg" "$userenv" "$work/app/"
-cp -r "$template" "$work/app/default-profile"
+cp "$exe" "$offreg" "$work/app/"
 cp "$linux_exe" "$work/linux-app/tarnwick"
 cp -r "$template" "$work/linux-app/default-profile"
-# Without one DLL each.
-for missing in offreg userenv; do
-  mkdir -p "$work/app-no-$missing"
-  cp "$exe" "$offreg" "$userenv" "$work/app-no-$missing/"
-  rm "$work/app-no-$missing/$missing.dll"
-  cp -r "$template" "$work/app-no-$missing/default-profile"
-done
+# Without offreg.dll; and with the test userenv.dll planted beside the exe (never loaded from
+# there).
+mkdir -p "$work/app-no-offreg" "$work/app-planted-userenv"
+cp "$exe" "$work/app-no-offreg/"
+cp "$exe" "$offreg" "$userenv" "$work/app-planted-userenv/"
+cp -r "$template" "$work/app-planted-userenv/default-profile"
 
 # Two identical sample shares: one mapped for Linux, one reached by Wine as \\sample\profiles.
 "$generator" "$work/linux-sample" >/dev/null || exit 2
@@ -225,17 +245,36 @@ contains "configuration file: the configured source" "$wine_out" \
 check "configuration file: tree, contents and hives" \
   "$(listing "$linux_share/erin.V6")" "$(listing "$wine_share/erin.V6")"
 
-echo "== missing DLLs"
+echo "== missing DLLs, and where they are loaded from"
 run_wine app-no-offreg '/s:\\sample\profiles\alice'
 check "without offreg.dll: exit value" 255 "$status"
 contains "without offreg.dll: message" "$out" "Offline registry APIs are not available"
-run_wine app-no-userenv '/s:\\sample\profiles\bob'
-check "without userenv.dll, V1 to V2: exit value" 255 "$status"
-contains "without userenv.dll, V1 to V2: message" "$out" "Windows 7 APIs are not available"
-run_wine app-no-userenv '/s:\\sample\profiles\erin.V2' /V2TOV6
-check "without userenv.dll, V2 to V6: exit value" 255 "$status"
-contains "without userenv.dll, V2 to V6: message" "$out" \
+# offreg.dll in system32 is found there first.
+cp "$offreg" "$system32/offreg.dll"
+run_wine app-no-offreg '/s:\\sample\profiles\nobody'
+rm -f "$system32/offreg.dll"
+lacks "offreg.dll from system32: bound" "$out" "Offline registry APIs are not available"
+contains "offreg.dll from system32: the run reaches the profiles" "$out" \
+  'The source does not contain any profiles to migrate: \\sample\profiles\nobody'
+# Wine's own userenv.dll in system32 and the test one beside the exe: the planted one is never
+# loaded, so the user-profile functions are missing.
+system_userenv wine
+run_wine app-planted-userenv '/s:\\sample\profiles\bob'
+check "userenv.dll planted beside the exe, V1 to V2: exit value" 255 "$status"
+contains "userenv.dll planted beside the exe, V1 to V2: message" "$out" \
+  "Windows 7 APIs are not available"
+run_wine app-planted-userenv '/s:\\sample\profiles\erin.V2' /V2TOV6
+check "userenv.dll planted beside the exe, V2 to V6: exit value" 255 "$status"
+contains "userenv.dll planted beside the exe, V2 to V6: message" "$out" \
   "Windows offline registry APIs are not available"
+system_userenv test
+
+echo "== the application manifest"
+x86_64-w64-mingw32-objcopy -O binary --only-section=.rsrc "$exe" "$work/rsrc.bin" 2>/dev/null
+manifest=$(LC_ALL=C grep -a -o 'level="asInvoker"\|supportedOS Id="{[^}]*}"' "$work/rsrc.bin" 2>/dev/null)
+contains "manifest: asInvoker" "$manifest" 'level="asInvoker"'
+contains "manifest: Windows 7 supported" "$manifest" '{35138b9a-5d96-4fbd-8e2d-a2440225f93a}'
+contains "manifest: Windows 10 and 11 supported" "$manifest" '{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}'
 
 echo "== one run per target: an interrupted target is rebuilt, a failed one deleted"
 # hank.V2 carries the marker of a run that has ended (nothing holds it); gina's hive is not a hive,

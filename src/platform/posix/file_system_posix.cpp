@@ -31,6 +31,7 @@
 #include "platform/posix/install_layout.h"
 #include "platform/posix/native_path.h"
 #include "platform/posix/object_security.h"
+#include "platform/posix/open_file_identity.h"
 
 namespace tw {
 namespace {
@@ -423,6 +424,11 @@ class PosixFileSystem final : public FileSystem {
     return err::kSuccess;
   }
 
+  bool StatHandle(FileHandle handle, struct stat& info) {
+    const std::shared_ptr<OpenFileEntry> entry = Find(handle);
+    return entry && ::fstat(entry->fd, &info) == 0;
+  }
+
  private:
   // The descriptor LockLogFile locks for native, opened on first use; -1 (errno set) when the
   // file cannot be opened. O_NONBLOCK keeps a named pipe from waiting for a writer.
@@ -474,9 +480,19 @@ class PosixFileSystem final : public FileSystem {
 
 }  // namespace
 
-FileSystem& ProcessFileSystem() {
+namespace {
+
+PosixFileSystem& ProcessPosixFileSystem() {
   static PosixFileSystem fileSystem;
   return fileSystem;
+}
+
+}  // namespace
+
+FileSystem& ProcessFileSystem() { return ProcessPosixFileSystem(); }
+
+bool posix::StatOpenFile(FileHandle handle, struct stat& info) {
+  return ProcessPosixFileSystem().StatHandle(handle, info);
 }
 
 }  // namespace tw

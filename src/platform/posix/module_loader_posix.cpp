@@ -119,8 +119,9 @@ class BuiltInModuleLoader final : public ModuleLoader {
  public:
   BuiltInModuleLoader() : modules_(MakeModules()) {}
 
-  // The handle of a module is its position in the table plus one.
-  ModuleHandle Load(std::wstring_view name) override {
+  // The handle of a module is its position in the table plus one. The modules are built in, so
+  // there is no folder to search.
+  ModuleHandle Load(std::wstring_view name, ModuleSearch /*search*/) override {
     for (std::size_t i = 0; i < modules_.size(); ++i) {
       if (EqualsNoCase(name, modules_[i].name)) return static_cast<ModuleHandle>(i + 1);
     }

@@ -18,6 +18,7 @@
 #include "platform/posix/folder_names.h"
 #include "platform/posix/native_path.h"
 #include "platform/posix/object_security.h"
+#include "platform/posix/open_file_identity.h"
 #include "platform/security_port.h"
 #include "security/codec/well_known_sids.h"
 
@@ -98,6 +99,28 @@ class PosixSecurityPort final : public SecurityPort {
     err::Win32Error error = err::kSuccess;
     posix::NativeStatus status;
     if (!posix::ToNativePath(path, native, error, &status)) return error;
+    return posix::WriteObjectSecurity(native, write, status);
+  }
+
+  // Linux has no call that writes the whole stored security through a descriptor, so the write
+  // goes through the name, and only while the name still names the object the handle holds (the
+  // same device and inode): an object put in its place after the open is never written.
+  err::Win32Error WriteOpenedObjectSecurity(FileHandle handle, std::wstring_view path,
+                                            const SecurityWrite& write) override {
+    struct stat opened {};
+    if (handle == kInvalidFileHandle || !posix::StatOpenFile(handle, opened)) {
+      return err::kInvalidHandle;
+    }
+    if (write.RequestsNothing()) return err::kSuccess;
+    std::string native;
+    err::Win32Error error = err::kSuccess;
+    posix::NativeStatus status;
+    if (!posix::ToNativePath(path, native, error, &status)) return err::kAccessDenied;
+    struct stat named {};
+    if (posix::LstatKnown(native, status, named) != 0 || named.st_dev != opened.st_dev ||
+        named.st_ino != opened.st_ino) {
+      return err::kAccessDenied;
+    }
     return posix::WriteObjectSecurity(native, write, status);
   }
 

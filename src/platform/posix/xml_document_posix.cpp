@@ -222,6 +222,11 @@ class PugiDocument final : public XmlDocument {
     return hr::kOk;
   }
 
+  void Close() override {
+    document_.reset();
+    parsed_ = false;
+  }
+
  private:
   std::shared_ptr<pugi::xml_document> document_;
   bool parsed_ = false;

@@ -96,6 +96,7 @@ class Win32FileSystem final : public FileSystem {
 
   err::Win32Error Seek(FileHandle handle, std::int64_t distance, SeekOrigin origin,
                        std::uint64_t& position) override {
+    if (handle == kClosedFileHandle) return err::kInvalidHandle;
     LARGE_INTEGER move;
     move.QuadPart = distance;
     LARGE_INTEGER result;
@@ -107,6 +108,7 @@ class Win32FileSystem final : public FileSystem {
   }
 
   err::Win32Error QuerySize(FileHandle handle, std::uint64_t& size) override {
+    if (handle == kClosedFileHandle) return err::kInvalidHandle;
     LARGE_INTEGER result;
     result.QuadPart = 0;
     if (!::GetFileSizeEx(ToHandle(handle), &result)) return LastError();
@@ -116,6 +118,7 @@ class Win32FileSystem final : public FileSystem {
 
   err::Win32Error Write(FileHandle handle, const void* data, std::uint32_t byteCount,
                         std::uint32_t& written) override {
+    if (handle == kClosedFileHandle) return err::kInvalidHandle;
     DWORD done = 0;
     const BOOL ok = ::WriteFile(ToHandle(handle), data, byteCount, &done, nullptr);
     written = done;
@@ -123,10 +126,12 @@ class Win32FileSystem final : public FileSystem {
   }
 
   err::Win32Error Flush(FileHandle handle) override {
+    if (handle == kClosedFileHandle) return err::kInvalidHandle;
     return ::FlushFileBuffers(ToHandle(handle)) ? err::kSuccess : LastError();
   }
 
   err::Win32Error Close(FileHandle handle) override {
+    if (handle == kClosedFileHandle) return err::kInvalidHandle;
     return ::CloseHandle(ToHandle(handle)) ? err::kSuccess : LastError();
   }
 
@@ -175,6 +180,7 @@ class Win32FileSystem final : public FileSystem {
   }
 
   err::Win32Error GetTimes(FileHandle handle, FileTimes& times) override {
+    if (handle == kClosedFileHandle) return err::kInvalidHandle;
     FILETIME creation;
     FILETIME lastAccess;
     FILETIME lastWrite;
@@ -186,6 +192,7 @@ class Win32FileSystem final : public FileSystem {
   }
 
   err::Win32Error SetTimes(FileHandle handle, const FileTimes& times) override {
+    if (handle == kClosedFileHandle) return err::kInvalidHandle;
     const FILETIME creation = ToWin32FileTime(times.creation);
     const FILETIME lastAccess = ToWin32FileTime(times.lastAccess);
     const FILETIME lastWrite = ToWin32FileTime(times.lastWrite);

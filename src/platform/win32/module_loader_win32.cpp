@@ -1,8 +1,9 @@
-// The module port over LoadLibraryW, GetProcAddress and FreeLibrary: the system's libraries,
-// loaded by name.
+// The module port over LoadLibraryExW, GetProcAddress and FreeLibrary: libraries are loaded from
+// the folders the caller names (system_library.h), never by the default search.
 #include <string>
 
 #include "platform/module_loader.h"
+#include "platform/win32/system_library.h"
 #include "platform/win32/windows_headers.h"
 
 namespace tw {
@@ -10,9 +11,12 @@ namespace {
 
 class Win32ModuleLoader final : public ModuleLoader {
  public:
-  ModuleHandle Load(std::wstring_view name) override {
-    const std::wstring text(name);
-    return reinterpret_cast<ModuleHandle>(::LoadLibraryW(text.c_str()));
+  ModuleHandle Load(std::wstring_view name, ModuleSearch search) override {
+    HMODULE module = win32::LoadSystemLibrary(name);
+    if (module == nullptr && search == ModuleSearch::kSystemThenApplicationFolder) {
+      module = win32::LoadApplicationLibrary(name);
+    }
+    return reinterpret_cast<ModuleHandle>(module);
   }
 
   ModuleFunction FindFunction(ModuleHandle module, const char* name) override {

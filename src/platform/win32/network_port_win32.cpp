@@ -1,12 +1,15 @@
 // The network port over sensapi's IsNetworkAlive, ntdll's native file functions (looked up at
 // run time on each test, as the system's documentation asks for these functions) and the thread
-// impersonation calls of advapi32.
+// impersonation calls of advapi32. Deliberate deviation: both libraries come from the system
+// folder only (system_library.h), never by bare name; sensapi.dll is bound at run time rather
+// than imported, as an imported library that is not one of the system's known libraries is
+// searched for in the program's folder first.
 #include <string>
 
 #include "platform/network_port.h"
+#include "platform/win32/system_library.h"
 #include "platform/win32/windows_headers.h"
-// After the Windows setup header: the SDK's network-state and native-API headers.
-#include <sensapi.h>
+// After the Windows setup header: the SDK's native-API header.
 #include <winternl.h>
 
 namespace tw {
@@ -28,6 +31,7 @@ using NtCreateFileFunction = LONG(NTAPI*)(PHANDLE fileHandle, ACCESS_MASK desire
                                           ULONG createOptions, PVOID eaBuffer, ULONG eaLength);
 using NtCloseFunction = LONG(NTAPI*)(HANDLE handle);
 using RtlInitUnicodeStringFunction = VOID(NTAPI*)(PUNICODE_STRING destination, PCWSTR source);
+using IsNetworkAliveFunction = BOOL(WINAPI*)(LPDWORD flags);
 
 template <class Function>
 Function Lookup(HMODULE module, const char* name) {
@@ -37,15 +41,23 @@ Function Lookup(HMODULE module, const char* name) {
 
 class Win32NetworkPort final : public NetworkPort {
  public:
+  // sensapi.dll is loaded once and kept for the life of the process; without it (or its
+  // function) the call fails as IsNetworkAlive failing does.
   bool QueryNetworkAlive(std::uint32_t& flags) override {
+    static const IsNetworkAliveFunction isNetworkAlive = [] {
+      const HMODULE sensapi = win32::LoadSystemLibrary(L"sensapi.dll");
+      return sensapi == nullptr ? nullptr
+                                : Lookup<IsNetworkAliveFunction>(sensapi, "IsNetworkAlive");
+    }();
+    if (isNetworkAlive == nullptr) return false;
     DWORD alive = 0;
-    if (!::IsNetworkAlive(&alive)) return false;
+    if (!isNetworkAlive(&alive)) return false;
     flags = alive;
     return true;
   }
 
   bool LoadNativeFileApi() override {
-    ntdll_ = ::LoadLibraryW(L"NTDLL.dll");
+    ntdll_ = win32::LoadSystemLibrary(L"NTDLL.dll");
     if (ntdll_ == nullptr) return false;
     ntCreateFile_ = Lookup<NtCreateFileFunction>(ntdll_, "NtCreateFile");
     ntClose_ = Lookup<NtCloseFunction>(ntdll_, "NtClose");

@@ -66,6 +66,40 @@ SECURITY_ATTRIBUTES MakeAttributes(const security::SecurityDescriptor* sd,
   return attributes;
 }
 
+// What SetNamedSecurityInfoW and SetSecurityInfo are handed for a SecurityWrite: the
+// SECURITY_INFORMATION bits and the owner and DACL, built into buffers that live as long as this.
+struct SystemSecurityWrite {
+  explicit SystemSecurityWrite(const SecurityWrite& write) {
+    if (write.writeOwner) {
+      information |= OWNER_SECURITY_INFORMATION;
+      if (write.owner) {
+        ownerBytes = write.owner->ToBytes();
+        owner = ownerBytes.data();
+      }
+    }
+    if (write.writeDacl) {
+      information |= DACL_SECURITY_INFORMATION;
+      if (write.protection == DaclProtection::kProtected) {
+        information |= PROTECTED_DACL_SECURITY_INFORMATION;
+      } else if (write.protection == DaclProtection::kUnprotected) {
+        information |= UNPROTECTED_DACL_SECURITY_INFORMATION;
+      }
+      if (write.dacl) {
+        daclBytes = write.dacl->ToBytes();
+        dacl = reinterpret_cast<PACL>(daclBytes.data());
+      }
+    }
+  }
+  SystemSecurityWrite(const SystemSecurityWrite&) = delete;
+  SystemSecurityWrite& operator=(const SystemSecurityWrite&) = delete;
+
+  SECURITY_INFORMATION information = 0;
+  std::vector<std::uint8_t> ownerBytes;
+  PSID owner = nullptr;
+  std::vector<std::uint8_t> daclBytes;
+  PACL dacl = nullptr;
+};
+
 class Win32SecurityPort final : public SecurityPort {
  public:
   BoolCallResult OpenPrivilegeToken(TokenHandle& token) override {
@@ -147,33 +181,20 @@ class Win32SecurityPort final : public SecurityPort {
 
   err::Win32Error WriteNamedSecurity(std::wstring_view path, const SecurityWrite& write) override {
     if (write.RequestsNothing()) return err::kSuccess;
-    SECURITY_INFORMATION requested = 0;
-    std::vector<std::uint8_t> ownerBytes;
-    PSID owner = nullptr;
-    if (write.writeOwner) {
-      requested |= OWNER_SECURITY_INFORMATION;
-      if (write.owner) {
-        ownerBytes = write.owner->ToBytes();
-        owner = ownerBytes.data();
-      }
-    }
-    std::vector<std::uint8_t> daclBytes;
-    PACL dacl = nullptr;
-    if (write.writeDacl) {
-      requested |= DACL_SECURITY_INFORMATION;
-      if (write.protection == DaclProtection::kProtected) {
-        requested |= PROTECTED_DACL_SECURITY_INFORMATION;
-      } else if (write.protection == DaclProtection::kUnprotected) {
-        requested |= UNPROTECTED_DACL_SECURITY_INFORMATION;
-      }
-      if (write.dacl) {
-        daclBytes = write.dacl->ToBytes();
-        dacl = reinterpret_cast<PACL>(daclBytes.data());
-      }
-    }
+    SystemSecurityWrite request(write);
     std::wstring text(path);
-    return static_cast<err::Win32Error>(::SetNamedSecurityInfoW(
-        text.data(), SE_FILE_OBJECT, requested, owner, nullptr, dacl, nullptr));
+    return static_cast<err::Win32Error>(::SetNamedSecurityInfoW(text.data(), SE_FILE_OBJECT,
+                                                                request.information, request.owner,
+                                                                nullptr, request.dacl, nullptr));
+  }
+
+  err::Win32Error WriteOpenedObjectSecurity(FileHandle handle, std::wstring_view /*path*/,
+                                            const SecurityWrite& write) override {
+    if (write.RequestsNothing()) return err::kSuccess;
+    SystemSecurityWrite request(write);
+    return static_cast<err::Win32Error>(
+        ::SetSecurityInfo(reinterpret_cast<HANDLE>(handle), SE_FILE_OBJECT, request.information,
+                          request.owner, nullptr, request.dacl, nullptr));
   }
 
   err::Win32Error CreateFolderWithSecurity(std::wstring_view path,

@@ -165,6 +165,8 @@ class MsxmlDocument final : public XmlDocument {
     return result;
   }
 
+  void Close() override { document_.Reset(); }
+
  private:
   ComPtr<IXMLDOMDocument> document_;
 };

@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <map>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -225,6 +226,87 @@ TEST_F(DebugLogTest, FailedReopenKeepsTheStaleHandleAndLaterWritesFail) {
   EXPECT_EQ(files.Calls(FileOp::kOpen), 2);
   EXPECT_EQ(files.OpenHandles(), 0);
   EXPECT_EQ(files.FileContent(kLogFile).size(), kLogRotationSize + 1);  // nothing was added
+}
+
+// The fake file system handing out a closed handle's value again for the next file opened, as
+// Windows does.
+class RecyclingFileSystem final : public FakeFileSystem {
+ public:
+  using FakeFileSystem::FakeFileSystem;
+  FileHandle lastClosed = kInvalidFileHandle;
+
+  err::Win32Error Open(std::wstring_view path, const FileOpenRequest& request,
+                       FileHandle& handle) override {
+    FileHandle inner = kInvalidFileHandle;
+    handle = kInvalidFileHandle;
+    const err::Win32Error error = FakeFileSystem::Open(path, request, inner);
+    if (error != err::kSuccess) return error;
+    if (free_.empty()) {
+      next_ += 4;
+      handle = next_;
+    } else {
+      handle = free_.back();
+      free_.pop_back();
+    }
+    inner_[handle] = inner;
+    return err::kSuccess;
+  }
+  err::Win32Error Close(FileHandle handle) override {
+    const auto found = inner_.find(handle);
+    if (found == inner_.end()) return err::kInvalidHandle;
+    FakeFileSystem::Close(found->second);
+    inner_.erase(found);
+    free_.push_back(handle);
+    lastClosed = handle;
+    return err::kSuccess;
+  }
+  err::Win32Error Seek(FileHandle handle, std::int64_t distance, SeekOrigin origin,
+                       std::uint64_t& position) override {
+    return FakeFileSystem::Seek(Inner(handle), distance, origin, position);
+  }
+  err::Win32Error QuerySize(FileHandle handle, std::uint64_t& size) override {
+    return FakeFileSystem::QuerySize(Inner(handle), size);
+  }
+  err::Win32Error Write(FileHandle handle, const void* data, std::uint32_t byteCount,
+                        std::uint32_t& written) override {
+    return FakeFileSystem::Write(Inner(handle), data, byteCount, written);
+  }
+  err::Win32Error Flush(FileHandle handle) override { return FakeFileSystem::Flush(Inner(handle)); }
+
+ private:
+  // A value the fake never issued stands for a handle that is not open.
+  FileHandle Inner(FileHandle handle) const {
+    const auto found = inner_.find(handle);
+    return found == inner_.end() ? kClosedFileHandle : found->second;
+  }
+  std::map<FileHandle, FileHandle> inner_;
+  std::vector<FileHandle> free_;
+  FileHandle next_ = 0x100;
+};
+
+// The closed handle the log keeps after a failed reopen is kept as kClosedFileHandle, never as its
+// old value: a file opened afterwards that receives that value gets none of the log's lines, and
+// the log's destructor does not close it.
+TEST_F(DebugLogTest, AClosedHandleValueHandedOutAgainNeverReceivesTheLog) {
+  RecyclingFileSystem recycling{kModule};
+  recycling.SetFile(kLogFile, std::string(kLogRotationSize + 1, 'f'));
+  recycling.FailOperation(FileOp::kOpen, err::kSharingViolation, /*succeedFirst=*/1);
+  const wchar_t kOther[] = L"C:\\Tools\\other.txt";
+  FileHandle other = kInvalidFileHandle;
+  {
+    CDebugLog log(recycling, system, kModule);
+    EXPECT_EQ(log.WriteEntry(L"tarnwick", L"lost"), HResultFromWin32(err::kInvalidHandle));
+    recycling.ClearFailures();
+    FileOpenRequest request;
+    request.write = true;
+    request.disposition = CreationDisposition::kCreateNew;
+    ASSERT_EQ(recycling.Open(kOther, request, other), err::kSuccess);
+    ASSERT_EQ(other, recycling.lastClosed);  // the value the log's handle had
+    EXPECT_EQ(log.WriteEntry(L"tarnwick", L"must not land"), HResultFromWin32(err::kInvalidHandle));
+    EXPECT_EQ(recycling.FileContent(kOther), "");
+  }
+  EXPECT_EQ(recycling.Close(other), err::kSuccess);  // still open: the log left it alone
+  EXPECT_EQ(recycling.FileContent(kLogFile).size(), kLogRotationSize + 1);
 }
 
 TEST_F(DebugLogTest, SizeFailureSkipsRotation) {

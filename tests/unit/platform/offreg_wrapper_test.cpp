@@ -122,6 +122,14 @@ TEST_F(COffregWrapperTest, LoadsUserenvFirstThenOffregByName) {
   EXPECT_THAT(loader_.loadCalls(), ElementsAre(L"userenv.dll", L"offreg.dll"));
 }
 
+// Never the program's or the current folder first: userenv.dll from the system folder only,
+// offreg.dll from the system folder, else the program's folder.
+TEST_F(COffregWrapperTest, LoadsUserenvFromTheSystemFolderOnlyAndOffregFromThereFirst) {
+  COffregWrapper wrapper(loader_);
+  EXPECT_THAT(loader_.loadSearches(),
+              ElementsAre(ModuleSearch::kSystemFolder, ModuleSearch::kSystemThenApplicationFolder));
+}
+
 TEST_F(COffregWrapperTest, StartsWithAReferenceCountOfOne) {
   COffregWrapper wrapper(loader_);
   EXPECT_EQ(wrapper.AddRef(), 2);

@@ -45,6 +45,11 @@ class LinkedSecurityPort : public FakeSecurityPort {
     Adopt(path);
     return FakeSecurityPort::WriteNamedSecurity(path, write);
   }
+  err::Win32Error WriteOpenedObjectSecurity(FileHandle handle, std::wstring_view path,
+                                            const SecurityWrite& write) override {
+    Adopt(path);
+    return FakeSecurityPort::WriteOpenedObjectSecurity(handle, path, write);
+  }
   err::Win32Error CreateFolderWithSecurity(std::wstring_view path,
                                            const security::SecurityDescriptor* sd) override {
     if (files_.PathExists(path)) return err::kAlreadyExists;

@@ -3,7 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <filesystem>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "base/win32_error.h"
 #include "registry/offreg_calls.h"
@@ -145,6 +149,137 @@ TEST_F(HiveSaveTest, AHiveWhoseSecurityCannotBeReadIsNotReplaced) {
               ElementsAre(L"Failed saving hive file (0x80070003): " +
                               WinPath(bed.folder.path() / "gone" / "~mighive.dat"),
                           L"Failed getting security descriptor (0x80070003): " + missing));
+}
+
+// The fake ports with a shared record of what happens to the hive file: its opens (with their
+// requests), the security writes of either form, and the closes.
+class HiveFileRecord {
+ public:
+  std::vector<std::string> events;
+  std::vector<FileOpenRequest> requests;
+  static std::string Hex(FileHandle handle) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%llx", static_cast<unsigned long long>(handle));
+    return text;
+  }
+};
+
+class RecordingFiles final : public testing::FakeFileSystem {
+ public:
+  RecordingFiles(HiveFileRecord& record, std::wstring hive)
+      : record_(record), hive_(std::move(hive)) {}
+  err::Win32Error Open(std::wstring_view path, const FileOpenRequest& request,
+                       FileHandle& handle) override {
+    const err::Win32Error error = FakeFileSystem::Open(path, request, handle);
+    if (path == hive_) {
+      record_.requests.push_back(request);
+      record_.events.push_back("open " + HiveFileRecord::Hex(handle));
+    }
+    return error;
+  }
+  err::Win32Error Close(FileHandle handle) override {
+    record_.events.push_back("close " + HiveFileRecord::Hex(handle));
+    return FakeFileSystem::Close(handle);
+  }
+
+ private:
+  HiveFileRecord& record_;
+  std::wstring hive_;
+};
+
+class RecordingSecurity final : public testing::FakeSecurityPort {
+ public:
+  explicit RecordingSecurity(HiveFileRecord& record) : record_(record) {}
+  err::Win32Error WriteOpenedObjectSecurity(FileHandle handle, std::wstring_view path,
+                                            const SecurityWrite& write) override {
+    record_.events.push_back(std::string(write.writeOwner ? "owner" : "") +
+                             (write.writeDacl ? "dacl" : "") + " on " +
+                             HiveFileRecord::Hex(handle));
+    return FakeSecurityPort::WriteOpenedObjectSecurity(handle, path, write);
+  }
+  err::Win32Error WriteNamedSecurity(std::wstring_view path, const SecurityWrite& write) override {
+    record_.events.push_back("by name");
+    return FakeSecurityPort::WriteNamedSecurity(path, write);
+  }
+
+ private:
+  HiveFileRecord& record_;
+};
+
+// Steps 9 to 12 over the fakes: the hive is opened with GENERIC_WRITE | WRITE_DAC | WRITE_OWNER,
+// FILE_SHARE_READ, OPEN_EXISTING and backup semantics; owner and then DACL are set on that
+// handle while it is open (never by name); then it is closed and the hive re-opened. The
+// offline-registry calls reach a real hive of the same name, which the re-open needs.
+class HiveSaveOnFakesTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    MakeHive(file, "[\\Software]\n\n");
+    files.AddFolder(WinPath(file.parent_path()));
+    files.SetFile(path, "old hive", file_attr::kArchive);
+    files.SetFile(temporary, "saved hive", file_attr::kArchive);
+    saved.owner = security::Sid(5, {21, 7, 7, 7, 1001});
+    security::Acl dacl;
+    security::Acl::FromAces(security::kAclRevision,
+                            {security::Ace::Allowed(0x001F01FF, *saved.owner)}, &dacl);
+    saved.SetDacl(dacl);
+    security.SetObject(path, saved);
+  }
+  void TearDown() override {
+    if (hive != registry::kNoOrKey) fake.offreg().ORCloseHive(hive);
+  }
+
+  testing::TempFolder folder;
+  std::filesystem::path file = folder.path() / "profile" / "ntuser.dat";
+  std::wstring path = WinPath(file);
+  std::wstring temporary = WinPath(file.parent_path() / "~mighive.dat");
+  HiveFileRecord record;
+  RecordingFiles files{record, path};
+  RecordingSecurity security{record};
+  testing::FakeOffreg fake;
+  MigrationSettings settings;
+  MigrationContext context{&settings, files, security, fake.offreg()};
+  testing::LogCapture log;
+  security::SecurityDescriptor saved;
+  OrKey hive = registry::kNoOrKey;  // nothing to save: the temporary file is already there
+};
+
+TEST_F(HiveSaveOnFakesTest, OpensForWriteDacAndOwnerWithBackupSemanticsAndSetsBothOnTheHandle) {
+  EXPECT_EQ(SaveTargetHive(context, hive, 2, path), 0u);
+  EXPECT_THAT(log.messages(), IsEmpty());
+  ASSERT_EQ(record.requests.size(), 1u);
+  const FileOpenRequest& request = record.requests[0];
+  EXPECT_FALSE(request.read);
+  EXPECT_TRUE(request.write);
+  EXPECT_EQ(request.otherAccess, file_access::kWriteDac | file_access::kWriteOwner);
+  EXPECT_TRUE(request.shareRead);
+  EXPECT_FALSE(request.shareWrite);
+  EXPECT_FALSE(request.shareDelete);
+  EXPECT_EQ(request.disposition, CreationDisposition::kOpenExisting);
+  EXPECT_EQ(request.attributes, file_attr::kNormal);
+  EXPECT_TRUE(request.backupSemantics);
+  ASSERT_FALSE(record.events.empty());
+  const std::string handle = record.events[0].substr(5);
+  EXPECT_THAT(record.events, ElementsAre("open " + handle, "owner on " + handle,
+                                         "dacl on " + handle, "close " + handle));
+  // The saved owner and DACL, as the fake applied them.
+  const security::SecurityDescriptor* now = security.Object(path);
+  ASSERT_NE(now, nullptr);
+  EXPECT_EQ(now->owner, saved.owner);
+  EXPECT_EQ(now->dacl, saved.dacl);
+  EXPECT_EQ(files.FileContent(path), "saved hive");
+  EXPECT_FALSE(files.HasFile(temporary));
+  EXPECT_NE(hive, registry::kNoOrKey);  // the re-opened hive
+}
+
+TEST_F(HiveSaveOnFakesTest, AFailedOwnerIsLoggedAndTheDaclStillGoesOnTheSameHandle) {
+  security.FailOn(testing::SecurityOp::kWriteOwner, path, err::kInvalidOwner);
+  EXPECT_EQ(SaveTargetHive(context, hive, 2, path), err::kInvalidOwner);
+  EXPECT_THAT(log.messages(), ElementsAre(L"Failed setting owner SID (0x8007051B): " + path));
+  ASSERT_FALSE(record.events.empty());
+  const std::string handle = record.events[0].substr(5);
+  EXPECT_THAT(record.events, ElementsAre("open " + handle, "owner on " + handle,
+                                         "dacl on " + handle, "close " + handle));
+  EXPECT_EQ(hive, registry::kNoOrKey);  // an error is pending: no re-open
 }
 
 }  // namespace

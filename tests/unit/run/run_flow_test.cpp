@@ -37,6 +37,38 @@ std::map<std::string, ModuleFunction> Exports(std::initializer_list<const char*>
   return functions;
 }
 
+// The platform's document, with its Close calls counted.
+class TrackedDocument final : public XmlDocument {
+ public:
+  HResult Create() override { return inner_->Create(); }
+  HResult Load(std::wstring_view path) override { return inner_->Load(path); }
+  HResult GetDocumentElement(std::unique_ptr<XmlElement>& element) override {
+    return inner_->GetDocumentElement(element);
+  }
+  void Close() override {
+    ++closes;
+    inner_->Close();
+  }
+  int closes = 0;
+
+ private:
+  std::unique_ptr<XmlDocument> inner_ = NewXmlDocument();
+};
+
+// COM that notes, at each CoUninitialize, how often the document had been released by then.
+class OrderedComRuntime final : public testing::FakeComRuntime {
+ public:
+  explicit OrderedComRuntime(const TrackedDocument& document) : document_(document) {}
+  void Uninitialize() override {
+    FakeComRuntime::Uninitialize();
+    closesAtUninitialize.push_back(document_.closes);
+  }
+  std::vector<int> closesAtUninitialize;
+
+ private:
+  const TrackedDocument& document_;
+};
+
 // One call of the per-profile migration as the loop made it.
 struct MigrateCall {
   std::wstring source;
@@ -76,12 +108,11 @@ class RunFlowTest : public ::testing::Test {
   int Run(std::vector<std::wstring> args, bool userenvBound = true, bool offregComplete = true) {
     if (!offreg_) Bind(userenvBound, offregComplete);
     args.insert(args.begin(), L"tarnwick.exe");
-    std::unique_ptr<XmlDocument> document = NewXmlDocument();
     RunServices services{
         console_,
         com_,
         files_,
-        *document,
+        document_,
         security_,
         *offreg_,
         nullptr,
@@ -100,7 +131,8 @@ class RunFlowTest : public ::testing::Test {
   static std::wstring Line(const std::wstring& text) { return text + L"\r\n"; }
 
   testing::FakeConsole console_;
-  testing::FakeComRuntime com_;
+  TrackedDocument document_;
+  OrderedComRuntime com_{document_};
   testing::FakeFileSystem files_;
   testing::FakeSecurityPort security_;
   testing::FakeModuleLoader loader_;
@@ -144,6 +176,7 @@ TEST_F(RunFlowTest, ParseFailureReportsAndReleasesCom) {
   EXPECT_THAT(log_.messages(), ElementsAre(kStart, message));
   EXPECT_EQ(com_.initializeCalls, 1);
   EXPECT_EQ(com_.uninitializeCalls, 1);
+  EXPECT_THAT(com_.closesAtUninitialize, ElementsAre(1));  // the document went first
 }
 
 TEST_F(RunFlowTest, UnknownArgumentIsReportedAsTyped) {
@@ -163,6 +196,7 @@ TEST_F(RunFlowTest, V2WildcardWithoutModeIsRefused) {
   EXPECT_THAT(log_.messages(), ElementsAre(kStart, message));
   EXPECT_EQ(console_.text(), Line(kStart) + Line(message));
   EXPECT_EQ(com_.uninitializeCalls, 1);
+  EXPECT_THAT(com_.closesAtUninitialize, ElementsAre(1));
 }
 
 TEST_F(RunFlowTest, V5SuffixIsRefusedWithItsAdvice) {
@@ -214,6 +248,7 @@ TEST_F(RunFlowTest, DefaultModeWithIncompleteOfflineRegistry) {
   EXPECT_EQ(log_.messages().back(),
             std::wstring(L"Offline registry APIs are not available\r\n") + kExitBanner);
   EXPECT_EQ(com_.uninitializeCalls, 1);
+  EXPECT_THAT(com_.closesAtUninitialize, ElementsAre(1));
 }
 
 TEST_F(RunFlowTest, PercentInPathIsReportedVerbatim) {
@@ -260,6 +295,7 @@ TEST_F(RunFlowTest, TokenThatCannotBeOpenedEndsTheRun) {
   EXPECT_EQ(console_.text(), Line(kStart) + Line(message));
   EXPECT_TRUE(calls_.empty());
   EXPECT_EQ(com_.uninitializeCalls, 1);
+  EXPECT_THAT(com_.closesAtUninitialize, ElementsAre(1));
 }
 
 TEST_F(RunFlowTest, PrivilegeThatCannotBeEnabledEndsTheRun) {
@@ -295,6 +331,7 @@ TEST_F(RunFlowTest, V1LoopMigratesEachProfileAsV1ToV2WithItsOwnLineBreakSummary)
   EXPECT_THAT(log_.messages(), ElementsAre(kStart, exitBanner, summary));
   EXPECT_EQ(console_.text(), Line(kStart) + Line(exitBanner) + Line(summary));
   EXPECT_EQ(com_.uninitializeCalls, 1);
+  EXPECT_THAT(com_.closesAtUninitialize, ElementsAre(1));  // the document went first
 }
 
 TEST_F(RunFlowTest, V6SelectionRunsAsV1ToV2) {

@@ -16,9 +16,10 @@ namespace {
 
 TEST(ModuleLoaderPosix, ServesTheHiveEngineAsOffregByAnyCaseOfItsName) {
   ModuleLoader& loader = ProcessModuleLoader();
-  const ModuleHandle module = loader.Load(L"OFFREG.DLL");
+  const ModuleHandle module =
+      loader.Load(L"OFFREG.DLL", ModuleSearch::kSystemThenApplicationFolder);
   ASSERT_NE(module, kNoModule);
-  EXPECT_EQ(loader.Load(L"offreg.dll"), module);
+  EXPECT_EQ(loader.Load(L"offreg.dll", ModuleSearch::kSystemFolder), module);
   EXPECT_NE(loader.FindFunction(module, "OROpenHive"), nullptr);  // a path-mapping shim
   EXPECT_EQ(reinterpret_cast<OREnumValueFunction>(loader.FindFunction(module, "OREnumValue")),
             hive::EngineFunctions().OREnumValue);
@@ -28,7 +29,7 @@ TEST(ModuleLoaderPosix, ServesTheHiveEngineAsOffregByAnyCaseOfItsName) {
 }
 
 TEST(ModuleLoaderPosix, UnknownLibraryDoesNotLoad) {
-  EXPECT_EQ(ProcessModuleLoader().Load(L"sensapi.dll"), kNoModule);
+  EXPECT_EQ(ProcessModuleLoader().Load(L"sensapi.dll", ModuleSearch::kSystemFolder), kNoModule);
   EXPECT_EQ(ProcessModuleLoader().FindFunction(kNoModule, "OROpenHive"), nullptr);
 }
 

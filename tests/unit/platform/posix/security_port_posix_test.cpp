@@ -13,6 +13,7 @@
 #include "fakes/log_capture.h"
 #include "fakes/temp_folder.h"
 #include "fakes/unix_sids_account_map.h"
+#include "platform/file_system.h"
 #include "platform/posix/descriptor_store.h"
 #include "platform/posix/native_path.h"
 #include "platform/posix/samba/account_map.h"
@@ -166,6 +167,86 @@ TEST_F(PosixSecurityPortTest, HandleReadIsTheObjectsDescriptor) {
   EXPECT_EQ(byHandle, Read("h.txt"));
   EXPECT_EQ(port.ReadOpenedObjectSecurity(kInvalidFileHandle, Win("h.txt"), byHandle),
             err::kInvalidHandle);
+}
+
+// The handle form writes what the name form writes, onto the object the handle holds open.
+TEST_F(PosixSecurityPortTest, HandleWriteSetsOwnerAndDaclOfTheOpenedObject) {
+  folder.WriteFile("hive.dat", "regf");
+  FileSystem& files = ProcessFileSystem();
+  FileOpenRequest request;
+  request.read = false;
+  request.write = true;
+  request.otherAccess = file_access::kWriteDac | file_access::kWriteOwner;
+  request.backupSemantics = true;
+  FileHandle handle = kInvalidFileHandle;
+  ASSERT_EQ(files.Open(Win("hive.dat"), request, handle), err::kSuccess);
+  const UniqueFileHandle open(files, handle);
+  const Acl dacl = MakeAcl({Ace::Allowed(0x1F01FF, Anna())});
+  SecurityWrite owner;
+  owner.writeOwner = true;
+  owner.owner = Anna();
+  ASSERT_EQ(port.WriteOpenedObjectSecurity(handle, Win("hive.dat"), owner), err::kSuccess);
+  SecurityWrite daclOnly;
+  daclOnly.writeDacl = true;
+  daclOnly.dacl = dacl;
+  ASSERT_EQ(port.WriteOpenedObjectSecurity(handle, Win("hive.dat"), daclOnly), err::kSuccess);
+  const SecurityDescriptor sd = Read("hive.dat");
+  EXPECT_EQ(sd.owner, Anna());
+  ASSERT_TRUE(sd.dacl.has_value());
+  EXPECT_EQ(sd.dacl->aces().front(), dacl.aces().front());
+  EXPECT_TRUE(HasStoredDescriptor("hive.dat"));
+  // The same as the same writes by name give (the DACL kept unprotected, with what it inherits).
+  folder.WriteFile("twin.dat", "regf");
+  ASSERT_EQ(port.WriteNamedSecurity(Win("twin.dat"), owner), err::kSuccess);
+  ASSERT_EQ(port.WriteNamedSecurity(Win("twin.dat"), daclOnly), err::kSuccess);
+  const SecurityDescriptor twin = Read("twin.dat");
+  EXPECT_EQ(sd.control, twin.control);
+  EXPECT_EQ(sd.dacl, twin.dacl);
+  // Asking for nothing succeeds on an open handle and touches nothing.
+  EXPECT_EQ(port.WriteOpenedObjectSecurity(handle, Win("hive.dat"), SecurityWrite{}),
+            err::kSuccess);
+  EXPECT_EQ(Read("hive.dat"), sd);
+}
+
+TEST_F(PosixSecurityPortTest, HandleWriteNeedsAnOpenHandle) {
+  folder.WriteFile("c.txt", "c");
+  SecurityWrite owner;
+  owner.writeOwner = true;
+  owner.owner = Anna();
+  EXPECT_EQ(port.WriteOpenedObjectSecurity(kInvalidFileHandle, Win("c.txt"), owner),
+            err::kInvalidHandle);
+  FileSystem& files = ProcessFileSystem();
+  FileHandle handle = kInvalidFileHandle;
+  ASSERT_EQ(files.Open(Win("c.txt"), FileOpenRequest{}, handle), err::kSuccess);
+  ASSERT_EQ(files.Close(handle), err::kSuccess);
+  EXPECT_EQ(port.WriteOpenedObjectSecurity(handle, Win("c.txt"), owner), err::kInvalidHandle);
+  EXPECT_EQ(port.WriteOpenedObjectSecurity(kClosedFileHandle, Win("c.txt"), owner),
+            err::kInvalidHandle);
+  EXPECT_FALSE(HasStoredDescriptor("c.txt"));
+}
+
+// A file put in place of the opened one (renamed over it, or a link) is never written: the name
+// no longer names the object the handle holds.
+TEST_F(PosixSecurityPortTest, HandleWriteRefusesAnObjectPutInPlaceOfTheOpenedOne) {
+  folder.WriteFile("hive.dat", "regf");
+  folder.WriteFile("other.dat", "other");
+  FileSystem& files = ProcessFileSystem();
+  FileOpenRequest request;
+  request.write = true;
+  FileHandle handle = kInvalidFileHandle;
+  ASSERT_EQ(files.Open(Win("hive.dat"), request, handle), err::kSuccess);
+  const UniqueFileHandle open(files, handle);
+  std::filesystem::rename(Native("other.dat"), Native("hive.dat"));
+  SecurityWrite owner;
+  owner.writeOwner = true;
+  owner.owner = Anna();
+  EXPECT_EQ(port.WriteOpenedObjectSecurity(handle, Win("hive.dat"), owner), err::kAccessDenied);
+  EXPECT_FALSE(HasStoredDescriptor("hive.dat"));
+  std::filesystem::remove(Native("hive.dat"));
+  std::filesystem::create_symlink(Native("elsewhere.dat"), Native("hive.dat"));
+  folder.WriteFile("elsewhere.dat", "e");
+  EXPECT_EQ(port.WriteOpenedObjectSecurity(handle, Win("hive.dat"), owner), err::kAccessDenied);
+  EXPECT_FALSE(HasStoredDescriptor("elsewhere.dat"));
 }
 
 TEST_F(PosixSecurityPortTest, UnixOwnerAlsoChangesThePosixOwnerOtherOwnersDoNot) {
