@@ -181,6 +181,13 @@ class Reader {
     key->name = (flags & regf::kNkCompressedName) != 0
                     ? FromLatin1(nk + regf::kNkName, nameLength)
                     : FromUtf16Le(nk + regf::kNkName, nameLength);
+    // A backslash separates the names of a key path: no key Windows makes holds one. Read as
+    // one name, a path opened through it would name another key (a child "a\a" beside "a" is
+    // a's own child), so that walks over such a crafted hive would visit keys again and again.
+    if (parent != nullptr && key->name.find(L'\\') != std::wstring::npos) {
+      Fail(CellError(L"key name holds a backslash", offset));
+      return nullptr;
+    }
     key->flags = static_cast<std::uint16_t>(
         flags & ~(regf::kNkCompressedName | regf::kNkHiveEntry | regf::kNkNoDelete));
     key->extraFlags = static_cast<std::uint16_t>(Get32(nk + regf::kNkMaxSubKeyName) >> 16);

@@ -187,6 +187,22 @@ TEST_F(BadHive, ValueCountLargerThanItsList) {
   EXPECT_EQ(result.reason, L"value list shorter than its count");
 }
 
+TEST_F(BadHive, KeyNameWithABackslashIsRefused) {
+  const std::size_t nk = RootNk(bytes_);
+  const std::uint32_t list = regf::Get32(bytes_.data() + nk + regf::kNkSubKeyList);
+  const std::size_t child =
+      regf::kBaseBlockSize + regf::Get32(bytes_.data() + regf::kBaseBlockSize + list + 4 + 4) + 4;
+  ASSERT_GT(regf::Get16(bytes_.data() + child + regf::kNkNameLength), 1u);
+  // The second character of the name, Latin-1 or UTF-16LE.
+  const bool latin1 =
+      (regf::Get16(bytes_.data() + child + regf::kNkFlags) & regf::kNkCompressedName) != 0;
+  bytes_[child + regf::kNkName + (latin1 ? 1 : 2)] = '\\';
+  const ReadResult result = Parse();
+  EXPECT_EQ(result.error, err::kNotRegistryFile);
+  EXPECT_NE(result.reason.find(L"key name holds a backslash"), std::wstring::npos);
+  EXPECT_FALSE(result.hive);
+}
+
 TEST_F(BadHive, KeyListedAsItsOwnChildIsACycle) {
   const std::size_t nk = RootNk(bytes_);
   const std::uint32_t rootOffset = regf::Get32(bytes_.data() + regf::kBaseRootCell);
