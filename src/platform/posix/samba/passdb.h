@@ -47,6 +47,8 @@ struct SamAccount {
 // The user name and RID of a passdb account record.
 std::optional<SamAccount> ParseSamAccount(std::span<const std::uint8_t> bytes);
 
+// The domain SID is read once, when the passdb is opened; each look-up opens passdb.tdb anew
+// (callers keep the answers), so that no database stays open in the process.
 class Passdb {
  public:
   // The passdb of `files`, or nullptr when its domain SID cannot be read.
