@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   g++ cmake ninja-build pkg-config git
   libgtest-dev libgmock-dev libpugixml-dev libbenchmark-dev
-  nettle-dev libwbclient-dev
+  nettle-dev libwbclient-dev libtdb-dev
   g++-mingw-w64-x86-64-posix
   clang libclang-rt-dev
   reglookup python3-hivex libhivex-bin libwin-hivex-perl libregf-utils python3-libregf

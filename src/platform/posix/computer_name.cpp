@@ -23,10 +23,12 @@ std::wstring ComputerNameFromHostName(std::string_view hostName) {
   return name;
 }
 
-std::wstring ComputerName() {
+std::string HostName() {
   std::array<char, 256> buffer{};
-  if (::gethostname(buffer.data(), buffer.size() - 1) != 0) return ComputerNameFromHostName("");
-  return ComputerNameFromHostName(buffer.data());
+  if (::gethostname(buffer.data(), buffer.size() - 1) != 0) return "";
+  return buffer.data();
 }
+
+std::wstring ComputerName() { return ComputerNameFromHostName(HostName()); }
 
 }  // namespace tw::posix

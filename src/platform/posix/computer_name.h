@@ -11,7 +11,10 @@ namespace tw::posix {
 // nothing.
 std::wstring ComputerNameFromHostName(std::string_view hostName);
 
-// GetComputerNameW: ComputerNameFromHostName of gethostname().
+// gethostname(), empty when it fails.
+std::string HostName();
+
+// GetComputerNameW: ComputerNameFromHostName of HostName().
 std::wstring ComputerName();
 
 }  // namespace tw::posix

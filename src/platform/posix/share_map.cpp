@@ -1,9 +1,7 @@
 #include "platform/posix/share_map.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <fstream>
@@ -13,13 +11,13 @@
 #include "base/format.h"
 #include "base/text_encoding.h"
 #include "base/wide_string.h"
+#include "platform/posix/computer_name.h"
 #include "platform/posix/smb_conf.h"
 
 namespace tw::posix {
 namespace {
 
 constexpr char kDefaultShareMapFile[] = "/etc/tarnwick/shares.conf";
-constexpr char kDefaultSmbConf[] = "/etc/samba/smb.conf";
 
 std::string_view Trim(std::string_view text) {
   while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
@@ -94,19 +92,13 @@ std::string Environment(const char* name) {
   return value != nullptr ? value : "";
 }
 
-std::string HostName() {
-  std::array<char, 256> buffer{};
-  if (::gethostname(buffer.data(), buffer.size() - 1) != 0) return "";
-  return buffer.data();
-}
-
 void Load(ProcessState& state) {
   state.loaded = true;
   ShareMapSources sources;
   sources.sharesFile = state.testFile.empty() ? Environment("TARNWICK_SHARES") : state.testFile;
   sources.smbConf = state.testFile.empty() ? Environment("TARNWICK_SMB_CONF") : "";
   sources.defaultSharesFile = kDefaultShareMapFile;
-  sources.defaultSmbConf = kDefaultSmbConf;
+  sources.defaultSmbConf = kServerSmbConf;
   sources.hostName = HostName();
   state.usable = LoadShareMap(sources, state.map, state.problem);
 }

@@ -181,6 +181,8 @@ class Reader {
     if (current_ == kGlobal) {
       if (key == "netbiosname") netbiosName_ = value;
       if (key == "netbiosaliases") netbiosAliases_ = value;
+      if (key == "privatedir" || key == "privatedirectory") conf_.privateDir = value;
+      if (key == "passdbbackend") conf_.passdbBackend = value;
     }
     Section& target = current_ == kGlobal ? defaults_ : sections_[current_];
     if (key == "path" || key == "directory") target.path = value;

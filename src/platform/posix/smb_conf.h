@@ -19,6 +19,9 @@
 // "path" (or "directory"). A path in double quotes loses them, as Samba's lookup does. A path
 // with %-substitutions (it differs per client or user) or that is not absolute is left out with
 // a note saying why; the other shares stay usable.
+//
+// Of [global], also where the server keeps its accounts: "private dir" ("private directory") and
+// "passdb backend", as written (empty when not set).
 #pragma once
 
 #include <string>
@@ -26,6 +29,9 @@
 #include <vector>
 
 namespace tw::posix {
+
+// The server's own configuration file (Samba's compiled-in default).
+inline constexpr char kServerSmbConf[] = "/etc/samba/smb.conf";
 
 struct SmbConfShare {
   std::string name;
@@ -36,6 +42,8 @@ struct SmbConf {
   std::vector<std::string> serverNames;  // netbios name first, then aliases and host names
   std::vector<SmbConfShare> shares;      // in the order their sections first appear
   std::vector<std::wstring> notes;       // shares and includes left out, one message each
+  std::string privateDir;                // "private dir", empty when not set
+  std::string passdbBackend;             // "passdb backend", empty when not set
 };
 
 // Reads the configuration file (and what it includes) for a server whose host name is hostName.

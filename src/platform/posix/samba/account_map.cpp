@@ -8,14 +8,16 @@ extern "C" {
 #include <wbclient.h>
 }
 
-#include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <mutex>
 #include <string>
-#include <utility>
+#include <vector>
 
 #include "base/text_encoding.h"
+#include "platform/posix/computer_name.h"
+#include "platform/posix/samba/passdb.h"
+#include "platform/posix/smb_conf.h"
 #include "security/codec/well_known_sids.h"
 
 namespace tw::posix::samba {
@@ -43,11 +45,27 @@ std::optional<security::Sid> FromWinbind(const wbcDomainSid& sid) {
   return SidFromText(copy);
 }
 
-std::string Trimmed(std::string text) {
-  const std::string::size_type first = text.find_first_not_of(" \t");
-  const std::string::size_type last = text.find_last_not_of(" \t\r\n");
-  if (first == std::string::npos) return {};
-  return text.substr(first, last - first + 1);
+// The uid of a user name, and back (the reentrant calls: other threads may look users up too).
+std::optional<std::uint32_t> UidOfName(const std::string& name) {
+  std::vector<char> buffer(16384);
+  passwd entry{};
+  passwd* found = nullptr;
+  if (::getpwnam_r(name.c_str(), &entry, buffer.data(), buffer.size(), &found) != 0 ||
+      found == nullptr) {
+    return std::nullopt;
+  }
+  return static_cast<std::uint32_t>(found->pw_uid);
+}
+
+std::optional<std::string> NameOfUid(std::uint32_t uid) {
+  std::vector<char> buffer(16384);
+  passwd entry{};
+  passwd* found = nullptr;
+  if (::getpwuid_r(static_cast<uid_t>(uid), &entry, buffer.data(), buffer.size(), &found) != 0 ||
+      found == nullptr) {
+    return std::nullopt;
+  }
+  return std::string(found->pw_name);
 }
 
 class ServerAccountMap final : public AccountMap {
@@ -61,11 +79,15 @@ class ServerAccountMap final : public AccountMap {
       }
     }
     const std::lock_guard<std::mutex> guard(mutex_);
-    LoadPassdb();
-    for (const auto& [uid, userSid] : users_) {
-      if (userSid == sid) return uid;
-    }
-    return std::nullopt;
+    const Passdb* passdb = ServerPassdb();
+    if (passdb == nullptr || !passdb->InDomain(sid)) return std::nullopt;
+    const std::uint32_t rid = sid.subAuthorities().back();
+    const auto known = uidOfRid_.find(rid);
+    if (known != uidOfRid_.end()) return known->second;
+    std::optional<std::uint32_t> uid;
+    if (const std::optional<std::string> name = passdb->UserOfSid(sid)) uid = UidOfName(*name);
+    uidOfRid_.emplace(rid, uid);
+    return uid;
   }
 
   std::optional<std::uint32_t> GidOf(const security::Sid& sid) override {
@@ -88,9 +110,16 @@ class ServerAccountMap final : public AccountMap {
     }
     {
       const std::lock_guard<std::mutex> guard(mutex_);
-      LoadPassdb();
-      const auto found = users_.find(uid);
-      if (found != users_.end()) return found->second;
+      if (const Passdb* passdb = ServerPassdb()) {
+        auto known = sidOfUid_.find(uid);
+        if (known == sidOfUid_.end()) {
+          std::optional<security::Sid> sid;
+          if (const std::optional<std::string> name = NameOfUid(uid))
+            sid = passdb->SidOfUser(*name);
+          known = sidOfUid_.emplace(uid, sid).first;
+        }
+        if (known->second) return *known->second;
+      }
     }
     return security::UnixUserSid(uid);
   }
@@ -111,43 +140,31 @@ class ServerAccountMap final : public AccountMap {
     return winbind_;
   }
 
-  // The passdb's users ("Unix username:" and "User SID:" lines of pdbedit's verbose list), read
-  // once; the configuration is the one TARNWICK_SMB_CONF names, else the server's own.
-  void LoadPassdb() {
-    if (passdbLoaded_) return;
-    passdbLoaded_ = true;
-    std::string command = "pdbedit -L -v";
-    if (const char* conf = std::getenv("TARNWICK_SMB_CONF"); conf != nullptr && *conf != '\0') {
-      std::string quoted = "'";
-      for (const char c : std::string(conf)) {
-        if (c == '\'') {
-          quoted += "'\\''";
-        } else {
-          quoted += c;
+  // The server's passdb (a tdbsam one), found on first need from the configuration
+  // TARNWICK_SMB_CONF names, else the server's own. Called with mutex_ held.
+  const Passdb* ServerPassdb() {
+    if (!passdbLoaded_) {
+      passdbLoaded_ = true;
+      const char* named = std::getenv("TARNWICK_SMB_CONF");
+      const std::string file = named != nullptr && *named != '\0' ? named : kServerSmbConf;
+      SmbConf conf;
+      std::wstring problem;
+      if (ReadSmbConf(file, HostName(), conf, problem)) {
+        if (const std::optional<PassdbFiles> files = TdbsamFiles(conf)) {
+          passdb_ = Passdb::Open(*files);
         }
       }
-      command += " -s " + quoted + "'";
     }
-    command += " 2>/dev/null";
-    FILE* pipe = ::popen(command.c_str(), "r");
-    if (pipe == nullptr) return;
-    std::string output;
-    char chunk[4096];
-    std::size_t got = 0;
-    while ((got = std::fread(chunk, 1, sizeof chunk, pipe)) > 0) output.append(chunk, got);
-    ::pclose(pipe);
-    for (auto& [name, sid] : ParsePassdbUsers(output)) {
-      if (const passwd* entry = ::getpwnam(name.c_str())) {
-        users_.emplace(static_cast<std::uint32_t>(entry->pw_uid), std::move(sid));
-      }
-    }
+    return passdb_.get();
   }
 
   std::once_flag winbindOnce_;
   bool winbind_ = false;
   std::mutex mutex_;
   bool passdbLoaded_ = false;
-  std::map<std::uint32_t, security::Sid> users_;
+  std::unique_ptr<Passdb> passdb_;
+  std::map<std::uint32_t, std::optional<std::uint32_t>> uidOfRid_;  // passdb answers so far
+  std::map<std::uint32_t, std::optional<security::Sid>> sidOfUid_;
 };
 
 AccountMap*& Installed() {
@@ -156,29 +173,6 @@ AccountMap*& Installed() {
 }
 
 }  // namespace
-
-std::vector<std::pair<std::string, security::Sid>> ParsePassdbUsers(std::string_view verbose) {
-  std::vector<std::pair<std::string, security::Sid>> users;
-  std::string user;
-  std::size_t at = 0;
-  while (at < verbose.size()) {
-    std::size_t end = verbose.find('\n', at);
-    if (end == std::string_view::npos) end = verbose.size();
-    const std::string line(verbose.substr(at, end - at));
-    at = end + 1;
-    const std::string::size_type colon = line.find(':');
-    if (colon == std::string::npos) continue;
-    const std::string key = line.substr(0, colon);
-    const std::string value = Trimmed(line.substr(colon + 1));
-    if (key == "Unix username") {
-      user = value;
-    } else if (key == "User SID" && !user.empty()) {
-      if (auto sid = SidFromText(value)) users.emplace_back(user, *sid);
-      user.clear();
-    }
-  }
-  return users;
-}
 
 std::unique_ptr<AccountMap> MakeServerAccountMap() { return std::make_unique<ServerAccountMap>(); }
 

@@ -1,19 +1,17 @@
 // Which of this server's accounts a SID stands for, and back: the mapping the file server itself
 // uses, so that an owner set here is the owner its clients see and the kernel checks.
 //
-// In order: winbind, when winbindd answers (a domain member); the server's passdb, read once per
-// process with "pdbedit -L -v" (a standalone server's users, made with smbpasswd: the local
-// domain SID + their RID); and always S-1-22-1-<uid> / S-1-22-2-<gid>. A SID nothing maps has no
-// uid or gid: the POSIX owner then stays as it is.
+// In order: winbind, when winbindd answers (a domain member); the server's passdb (a standalone
+// server's users, made with smbpasswd: the local domain SID + their RID), read straight from its
+// tdbsam files (passdb.h) with no program started, its configuration found once per process and
+// only when a SID needs it; and always S-1-22-1-<uid> / S-1-22-2-<gid>. A passdb of another
+// backend than tdbsam maps nothing here. A SID nothing maps has no uid or gid: the POSIX owner
+// then stays as it is.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
 
 #include "security/codec/sid.h"
 
@@ -32,9 +30,6 @@ class AccountMap {
 // passdb is read on first need, from the configuration TARNWICK_SMB_CONF names then, else the
 // server's own.
 std::unique_ptr<AccountMap> MakeServerAccountMap();
-
-// The users of "pdbedit -L -v" output: each "Unix username:" with the "User SID:" after it.
-std::vector<std::pair<std::string, security::Sid>> ParsePassdbUsers(std::string_view verbose);
 
 // The process's map (the server's), unless a test installed another.
 AccountMap& Accounts();

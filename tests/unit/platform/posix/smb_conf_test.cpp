@@ -126,6 +126,17 @@ TEST_F(SmbConfTest, NetbiosNameAndAliasesAreServerNames) {
   EXPECT_EQ(conf.serverNames.front(), "FS01");
 }
 
+TEST_F(SmbConfTest, PrivateDirAndPassdbBackendComeFromGlobalOnly) {
+  Read(
+      "[global]\n  Private Dir = /srv/samba/private\n  passdb backend = tdbsam:/srv/p.tdb\n"
+      "[share]\n  private dir = /ignored\n  passdb backend = smbpasswd\n");
+  EXPECT_EQ(conf.privateDir, "/srv/samba/private");
+  EXPECT_EQ(conf.passdbBackend, "tdbsam:/srv/p.tdb");
+  Read("[global]\n  private directory = /srv/other\n");
+  EXPECT_EQ(conf.privateDir, "/srv/other");
+  EXPECT_EQ(conf.passdbBackend, "");
+}
+
 TEST_F(SmbConfTest, IncludesAbsoluteRelativeAndMissing) {
   const fs::path absolute = Write("conf.d/absolute.conf", "[abs]\n  path = /srv/abs\n");
   Write("conf.d/relative.conf", "[rel]\n  path = /srv/rel\n");
