@@ -387,7 +387,8 @@ TEST_F(UserProfilePosixTest, TwoProcessesAtOnceForOneSidMakeExactlyOneProfile) {
                                                                       : 'x';
         if (::write(results[1], &code, 1) != 1) ::_exit(2);
         char ignored = 0;
-        if (code == 'k') static_cast<void>(::read(hold[0], &ignored, 1));  // keep it alive
+        // Keeps the winner alive until the parent closes the pipe.
+        if (code == 'k' && ::read(hold[0], &ignored, 1) < 0) ::_exit(3);
         ::_exit(0);
       }
     }
