@@ -72,10 +72,11 @@ TEST_F(CommandLineE2eTest, UnknownArgumentIsReportedAsTyped) {
   // An unknown argument is no failure: the run goes on, finds no profile behind the unknown
   // server, and ends with the summary and exit value 0.
   EXPECT_EQ(result.exitStatus, 0);
-  EXPECT_EQ(result.output,
-            kStart + "\r\nUnknown command line arg: /Bogus\r\n" +
-                "---------- Exiting tarnwick.exe (return 0) ----------\r\n" +
-                "The source does not contain any profiles to migrate: \\\\server\\share\\x\r\n\r\n");
+  EXPECT_EQ(
+      result.output,
+      kStart + "\r\nUnknown command line arg: /Bogus\r\n" +
+          "---------- Exiting tarnwick.exe (return 0) ----------\r\n" +
+          "The source does not contain any profiles to migrate: \\\\server\\share\\x\r\n\r\n");
   EXPECT_TRUE(
       std::regex_search(LogFile(), std::regex(kPrefix + "Unknown command line arg: /Bogus\r\n")))
       << LogFile();

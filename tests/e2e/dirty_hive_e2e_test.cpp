@@ -14,15 +14,12 @@ namespace tw {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::Contains;
 using testing::E2eShare;
 using testing::ExportedString;
 using testing::ProcessResult;
 
 constexpr char kMessage[] = "Hive was not cleanly closed, its logs could not be applied: ";
-
-bool Contains(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
 
 // The hive with its primary sequence number one ahead of its secondary.
 hive::testing::Bytes Dirty(const hive::testing::Bytes& hive) {

@@ -21,10 +21,10 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::E2eShare;
+using testing::kExit0;
+using testing::kStart;
 using testing::ProcessResult;
 
-const std::string kStart = "---------- Starting tarnwick.exe ----------\r\n";
-const std::string kExit0 = "---------- Exiting tarnwick.exe (return 0) ----------\r\n";
 const std::string kMigrated = "1 profiles were migrated from \\\\fs\\profiles\\alice.\r\n\r\n";
 
 class HostileConfigurationE2eTest : public ::testing::Test {

@@ -18,18 +18,14 @@ namespace tw {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::Contains;
 using testing::E2eShare;
+using testing::kExit0;
+using testing::kStart;
 using testing::ProcessResult;
 using testing::RegSection;
 using testing::RegString;
 using testing::Tree;
-
-const std::string kStart = "---------- Starting tarnwick.exe ----------\r\n";
-const std::string kExit0 = "---------- Exiting tarnwick.exe (return 0) ----------\r\n";
-
-bool Contains(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
 
 // The independent readers' verdict on a hive: reglookup and regfinfo both read it through.
 void ExpectIndependentReadersParse(const fs::path& hive) {

@@ -19,15 +19,15 @@ namespace fs = std::filesystem;
 using testing::CaptureTreeState;
 using testing::DescribeTreeChanges;
 using testing::E2eShare;
+using testing::kExit0;
+using testing::kExit1;
+using testing::kStart;
 using testing::ProcessResult;
 using testing::RegSection;
 using testing::RegString;
 using testing::Tree;
 using testing::TreeState;
 
-const std::string kStart = "---------- Starting tarnwick.exe ----------\r\n";
-const std::string kExit0 = "---------- Exiting tarnwick.exe (return 0) ----------\r\n";
-const std::string kExit1 = "---------- Exiting tarnwick.exe (return -1) ----------\r\n";
 const std::string kOutside = "Folder location outside the profile, not migrated: ";
 
 // The Windows form ("Z:\...") of a Linux path, as the tool sees the server's root.

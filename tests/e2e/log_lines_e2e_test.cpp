@@ -15,6 +15,7 @@ namespace tw {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::Contains;
 using testing::E2eShare;
 using testing::ProcessResult;
 using testing::RegSection;
@@ -31,10 +32,6 @@ std::vector<std::string> LogLines(const std::string& log) {
   }
   if (start < log.size()) lines.push_back(log.substr(start));
   return lines;
-}
-
-bool Contains(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
 }
 
 TEST(LogLinesE2eTest, LineBreaksInNamesAndValuesCannotForgeALine) {

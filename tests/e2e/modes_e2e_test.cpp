@@ -15,14 +15,14 @@ namespace {
 namespace fs = std::filesystem;
 using testing::E2eShare;
 using testing::ExportedString;
+using testing::kExit0;
+using testing::kExit1;
+using testing::kStart;
 using testing::ProcessResult;
 using testing::RegSection;
 using testing::RegString;
 using testing::Tree;
 
-const std::string kStart = "---------- Starting tarnwick.exe ----------\r\n";
-const std::string kExit0 = "---------- Exiting tarnwick.exe (return 0) ----------\r\n";
-const std::string kExit1 = "---------- Exiting tarnwick.exe (return -1) ----------\r\n";
 const std::string kMarker = "_qzk_mig_marker_";
 
 bool Has(const std::vector<std::string>& tree, const std::string& entry) {

@@ -14,15 +14,15 @@ namespace tw {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::Contains;
 using testing::E2eShare;
+using testing::kExit0;
+using testing::kExit1;
+using testing::kStart;
 using testing::ProcessResult;
 using testing::RegSection;
 using testing::RegString;
 using testing::Tree;
-
-const std::string kStart = "---------- Starting tarnwick.exe ----------\r\n";
-const std::string kExit0 = "---------- Exiting tarnwick.exe (return 0) ----------\r\n";
-const std::string kExit1 = "---------- Exiting tarnwick.exe (return -1) ----------\r\n";
 
 fs::path AddV5Profile(const E2eShare& share, const std::string& folder, const std::string& name) {
   return share.AddProfile(
@@ -30,10 +30,6 @@ fs::path AddV5Profile(const E2eShare& share, const std::string& folder, const st
       RegSection(testing::kUserShellFolders, RegString("Desktop", "%USERPROFILE%\\Desktop")) +
           RegSection("Software\\Tw", RegString("Profile", name)),
       {{"Desktop/desk.txt", "desk " + name}, {"Other/other.txt", "other " + name}});
-}
-
-bool Contains(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
 }
 
 class RunFlowE2eTest : public ::testing::Test {

@@ -19,19 +19,15 @@ namespace tw {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::Contains;
 using testing::E2eShare;
+using testing::kExit0;
+using testing::kExit1;
+using testing::kStart;
 using testing::ProcessResult;
 using testing::RegSection;
 using testing::RegString;
 using testing::Tree;
-
-const std::string kStart = "---------- Starting tarnwick.exe ----------\r\n";
-const std::string kExit0 = "---------- Exiting tarnwick.exe (return 0) ----------\r\n";
-const std::string kExit1 = "---------- Exiting tarnwick.exe (return -1) ----------\r\n";
-
-bool Contains(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
 
 bool AnyEntryContains(const std::vector<std::string>& tree, const std::string& part) {
   for (const std::string& entry : tree) {

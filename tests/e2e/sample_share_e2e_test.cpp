@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "base/text_encoding.h"
+#include "fakes/e2e_share.h"
 #include "fakes/process_runner.h"
 #include "fakes/temp_folder.h"
 #include "platform/posix/descriptor_store.h"
@@ -20,13 +21,14 @@
 namespace tw {
 namespace {
 
+using testing::kStart;
+
 namespace fs = std::filesystem;
 
 const std::string kGenerator = TARNWICK_SAMPLE_SHARE_TOOL;
 const std::string kTarnwick = TARNWICK_BINARY;
 const std::string kPython = "/usr/bin/python3";
 const std::string kShellFolders = "Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\";
-const std::string kStart = "---------- Starting tarnwick.exe ----------\r\n";
 
 // Prints every value of one key as "name<TAB>type<TAB>text" lines (strings decoded, other data
 // in hex), or, with the key "-", the names of the root's sub keys.

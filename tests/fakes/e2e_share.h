@@ -15,6 +15,14 @@
 
 namespace tw::testing {
 
+// The console banners of a run, and whether text holds part.
+inline const std::string kStart = "---------- Starting tarnwick.exe ----------\r\n";
+inline const std::string kExit0 = "---------- Exiting tarnwick.exe (return 0) ----------\r\n";
+inline const std::string kExit1 = "---------- Exiting tarnwick.exe (return -1) ----------\r\n";
+inline bool Contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
 // Where the suite finds the built program and its inputs.
 struct E2eTools {
   std::string binary;          // the built tarnwick
