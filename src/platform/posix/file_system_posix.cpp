@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "platform/file_system.h"
+#include "platform/posix/beneath_path.h"
 #include "platform/posix/directory_search_posix.h"
 #include "platform/posix/errno_win32.h"
 #include "platform/posix/file_copy_posix.h"
@@ -135,7 +136,7 @@ class PosixFileSystem final : public FileSystem {
       if (!request.backupSemantics || mustNotExist || truncate) {
         return mustNotExist ? err::kFileExists : err::kAccessDenied;
       }
-      entry->fd = ::open(native.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+      entry->fd = posix::OpenBeneath(native, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
       if (entry->fd < 0) return PathError(native);
       entry->canSetTimes =
           writeAccess || (request.otherAccess & file_access::kFileWriteAttributes) != 0;
@@ -159,7 +160,7 @@ class PosixFileSystem final : public FileSystem {
     if (create) flags |= O_CREAT;
     if (mustNotExist) flags |= O_EXCL;
     flags |= (writeAccess || truncate) ? O_RDWR : O_RDONLY;
-    entry->fd = ::open(native.c_str(), flags, 0666);
+    entry->fd = posix::OpenBeneath(native, flags, 0666);
     if (entry->fd < 0) return PathError(native);
     if (!existed && create) {
       posix::NoteNameCreated(native);
@@ -365,7 +366,7 @@ class PosixFileSystem final : public FileSystem {
                                      bool readAccess, FileHandle& handle) {
     return posix::OnExistingObject(path, [&](const std::string& native) {
       auto entry = std::make_shared<OpenFileEntry>();
-      entry->fd = ::open(native.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+      entry->fd = posix::OpenBeneath(native, O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
       if (entry->fd < 0) return PathError(native);
       entry->canRead = readAccess;
       entry->canSetTimes = (request.otherAccess & file_access::kFileWriteAttributes) != 0;
