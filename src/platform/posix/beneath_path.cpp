@@ -242,7 +242,8 @@ BeneathPath::BeneathPath(const std::string& native) {
     names.push_back(component);
   }
   const std::string root = native.substr(0, rootLength);
-  name_ = names.empty() ? std::string(".") : std::string(names.back());
+  const bool atRoot = names.empty();
+  name_ = atRoot ? std::string(".") : std::string(names.back());
   if (!names.empty()) names.pop_back();
   std::string relative;
   for (const std::string_view component : names) {
@@ -257,6 +258,12 @@ BeneathPath::BeneathPath(const std::string& native) {
   if (folder_ == nullptr) {
     std::shared_ptr<const PinnedFolder> rootFolder = ProcessTrustRoots().Open(root);
     if (rootFolder == nullptr) {
+      if (atRoot) {
+        // The share's folder itself, which is not a folder that opens: looked at as it stands.
+        name_ = native;
+        path_ = native;
+        return;
+      }
       errnum_ = errno;
       return;
     }
