@@ -8,6 +8,10 @@
 // form for calls that take only a path, such as the extended attribute calls). The last name
 // itself is never followed either: every call here is its no-follow form.
 //
+// Deliberate deviation: a file server would follow a link inside a share as its settings allow;
+// here none is, because a profile's owner controls every name in the profile and the tool runs
+// with the rights to read and write every user's data.
+//
 // Where the trust root is: the folder of the share (of the share map, share_map.h) whose folder
 // holds the path (the longest such folder, as written in the map or as the system resolves it
 // once): links in the share's own path, above its folder, are the administrator's and are
