@@ -185,8 +185,8 @@ TEST_F(NoLinksE2eTest, HiveLinkedOutOfTheShareFailsItsProfile) {
 }
 
 // A profile root given with /s: that is a link (to a profile on the share), and one reached
-// through a linked folder on the way (to a folder outside the share): neither is migrated,
-// nothing outside is read or written.
+// through a linked folder on the way (to a folder outside the share): neither is found as a
+// profile, nothing outside is read or written.
 TEST_F(NoLinksE2eTest, LinkedProfileRootAndLinkedFolderOnTheWay) {
   const fs::path alice = share_.AddV1Profile("alice");
   fs::create_directory_symlink(alice, share_.share() / "alias");
@@ -199,8 +199,16 @@ TEST_F(NoLinksE2eTest, LinkedProfileRootAndLinkedFolderOnTheWay) {
   const testing::TreeState sourceBefore = WithoutTargets(testing::CaptureTreeState(share_.share()));
 
   for (const std::string path : {"alias", "dept\\dave"}) {
+    share_.ClearLog();
     const ProcessResult result = share_.Run({"/s:\\\\fs\\profiles\\" + path});
     EXPECT_FALSE(Contains(result.output, kMigrated)) << path << "\n" << result.output;
+    // The hive behind the link is never found, so the folder is no profile, as one without a
+    // hive: the run's own message for that.
+    EXPECT_EQ(share_.CountLogged("The source does not contain any profiles to migrate: "
+                                 "\\\\fs\\profiles\\" +
+                                 path + "\r\n"),
+              1)
+        << share_.RawLog();
   }
   EXPECT_FALSE(fs::exists(fs::symlink_status(share_.share() / "alias.V2")));
   EXPECT_FALSE(fs::exists(outside / "dave.V2"));
