@@ -26,8 +26,15 @@ constexpr int kFolderFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
 std::atomic<bool> g_forceFallback{false};
 std::atomic<bool> g_noOpenat2{false};  // the kernel said ENOSYS once
 
+// "/proc/<pid>/fd/": the same folder as "/proc/self/fd/" without the lookup of the "self" link
+// on every call.
+const std::string& DescriptorFolder() {
+  static const std::string folder = "/proc/" + std::to_string(::getpid()) + "/fd/";
+  return folder;
+}
+
 std::string DescriptorPath(int fd, std::string_view name) {
-  std::string path = "/proc/self/fd/" + std::to_string(fd);
+  std::string path = DescriptorFolder() + std::to_string(fd);
   path.push_back('/');
   path.append(name);
   return path;
@@ -46,20 +53,22 @@ class TrustRoots {
   std::size_t Length(const std::string& native) {
     if (native.empty() || native[0] != '/') return std::string::npos;
     std::size_t best = std::string::npos;
-    auto consider = [&](const std::string& folder) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const ShareMap* map = UsableProcessShareMap();
+    if (!SameFoldersLocked(map)) {
+      // The folders as written and as the system resolves them, gathered once per map.
+      written_.clear();
+      folders_.clear();
+      if (map != nullptr) {
+        for (const ShareMapEntry& entry : map->entries()) written_.push_back(entry.folder);
+      }
+      written_.insert(written_.end(), extra_.begin(), extra_.end());
+      for (const std::string& folder : written_) AddFolderLocked(folder);
+      gathered_ = true;
+    }
+    for (const std::string& folder : folders_) {
       if (Holds(folder, native) && (best == std::string::npos || folder.size() > best))
         best = folder.size();
-    };
-    const std::lock_guard<std::mutex> guard(mutex_);
-    if (const ShareMap* map = UsableProcessShareMap()) {
-      for (const ShareMapEntry& entry : map->entries()) {
-        consider(entry.folder);
-        consider(ResolvedLocked(entry.folder));
-      }
-    }
-    for (const std::string& folder : extra_) {
-      consider(folder);
-      consider(ResolvedLocked(folder));
     }
     return best;
   }
@@ -84,24 +93,33 @@ class TrustRoots {
       extra_.push_back(folder);
     }
     fds_.clear();
+    gathered_ = false;  // gathered again on the next look
   }
 
  private:
-  const std::string& ResolvedLocked(const std::string& folder) {
-    auto found = resolved_.find(folder);
-    if (found == resolved_.end()) {
-      std::string real;
-      if (char* path = ::realpath(folder.c_str(), nullptr)) {
-        real = path;
-        std::free(path);
-      }
-      found = resolved_.emplace(folder, std::move(real)).first;
+  // Whether the folders gathered are those of map and the test roots.
+  bool SameFoldersLocked(const ShareMap* map) const {
+    if (!gathered_) return false;
+    const std::size_t count = map != nullptr ? map->entries().size() : 0;
+    if (written_.size() != count + extra_.size()) return false;
+    for (std::size_t i = 0; i < count; ++i) {
+      if (written_[i] != map->entries()[i].folder) return false;
     }
-    return found->second;
+    return true;
+  }
+
+  void AddFolderLocked(const std::string& folder) {
+    folders_.push_back(folder);
+    if (char* path = ::realpath(folder.c_str(), nullptr)) {
+      if (folder != path) folders_.emplace_back(path);
+      std::free(path);
+    }
   }
 
   std::mutex mutex_;
-  std::map<std::string, std::string> resolved_;
+  bool gathered_ = false;
+  std::vector<std::string> written_;  // the folders as written: the map's, then the test roots
+  std::vector<std::string> folders_;  // those and the ones the system resolves them to
   std::map<std::string, std::shared_ptr<const PinnedFolder>> fds_;
   std::vector<std::string> extra_;
 };
@@ -366,7 +384,7 @@ int ChmodBeneath(const std::string& native, mode_t mode) {
     errno = ELOOP;
     result = -1;
   }
-  if (result == 0) result = ::chmod(("/proc/self/fd/" + std::to_string(fd)).c_str(), mode);
+  if (result == 0) result = ::chmod((DescriptorFolder() + std::to_string(fd)).c_str(), mode);
   const int saved = errno;
   ::close(fd);
   errno = saved;
