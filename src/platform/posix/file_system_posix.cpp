@@ -3,7 +3,8 @@
 // into a table of open descriptors; an id is never reused, so a closed handle stays invalid
 // (kInvalidHandle) for good. Share modes do not exist on POSIX and are ignored. Symbolic links
 // are never followed on the last element of a path: opening or copying one fails with
-// kCantResolveFilename (ELOOP), and searches list them as reparse points.
+// kCantResolveFilename (ELOOP), and searches list them as reparse points. Below a share's folder
+// none is followed on the way either (beneath_path.h).
 //
 // The work is shared out: directory_search_posix (searches), file_info_posix (attributes and
 // times), file_copy_posix (CopyFileW), folder_tree_posix (folder creation, deletion).
