@@ -1,5 +1,13 @@
 #include "hive/hive_file.h"
 
+#if !defined(_WIN32)
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#endif
+
 #include <atomic>
 #include <cerrno>
 #include <filesystem>
@@ -46,13 +54,29 @@ err::Win32Error FromErrorCode(const std::error_code& ec, err::Win32Error fallbac
   return fallback;
 }
 
+#if !defined(_WIN32)
+// Reads count bytes from fd into target; false on a read error or a file that got shorter.
+bool ReadAll(int fd, std::uint8_t* target, std::size_t count) {
+  while (count != 0) {
+    const ssize_t got = ::read(fd, target, count);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) return false;
+    target += got;
+    count -= static_cast<std::size_t>(got);
+  }
+  return true;
+}
+#endif
+
 // Reads the file into the buffer `place(size)` returns. The stream gets no buffer of its own:
-// the file is read in one piece straight into the caller's.
+// the file is read in one piece straight into the caller's. A hive file that is a symbolic link
+// is never followed: ERROR_CANT_RESOLVE_FILENAME, the code Windows gives for a reparse point it
+// does not traverse there.
 template <class Place>
 err::Win32Error ReadInto(const std::wstring& path, Place place) {
   const fs::path p = FileSystemPath(path);
   std::error_code ec;
-  const fs::file_status status = fs::status(p, ec);
+  const fs::file_status status = fs::symlink_status(p, ec);
   if (ec || !fs::exists(status)) {
     // A missing folder on the way is ERROR_PATH_NOT_FOUND, a missing file ERROR_FILE_NOT_FOUND.
     std::error_code parentEc;
@@ -61,7 +85,9 @@ err::Win32Error ReadInto(const std::wstring& path, Place place) {
     }
     return ec ? FromErrorCode(ec, err::kFileNotFound) : err::kFileNotFound;
   }
+  if (fs::is_symlink(status)) return err::kCantResolveFilename;
   if (fs::is_directory(status)) return err::kAccessDenied;
+#if defined(_WIN32)
   const std::uintmax_t size = fs::file_size(p, ec);
   if (ec) return FromErrorCode(ec, err::kCantRead);
   if (size > kMaxHiveFile) return err::kBadDb;
@@ -74,6 +100,25 @@ err::Win32Error ReadInto(const std::wstring& path, Place place) {
     return err::kCantRead;
   }
   return err::kSuccess;
+#else
+  // Opened without following a link that took the file's place since the look above, and
+  // without waiting on a named pipe.
+  const int fd = ::open(p.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return errno == ELOOP ? err::kCantResolveFilename : err::kAccessDenied;
+  struct stat info {};
+  err::Win32Error result = err::kSuccess;
+  if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+    result = err::kAccessDenied;
+  } else if (static_cast<std::uintmax_t>(info.st_size) > kMaxHiveFile) {
+    result = err::kBadDb;
+  } else {
+    const std::size_t size = static_cast<std::size_t>(info.st_size);
+    std::uint8_t* target = place(size);
+    if (size != 0 && !ReadAll(fd, target, size)) result = err::kCantRead;
+  }
+  ::close(fd);
+  return result;
+#endif
 }
 
 }  // namespace
@@ -129,6 +174,7 @@ err::Win32Error WriteNewFile(const std::wstring& path, const std::vector<std::ui
   if (!fs::is_directory(parent, ec)) return err::kPathNotFound;
   fs::path temp = target;
   temp += L"." + std::to_wstring(++counter) + L".tmp";
+#if defined(_WIN32)
   {
     std::ofstream out(temp, std::ios::binary | std::ios::trunc);
     if (!out) return err::kAccessDenied;
@@ -143,6 +189,29 @@ err::Win32Error WriteNewFile(const std::wstring& path, const std::vector<std::ui
       return full ? err::kDiskFull : err::kCantWrite;
     }
   }
+#else
+  {
+    // A new name only: nothing that already stands there (a link included) is written through.
+    const int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    if (fd < 0) return errno == ENOSPC ? err::kDiskFull : err::kAccessDenied;
+    std::size_t done = 0;
+    bool written = true;
+    while (done < bytes.size()) {
+      const ssize_t count = ::write(fd, bytes.data() + done, bytes.size() - done);
+      if (count < 0 && errno == EINTR) continue;
+      if (count <= 0) {
+        written = false;
+        break;
+      }
+      done += static_cast<std::size_t>(count);
+    }
+    if (::close(fd) != 0) written = false;
+    if (!written) {
+      fs::remove(temp, ec);
+      return err::kCantWrite;
+    }
+  }
+#endif
   if (fs::exists(fs::symlink_status(target, ec))) {
     fs::remove(temp, ec);
     return err::kAlreadyExists;

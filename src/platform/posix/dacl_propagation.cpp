@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/posix/beneath_path.h"
 #include "platform/posix/descriptor_store.h"
 #include "platform/posix/errno_win32.h"
 #include "platform/posix/object_security.h"
@@ -47,7 +48,7 @@ bool Reinherit(const security::Acl* parentDacl, bool isFolder, security::Securit
 
 void PropagateBelow(const std::string& folder, const security::Acl* folderDacl,
                     err::Win32Error& first) {
-  const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  const int fd = OpenBeneath(folder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
   if (fd < 0) {
     Remember(first, Win32ErrorFromErrno(errno));
     return;

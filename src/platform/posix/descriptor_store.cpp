@@ -11,6 +11,7 @@
 
 #include "base/text_encoding.h"
 #include "log/log.h"
+#include "platform/posix/beneath_path.h"
 #include "platform/posix/errno_win32.h"
 #include "platform/posix/file_info_posix.h"
 #include "platform/posix/samba/account_map.h"
@@ -118,7 +119,7 @@ constexpr const char* kDefaultAclAttribute = "system.posix_acl_default";
 
 bool SetAttribute(const std::string& native, const char* name,
                   const std::vector<std::uint8_t>& value) {
-  return ::lsetxattr(native.c_str(), name, value.data(), value.size(), 0) == 0;
+  return LsetxattrBeneath(native, name, value.data(), value.size(), 0) == 0;
 }
 
 // Sets the access ACL (and a folder's default ACL) and "user.SAMBA_PAI" the server sets when a
@@ -140,7 +141,7 @@ bool SetServersPosixAcls(const std::string& native, const security::SecurityDesc
     return false;
   }
   if (server.defaults && server.defaults->empty() &&
-      ::lremovexattr(native.c_str(), kDefaultAclAttribute) != 0 && errno != ENODATA) {
+      LremovexattrBeneath(native, kDefaultAclAttribute) != 0 && errno != ENODATA) {
     return false;
   }
   if (!SetAttribute(native, samba::kPaiAttribute, server.pai)) {
@@ -169,7 +170,7 @@ bool StillCurrent(const std::string& native, const samba::NtAclBlob& blob) {
   if (blob.version < 3) return true;
   if (blob.hashType != samba::kHashTypeSha256) return false;
   struct stat info {};
-  if (::lstat(native.c_str(), &info) != 0) return true;  // the caller's next look reports it
+  if (LstatBeneath(native, info) != 0) return true;  // the caller's next look reports it
   if (blob.version == 4 && FirstBytesAre(blob.sysAclHash, samba::SysAclHash(native, info))) {
     return true;
   }
@@ -187,7 +188,7 @@ err::Win32Error LoadStoredDescriptor(const std::string& native,
   std::vector<std::uint8_t> larger;
   std::span<const std::uint8_t> bytes;
   const ssize_t firstSize =
-      ::lgetxattr(native.c_str(), samba::kNtAclAttribute, first.data(), first.size());
+      LgetxattrBeneath(native, samba::kNtAclAttribute, first.data(), first.size());
   if (firstSize >= 0) {
     bytes = std::span<const std::uint8_t>(first).first(static_cast<std::size_t>(firstSize));
   } else if (errno == ENODATA || errno == ENOTSUP) {
@@ -196,14 +197,14 @@ err::Win32Error LoadStoredDescriptor(const std::string& native,
     return Win32ErrorFromErrno(errno);
   }
   while (firstSize < 0) {
-    const ssize_t size = ::lgetxattr(native.c_str(), samba::kNtAclAttribute, nullptr, 0);
+    const ssize_t size = LgetxattrBeneath(native, samba::kNtAclAttribute, nullptr, 0);
     if (size < 0) {
       if (errno == ENODATA || errno == ENOTSUP) return err::kSuccess;
       return Win32ErrorFromErrno(errno);
     }
     larger.resize(static_cast<std::size_t>(size));
     const ssize_t read =
-        ::lgetxattr(native.c_str(), samba::kNtAclAttribute, larger.data(), larger.size());
+        LgetxattrBeneath(native, samba::kNtAclAttribute, larger.data(), larger.size());
     if (read >= 0) {
       bytes = std::span<const std::uint8_t>(larger).first(static_cast<std::size_t>(read));
       break;
@@ -232,7 +233,7 @@ err::Win32Error LoadStoredDescriptor(const std::string& native,
 
 err::Win32Error StoreDescriptor(const std::string& native, const security::SecurityDescriptor& sd) {
   struct stat info {};
-  if (::lstat(native.c_str(), &info) != 0) return Win32ErrorFromErrno(errno);
+  if (LstatBeneath(native, info) != 0) return Win32ErrorFromErrno(errno);
   // Links and special files keep no Windows security, as before the server's format was used.
   if (!S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode)) return err::kAccessDenied;
   // Never a SACL (SE_SACL_PRESENT cleared, as RemoveSacl leaves a descriptor).
@@ -244,7 +245,7 @@ err::Win32Error StoreDescriptor(const std::string& native, const security::Secur
   // The POSIX ACLs the server sets for this descriptor first: the hashes cover them.
   samba::PosixAcls acls;
   if (!SetServersPosixAcls(native, stored, info, acls)) {
-    if (::lstat(native.c_str(), &info) != 0) return Win32ErrorFromErrno(errno);
+    if (LstatBeneath(native, info) != 0) return Win32ErrorFromErrno(errno);
     acls = samba::ReadPosixAcls(native, info);
   }
   const samba::Sha256Digest derivedHash = samba::DescriptorHash(HashedDescriptor(info, acls));
@@ -253,7 +254,7 @@ err::Win32Error StoreDescriptor(const std::string& native, const security::Secur
       static_cast<std::uint32_t>(info.st_gid), static_cast<std::uint32_t>(info.st_mode)));
   const std::vector<std::uint8_t> bytes =
       samba::EncodeNtAclV4(stored, derivedHash, NowAsFileTime(), sysAclHash);
-  if (::lsetxattr(native.c_str(), samba::kNtAclAttribute, bytes.data(), bytes.size(), 0) != 0) {
+  if (LsetxattrBeneath(native, samba::kNtAclAttribute, bytes.data(), bytes.size(), 0) != 0) {
     return Win32ErrorFromErrno(errno);
   }
   return err::kSuccess;

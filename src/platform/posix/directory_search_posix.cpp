@@ -10,6 +10,7 @@
 
 #include "base/text_encoding.h"
 #include "platform/file_name_pattern.h"
+#include "platform/posix/beneath_path.h"
 #include "platform/posix/errno_win32.h"
 #include "platform/posix/file_info_posix.h"
 #include "platform/posix/native_path.h"
@@ -41,7 +42,7 @@ std::string ChildPath(const std::string& folder, const std::string& name) {
 err::Win32Error OpenFolderError(const std::string& folder, int errnum) {
   if (errnum == ENOTDIR || errnum == ELOOP) {
     struct stat info {};
-    if (::lstat(folder.c_str(), &info) == 0) return err::kDirectory;  // a file or a link
+    if (LstatBeneath(folder, info) == 0) return err::kDirectory;  // a file or a link
     return err::kPathNotFound;
   }
   if (errnum == ENOENT) return err::kPathNotFound;
@@ -74,7 +75,7 @@ err::Win32Error CollectSearchEntries(std::wstring_view pattern, std::vector<Find
   int fd = -1;
   const auto open = [&folder, &fd](const std::string& native) {
     folder = native;
-    fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    fd = OpenBeneath(folder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     return fd < 0 ? OpenFolderError(folder, errno) : err::kSuccess;
   };
   const err::Win32Error opened =

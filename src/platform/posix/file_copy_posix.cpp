@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/file_system.h"
+#include "platform/posix/beneath_path.h"
 #include "platform/posix/errno_win32.h"
 #include "platform/posix/file_info_posix.h"
 #include "platform/posix/folder_names.h"
@@ -82,7 +83,7 @@ bool CopyContent(int in, int out, off_t expected) {
 
 err::Win32Error CopyNativeFile(const std::string& source, const std::string& target,
                                bool failIfExists, const NativeStatus& targetStatus) {
-  const Descriptor in(::open(source.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  const Descriptor in(OpenBeneath(source, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
   if (in.get() < 0) return PathError(source);
   struct stat sourceInfo {};
   if (::fstat(in.get(), &sourceInfo) != 0) return Win32ErrorFromErrno(errno);
@@ -103,8 +104,8 @@ err::Win32Error CopyNativeFile(const std::string& source, const std::string& tar
   }
 
   const int createFlags = targetExists ? O_TRUNC : (O_CREAT | O_EXCL);
-  const Descriptor out(::open(target.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC | createFlags,
-                              sourceInfo.st_mode & 07777));
+  const Descriptor out(OpenBeneath(target, O_WRONLY | O_NOFOLLOW | O_CLOEXEC | createFlags,
+                                   sourceInfo.st_mode & 07777));
   if (out.get() < 0) {
     if (failIfExists && errno == EEXIST) return err::kFileExists;
     return PathError(target);
@@ -112,7 +113,7 @@ err::Win32Error CopyNativeFile(const std::string& source, const std::string& tar
   if (!targetExists) NoteNameCreated(target);
   if (!CopyContent(in.get(), out.get(), sourceInfo.st_size)) {
     const err::Win32Error error = Win32ErrorFromErrno(errno);
-    if (!targetExists && ::unlink(target.c_str()) == 0) NoteNameRemoved(target);
+    if (!targetExists && UnlinkBeneath(target) == 0) NoteNameRemoved(target);
     return error;
   }
 

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/posix/beneath_path.h"
 #include "platform/posix/errno_win32.h"
 #include "platform/posix/samba/dos_attrib.h"
 
@@ -36,7 +37,9 @@ FallbackStore& Fallback() {
 }
 
 bool StatNoFollow(const std::string& native, struct statx& info) {
-  return ::statx(AT_FDCWD, native.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS | STATX_BTIME,
+  const BeneathPath at(native);
+  if (!at.ok()) return false;
+  return ::statx(at.dir(), at.name(), AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS | STATX_BTIME,
                  &info) == 0;
 }
 
@@ -78,8 +81,7 @@ err::Win32Error MissingPathError(const std::string& native) {
   } else {
     parent = native.substr(0, slash);
   }
-  struct stat info {};
-  if (::stat(parent.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) return err::kPathNotFound;
+  if (!IsFolderBeneath(parent)) return err::kPathNotFound;
   return err::kFileNotFound;
 }
 
@@ -95,7 +97,7 @@ namespace {
 // `unsupported` tells a file system without user extended attributes.
 std::optional<samba::DosAttrib> ReadDosAttrib(const std::string& native, bool& unsupported) {
   std::uint8_t buffer[128];
-  const ssize_t length = ::lgetxattr(native.c_str(), kDosAttribName, buffer, sizeof buffer);
+  const ssize_t length = LgetxattrBeneath(native, kDosAttribName, buffer, sizeof buffer);
   unsupported = length < 0 && errno == ENOTSUP;
   if (length < 0) return std::nullopt;
   return samba::DecodeDosAttrib(
@@ -149,7 +151,7 @@ err::Win32Error WriteStoredAttributes(const std::string& native, std::uint32_t v
   const std::vector<std::uint8_t> bytes = samba::EncodeDosAttrib(value, created);
   // The kernel takes user attributes on files and folders only, so success says the type is
   // right; the type is looked at when the write fails.
-  if (::lsetxattr(native.c_str(), kDosAttribName, bytes.data(), bytes.size(), 0) == 0)
+  if (LsetxattrBeneath(native, kDosAttribName, bytes.data(), bytes.size(), 0) == 0)
     return err::kSuccess;
   const int refused = errno;
   struct statx info {};
@@ -164,7 +166,7 @@ err::Win32Error WriteStoredAttributes(const std::string& native, std::uint32_t v
 }
 
 void RemoveStoredAttributes(const std::string& native) {
-  if (::lremovexattr(native.c_str(), kDosAttribName) == 0 || errno != ENOTSUP) return;
+  if (LremovexattrBeneath(native, kDosAttribName) == 0 || errno != ENOTSUP) return;
   struct statx info {};
   if (!StatNoFollow(native, info)) return;
   FallbackStore& store = Fallback();

@@ -3,7 +3,8 @@
 // into a table of open descriptors; an id is never reused, so a closed handle stays invalid
 // (kInvalidHandle) for good. Share modes do not exist on POSIX and are ignored. Symbolic links
 // are never followed on the last element of a path: opening or copying one fails with
-// kCantResolveFilename (ELOOP), and searches list them as reparse points.
+// kCantResolveFilename (ELOOP), and searches list them as reparse points. Below a share's folder
+// none is followed on the way either (beneath_path.h).
 //
 // The work is shared out: directory_search_posix (searches), file_info_posix (attributes and
 // times), file_copy_posix (CopyFileW), folder_tree_posix (folder creation, deletion).
@@ -21,6 +22,7 @@
 #include <vector>
 
 #include "platform/file_system.h"
+#include "platform/posix/beneath_path.h"
 #include "platform/posix/directory_search_posix.h"
 #include "platform/posix/errno_win32.h"
 #include "platform/posix/file_copy_posix.h"
@@ -143,7 +145,7 @@ class PosixFileSystem final : public FileSystem {
       if (!request.backupSemantics || mustNotExist || truncate) {
         return mustNotExist ? err::kFileExists : err::kAccessDenied;
       }
-      entry->fd = ::open(native.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+      entry->fd = posix::OpenBeneath(native, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
       if (entry->fd < 0) return PathError(native);
       entry->canSetTimes =
           writeAccess || (request.otherAccess & file_access::kFileWriteAttributes) != 0;
@@ -168,7 +170,7 @@ class PosixFileSystem final : public FileSystem {
     if (mustNotExist) flags |= O_EXCL;
     flags |= (writeAccess || truncate) ? O_RDWR : O_RDONLY;
     if (request.append && writeAccess) flags |= O_APPEND;
-    entry->fd = ::open(native.c_str(), flags, 0666);
+    entry->fd = posix::OpenBeneath(native, flags, 0666);
     if (entry->fd < 0) return PathError(native);
     if (!existed && create) {
       posix::NoteNameCreated(native);
@@ -448,7 +450,7 @@ class PosixFileSystem final : public FileSystem {
                                      bool readAccess, FileHandle& handle) {
     return posix::OnExistingObject(path, [&](const std::string& native) {
       auto entry = std::make_shared<OpenFileEntry>();
-      entry->fd = ::open(native.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+      entry->fd = posix::OpenBeneath(native, O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
       if (entry->fd < 0) return PathError(native);
       entry->canRead = readAccess;
       entry->canSetTimes = (request.otherAccess & file_access::kFileWriteAttributes) != 0;

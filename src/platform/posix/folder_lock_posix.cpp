@@ -7,13 +7,15 @@
 
 #include <cerrno>
 
+#include "platform/posix/beneath_path.h"
 #include "platform/posix/errno_win32.h"
 #include "platform/posix/file_info_posix.h"
 
 namespace tw::posix {
 
 err::Win32Error LockNativeFolder(const std::string& native, int& fd) {
-  fd = ::open(native.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  // Below a share's folder the folder is reached without following any link on the way.
+  fd = OpenBeneath(native, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fd < 0) {
     if (errno == ENOTDIR) return err::kDirectory;
     return PathError(native);
@@ -30,7 +32,7 @@ err::Win32Error LockNativeFolder(const std::string& native, int& fd) {
     // removed (and perhaps made anew) meanwhile is someone else's business.
     struct stat held {};
     struct stat named {};
-    if (::fstat(fd, &held) != 0 || ::lstat(native.c_str(), &named) != 0 ||
+    if (::fstat(fd, &held) != 0 || LstatBeneath(native, named) != 0 ||
         held.st_dev != named.st_dev || held.st_ino != named.st_ino || held.st_nlink == 0)
       error = err::kSharingViolation;
   }

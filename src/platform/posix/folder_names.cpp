@@ -9,6 +9,7 @@
 
 #include "base/text_encoding.h"
 #include "base/wide_string.h"
+#include "platform/posix/beneath_path.h"
 
 namespace tw::posix {
 namespace {
@@ -65,7 +66,7 @@ struct Listing {
 };
 
 bool ReadListing(const std::string& folder, Listing& listing) {
-  DIR* stream = ::opendir(folder.empty() ? "." : folder.c_str());
+  DIR* stream = OpenFolderListingBeneath(folder);
   if (stream == nullptr) return false;
   while (const struct dirent* item = ::readdir(stream)) {
     const std::string_view entry(item->d_name);
@@ -146,7 +147,7 @@ std::string FindNameNoCase(const std::string& folder, const struct stat& folderI
 }
 
 std::string ReadNameNoCase(const std::string& folder, std::string_view name) {
-  DIR* stream = ::opendir(folder.empty() ? "." : folder.c_str());
+  DIR* stream = OpenFolderListingBeneath(folder);
   if (stream == nullptr) return std::string();
   const std::wstring wanted = Utf8ToWide(name);
   std::string found;
@@ -164,6 +165,9 @@ std::string ReadNameNoCase(const std::string& folder, std::string_view name) {
 
 void NoteNameCreated(const std::string& native) { ProcessListings().Created(native); }
 
-void NoteNameRemoved(const std::string& native) { ProcessListings().Removed(native); }
+void NoteNameRemoved(const std::string& native) {
+  ProcessListings().Removed(native);
+  ForgetBeneathFolders();  // a folder kept open may be the one removed
+}
 
 }  // namespace tw::posix

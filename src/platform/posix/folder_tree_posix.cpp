@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/file_system.h"
+#include "platform/posix/beneath_path.h"
 #include "platform/posix/errno_win32.h"
 #include "platform/posix/file_info_posix.h"
 #include "platform/posix/folder_names.h"
@@ -72,7 +73,7 @@ void EmptyFolder(int fd, err::Win32Error& first) {
 }  // namespace
 
 err::Win32Error MakeNativeFolder(const std::string& native) {
-  if (::mkdir(native.c_str(), 0777) == 0) {
+  if (MakeFolderBeneath(native, 0777) == 0) {
     NoteNameCreated(native);
     // A new folder inherits from its parent; that failing leaves it as mkdir made it.
     static_cast<void>(InheritNewObjectSecurity(native));
@@ -90,7 +91,7 @@ err::Win32Error MakeFolderPathFromWindows(std::wstring_view path) {
   err::Win32Error error = err::kSuccess;
   if (!ToNativePath(path, native, error)) return error;
   struct stat info {};
-  if (::lstat(native.c_str(), &info) == 0)
+  if (LstatBeneath(native, info) == 0)
     return S_ISDIR(info.st_mode) ? err::kAlreadyExists : err::kFileExists;
 
   // Create each missing folder from the first one down.
@@ -99,11 +100,11 @@ err::Win32Error MakeFolderPathFromWindows(std::wstring_view path) {
     std::size_t end = native.find('/', position);
     if (end == std::string::npos) end = native.size();
     const std::string prefix = native.substr(0, end);
-    if (::lstat(prefix.c_str(), &info) == 0) {
+    if (LstatBeneath(prefix, info) == 0) {
       if (!S_ISDIR(info.st_mode)) return err::kPathNotFound;  // a file on the way
     } else if (errno != ENOENT) {
       return Win32ErrorFromErrno(errno);
-    } else if (::mkdir(prefix.c_str(), 0777) == 0) {
+    } else if (MakeFolderBeneath(prefix, 0777) == 0) {
       NoteNameCreated(prefix);
       static_cast<void>(InheritNewObjectSecurity(prefix));
     } else if (errno != EEXIST) {
@@ -117,32 +118,32 @@ err::Win32Error MakeFolderPathFromWindows(std::wstring_view path) {
 
 err::Win32Error DeleteNativeFile(const std::string& native) {
   struct stat info {};
-  if (::lstat(native.c_str(), &info) != 0) return PathError(native);
+  if (LstatBeneath(native, info) != 0) return PathError(native);
   if (S_ISDIR(info.st_mode)) return err::kAccessDenied;
   std::uint32_t stored = 0;
   if (S_ISREG(info.st_mode) && ReadStoredAttributes(native, stored) &&
       (stored & file_attr::kReadOnly) != 0)
     return err::kAccessDenied;
-  if (::unlink(native.c_str()) != 0) return PathError(native);
+  if (UnlinkBeneath(native) != 0) return PathError(native);
   NoteNameRemoved(native);
   return err::kSuccess;
 }
 
 err::Win32Error DeleteNativeTree(const std::string& native) {
   struct stat info {};
-  if (::lstat(native.c_str(), &info) != 0) return PathError(native);
+  if (LstatBeneath(native, info) != 0) return PathError(native);
   if (!S_ISDIR(info.st_mode)) {
-    if (::unlink(native.c_str()) != 0) return PathError(native);
+    if (UnlinkBeneath(native) != 0) return PathError(native);
     NoteNameRemoved(native);
     return err::kSuccess;
   }
   if ((info.st_mode & S_IWUSR) == 0 || (info.st_mode & S_IXUSR) == 0)
-    ::chmod(native.c_str(), (info.st_mode & 07777) | S_IRWXU);
-  const int fd = ::open(native.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    ChmodBeneath(native, (info.st_mode & 07777) | S_IRWXU);
+  const int fd = OpenBeneath(native, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
   if (fd < 0) return PathError(native);
   err::Win32Error first = err::kSuccess;
   EmptyFolder(fd, first);
-  if (::rmdir(native.c_str()) != 0) {
+  if (RemoveFolderBeneath(native) != 0) {
     Remember(first, PathError(native));
   } else {
     NoteNameRemoved(native);

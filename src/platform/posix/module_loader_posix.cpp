@@ -9,7 +9,10 @@
 // cannot be mapped gives the mapping's error (kPathNotFound, kBadNetPath, kBadNetName, ...).
 // Module names compare case-insensitively (as LoadLibraryW's do); any other name fails to load.
 // Unload does nothing: the tables live as long as the process.
+#include <cerrno>
 #include <cstring>
+#include <optional>
+#include <string>
 #include <type_traits>
 #include <vector>
 
@@ -18,6 +21,8 @@
 #include "hive/offreg_api.h"
 #include "platform/module_loader.h"
 #include "platform/offreg_wrapper.h"
+#include "platform/posix/beneath_path.h"
+#include "platform/posix/file_info_posix.h"
 #include "platform/posix/native_path.h"
 #include "platform/posix/object_security.h"
 #include "platform/posix/user_profile_posix.h"
@@ -45,21 +50,31 @@ static_assert(std::is_same_v<CreateProfileFunction, decltype(&posix::BuiltInCrea
 static_assert(std::is_same_v<DeleteProfileWFunction, decltype(&posix::BuiltInDeleteProfileW)>);
 
 // The engine's path for a Windows-form path (and the Linux path it stands for), or the error of
-// the mapping.
-hive::DWORD MapHivePath(const wchar_t* path, std::wstring& mapped, std::string& native) {
+// the mapping. The hive's folder is opened beneath its share (beneath_path.h) and kept open in
+// `at` while the engine uses the path, which names the file relative to that open folder: no
+// link on the way is followed, and the engine never follows the hive file itself if it is a link.
+hive::DWORD MapHivePath(const wchar_t* path, std::optional<posix::BeneathPath>& at,
+                        std::wstring& mapped, std::string& native) {
   if (path == nullptr) return err::kInvalidParameter;
   err::Win32Error error = err::kSuccess;
   if (!posix::ToNativePath(path, native, error)) return error;
-  mapped = Utf8ToWide(native);
+  at.emplace(native);
+  // A link where a folder is needed: ERROR_CANT_RESOLVE_FILENAME, as for the file itself.
+  if (!at->ok()) {
+    errno = at->errnum();
+    return posix::PathError(native);
+  }
+  mapped = Utf8ToWide(at->path());
   return err::kSuccess;
 }
 
 hive::DWORD TW_OR_CALL OpenHiveAtWindowsPath(const wchar_t* hivePath, OrKey* result) {
   if (result == nullptr) return err::kInvalidParameter;
   *result = nullptr;
+  std::optional<posix::BeneathPath> at;
   std::wstring mapped;
   std::string native;
-  const hive::DWORD error = MapHivePath(hivePath, mapped, native);
+  const hive::DWORD error = MapHivePath(hivePath, at, mapped, native);
   if (error != err::kSuccess) return error;
   return hive::EngineFunctions().OROpenHive(mapped.c_str(), result);
 }
@@ -67,9 +82,10 @@ hive::DWORD TW_OR_CALL OpenHiveAtWindowsPath(const wchar_t* hivePath, OrKey* res
 hive::DWORD TW_OR_CALL SaveHiveAtWindowsPath(OrKey hive, const wchar_t* hivePath,
                                              hive::DWORD osMajorVersion,
                                              hive::DWORD osMinorVersion) {
+  std::optional<posix::BeneathPath> at;
   std::wstring mapped;
   std::string native;
-  hive::DWORD error = MapHivePath(hivePath, mapped, native);
+  hive::DWORD error = MapHivePath(hivePath, at, mapped, native);
   if (error != err::kSuccess) return error;
   error = hive::EngineFunctions().ORSaveHive(hive, mapped.c_str(), osMajorVersion, osMinorVersion);
   // The new hive file inherits from its folder, as a file the saving call creates; that failing

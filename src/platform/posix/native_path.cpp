@@ -5,6 +5,7 @@
 #include <cerrno>
 
 #include "base/text_encoding.h"
+#include "platform/posix/beneath_path.h"
 #include "platform/posix/folder_names.h"
 #include "platform/posix/unc_path.h"
 
@@ -34,7 +35,7 @@ std::string Join(const std::string& folder, std::string_view name) {
 }  // namespace
 
 int LstatKnown(const std::string& native, const NativeStatus& status, struct stat& info) {
-  if (!status.known) return ::lstat(native.c_str(), &info);
+  if (!status.known) return posix::LstatBeneath(native, info);
   if (status.error != 0) {
     errno = status.error;
     return -1;
@@ -51,7 +52,7 @@ std::string ResolveNameCase(const std::string& native, NativeStatus* status) {
   // each component as it stands. One lstat instead of one per component.
   if (native.find("//") == std::string::npos) {
     struct stat info {};
-    const bool exists = ::lstat(native.c_str(), &info) == 0;
+    const bool exists = posix::LstatBeneath(native, info) == 0;
     const int missing = exists ? 0 : errno;
     if (exists) {
       if (status != nullptr) {
@@ -67,7 +68,7 @@ std::string ResolveNameCase(const std::string& native, NativeStatus* status) {
       const std::string_view leaf(native.data() + slash + 1, native.size() - slash - 1);
       const std::string folder = slash == 0 ? std::string("/") : native.substr(0, slash);
       struct stat folderInfo {};
-      if (leaf != "." && leaf != ".." && ::lstat(folder.c_str(), &folderInfo) == 0) {
+      if (leaf != "." && leaf != ".." && posix::LstatBeneath(folder, folderInfo) == 0) {
         const std::string other = missing == ENOENT ? FindNameNoCase(folder, folderInfo, leaf) : "";
         if (!other.empty()) return Join(folder, other);
         if (status != nullptr) {
@@ -94,7 +95,7 @@ std::string ResolveNameCase(const std::string& native, NativeStatus* status) {
     std::string candidate = Join(resolved, component);
     if (resolving && component != "." && component != "..") {
       struct stat info {};
-      if (::lstat(candidate.c_str(), &info) != 0) {
+      if (posix::LstatBeneath(candidate, info) != 0) {
         const std::string other = errno == ENOENT ? ReadNameNoCase(resolved, component) : "";
         if (other.empty()) {
           resolving = false;  // the rest does not exist: kept as given
@@ -122,7 +123,7 @@ std::string ResolveNameCaseForCreation(const std::string& native) {
     const std::string_view leaf(native.data() + slash + 1, native.size() - slash - 1);
     const std::string folder = slash == 0 ? std::string("/") : native.substr(0, slash);
     struct stat folderInfo {};
-    if (leaf != "." && leaf != ".." && ::lstat(folder.c_str(), &folderInfo) == 0) {
+    if (leaf != "." && leaf != ".." && posix::LstatBeneath(folder, folderInfo) == 0) {
       const std::string other = FindNameNoCase(folder, folderInfo, leaf);
       return other.empty() ? native : Join(folder, other);
     }

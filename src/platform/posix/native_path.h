@@ -56,8 +56,9 @@ bool ToNativePathForCreation(std::wstring_view path, std::string& native, err::W
 // whose name equals it ignoring case (Windows' upper-case table; the first such entry in the
 // order the folder lists them when several differ only in case). Components are resolved from
 // the first on; from the first component that exists in no case, the rest is kept as given, so
-// a path to be created still names the right place. Symbolic links on the way are followed by
-// the system as usual; "." and ".." stay as they are.
+// a path to be created still names the right place. Below a share's folder every look goes
+// through beneath_path.h: no symbolic link is followed and no folder behind one is listed;
+// "." and ".." stay as they are.
 // A missing path is resolved from its deepest existing folder: most often only the last name is
 // missing (a file about to be created), so the cost is one lstat of the path, one of its folder
 // and one reading of that folder.

@@ -9,6 +9,7 @@
 
 #include "base/wide_string.h"
 #include "platform/network_port.h"
+#include "platform/posix/beneath_path.h"
 #include "platform/posix/native_path.h"
 
 namespace tw {
@@ -58,7 +59,7 @@ class PosixNetworkPort final : public NetworkPort {
       return StatusForMapError(error);
     }
     struct stat info {};
-    if (::stat(native.c_str(), &info) != 0) {
+    if (posix::LstatBeneath(native, info) != 0) {
       return errno == EACCES ? ntstatus::kAccessDenied : ntstatus::kObjectNameNotFound;
     }
     return S_ISDIR(info.st_mode) ? ntstatus::kSuccess : ntstatus::kNotADirectory;

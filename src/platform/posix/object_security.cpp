@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "platform/posix/beneath_path.h"
 #include "platform/posix/dacl_propagation.h"
 #include "platform/posix/descriptor_store.h"
 #include "platform/posix/errno_win32.h"
@@ -113,16 +114,15 @@ void ChangePosixOwner(const std::string& native, const struct stat& info,
   const std::optional<std::uint32_t> uid = samba::Accounts().UidOf(owner);
   if (!uid || static_cast<uid_t>(*uid) == info.st_uid) return;
   // A refused chown (EPERM for an unprivileged process) leaves only the stored owner changed.
-  if (::lchown(native.c_str(), static_cast<uid_t>(*uid), static_cast<gid_t>(-1)) != 0) errno = 0;
+  if (LchownBeneath(native, static_cast<uid_t>(*uid), static_cast<gid_t>(-1)) != 0) errno = 0;
 }
 
 }  // namespace
 
 err::Win32Error ObjectPathError(const std::string& native, int errnum) {
   if (errnum != ENOENT) return Win32ErrorFromErrno(errnum);
-  struct stat info {};
   const std::string parent = ParentOf(native);
-  if (::stat(parent.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) return err::kPathNotFound;
+  if (!IsFolderBeneath(parent)) return err::kPathNotFound;
   return err::kFileNotFound;
 }
 

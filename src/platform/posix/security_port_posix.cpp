@@ -14,6 +14,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/posix/beneath_path.h"
 #include "platform/posix/errno_win32.h"
 #include "platform/posix/folder_names.h"
 #include "platform/posix/native_path.h"
@@ -42,7 +43,7 @@ bool IsFullyQualified(std::wstring_view path) {
 // mkdir, then the descriptor when one is given; a descriptor that cannot be stored removes the
 // new folder again, as a creation with SECURITY_ATTRIBUTES succeeds or fails as a whole.
 err::Win32Error MakeFolder(const std::string& native, const security::SecurityDescriptor* sd) {
-  if (::mkdir(native.c_str(), 0777) != 0) {
+  if (posix::MakeFolderBeneath(native, 0777) != 0) {
     const int errnum = errno;
     if (errnum == EEXIST) return err::kAlreadyExists;
     if (errnum == ENOENT || errnum == ENOTDIR) return err::kPathNotFound;
@@ -55,7 +56,8 @@ err::Win32Error MakeFolder(const std::string& native, const security::SecurityDe
     return err::kSuccess;
   }
   const err::Win32Error error = posix::StoreNewObjectSecurity(native, *sd);
-  if (error != err::kSuccess && ::rmdir(native.c_str()) == 0) posix::NoteNameRemoved(native);
+  if (error != err::kSuccess && posix::RemoveFolderBeneath(native) == 0)
+    posix::NoteNameRemoved(native);
   return error;
 }
 
@@ -154,7 +156,7 @@ class PosixSecurityPort final : public SecurityPort {
       next = last ? native.size() : slash;
       if (prefix.empty()) continue;  // the root of a relative mapping never happens; be safe
       struct stat info {};
-      if (::lstat(prefix.c_str(), &info) == 0) {
+      if (posix::LstatBeneath(prefix, info) == 0) {
         if (!S_ISDIR(info.st_mode)) return last ? err::kFileExists : err::kPathNotFound;
         if (last) return created ? err::kSuccess : err::kAlreadyExists;
         continue;
@@ -174,10 +176,10 @@ class PosixSecurityPort final : public SecurityPort {
     if (!posix::ToNativePath(path, native, error)) return error;
     const int baseFlags = O_WRONLY | O_CLOEXEC | O_NOFOLLOW;
     bool created = true;
-    int fd = ::open(native.c_str(), baseFlags | O_CREAT | O_EXCL, 0666);
+    int fd = posix::OpenBeneath(native, baseFlags | O_CREAT | O_EXCL, 0666);
     if (fd < 0 && errno == EEXIST && !failIfExists) {
       created = false;
-      fd = ::open(native.c_str(), baseFlags | O_TRUNC);
+      fd = posix::OpenBeneath(native, baseFlags | O_TRUNC);
     }
     if (fd < 0) {
       const int errnum = errno;
@@ -193,7 +195,7 @@ class PosixSecurityPort final : public SecurityPort {
       return err::kSuccess;
     }
     error = posix::StoreNewObjectSecurity(native, *sd);
-    if (error != err::kSuccess && ::unlink(native.c_str()) == 0) posix::NoteNameRemoved(native);
+    if (error != err::kSuccess && posix::UnlinkBeneath(native) == 0) posix::NoteNameRemoved(native);
     return error;
   }
 };

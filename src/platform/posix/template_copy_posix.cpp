@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "platform/posix/beneath_path.h"
 #include "platform/posix/errno_win32.h"
 #include "platform/posix/file_copy_posix.h"
 #include "platform/posix/file_info_posix.h"
@@ -18,7 +19,7 @@ namespace {
 
 // The names in folder except "." and "..", sorted so that copies are made in a stable order.
 err::Win32Error ListFolder(const std::string& folder, std::vector<std::string>& names) {
-  DIR* stream = ::opendir(folder.c_str());
+  DIR* stream = OpenFolderListingBeneath(folder);
   if (stream == nullptr) return PathError(folder);
   while (const struct dirent* item = ::readdir(stream)) {
     const std::string name(item->d_name);
@@ -38,7 +39,7 @@ err::Win32Error CopyTemplateTree(const std::string& source, const std::string& t
     const std::string from = source + "/" + name;
     const std::string to = target + "/" + name;
     struct stat info {};
-    if (::lstat(from.c_str(), &info) != 0) return PathError(from);
+    if (LstatBeneath(from, info) != 0) return PathError(from);
     if (S_ISDIR(info.st_mode)) {
       if (const err::Win32Error error = MakeNativeFolder(to); error != err::kSuccess) return error;
       std::uint32_t attributes = 0;

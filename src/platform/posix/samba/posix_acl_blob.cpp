@@ -4,6 +4,7 @@
 
 #include <cerrno>
 
+#include "platform/posix/beneath_path.h"
 #include "platform/posix/samba/ndr_writer.h"
 
 namespace tw::posix::samba {
@@ -52,13 +53,13 @@ std::optional<std::vector<std::uint8_t>> ReadAttribute(const std::string& native
                                                        const char* name) {
   std::vector<std::uint8_t> value(256);
   for (int attempt = 0; attempt < 4; ++attempt) {
-    const ssize_t got = ::lgetxattr(native.c_str(), name, value.data(), value.size());
+    const ssize_t got = LgetxattrBeneath(native, name, value.data(), value.size());
     if (got >= 0) {
       value.resize(static_cast<std::size_t>(got));
       return value;
     }
     if (errno != ERANGE) return std::nullopt;
-    const ssize_t size = ::lgetxattr(native.c_str(), name, nullptr, 0);
+    const ssize_t size = LgetxattrBeneath(native, name, nullptr, 0);
     if (size < 0) return std::nullopt;
     value.resize(static_cast<std::size_t>(size));
   }
