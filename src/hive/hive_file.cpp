@@ -195,20 +195,20 @@ err::Win32Error WriteNewFile(const std::wstring& path, const std::vector<std::ui
     const int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
     if (fd < 0) return errno == ENOSPC ? err::kDiskFull : err::kAccessDenied;
     std::size_t done = 0;
-    bool written = true;
+    int failure = 0;  // the errno of the failing write or close
     while (done < bytes.size()) {
       const ssize_t count = ::write(fd, bytes.data() + done, bytes.size() - done);
       if (count < 0 && errno == EINTR) continue;
       if (count <= 0) {
-        written = false;
+        failure = count < 0 ? errno : ENOSPC;  // a write of nothing: no room left
         break;
       }
       done += static_cast<std::size_t>(count);
     }
-    if (::close(fd) != 0) written = false;
-    if (!written) {
+    if (::close(fd) != 0 && failure == 0) failure = errno;
+    if (failure != 0) {
       fs::remove(temp, ec);
-      return err::kCantWrite;
+      return failure == ENOSPC ? err::kDiskFull : err::kCantWrite;
     }
   }
 #endif
