@@ -70,9 +70,7 @@ TEST_F(CommandLineTest, EveryHelpFormIsRecognisedAsBeginsWith) {
   EXPECT_THAT(log_.messages(), IsEmpty());
 }
 
-TEST_F(CommandLineTest, NoSourceAndNoHelpReturnsFalse) {
-  EXPECT_FALSE(Parse({L"/r-"}));
-}
+TEST_F(CommandLineTest, NoSourceAndNoHelpReturnsFalse) { EXPECT_FALSE(Parse({L"/r-"})); }
 
 TEST_F(CommandLineTest, FlagsAreBeginsWithTests) {
   EXPECT_TRUE(Parse({L"/s:x", L"/f-x", L"/R-", L"/takeownershipX"}));
@@ -85,8 +83,8 @@ TEST_F(CommandLineTest, FlagsAreBeginsWithTests) {
 TEST_F(CommandLineTest, UnknownArgumentIsReportedAsTypedAndParsingGoesOn) {
   EXPECT_TRUE(Parse({L"/tx", L"/s:\\\\server\\share\\x", L"/BoGus"}));
   // "/tx" is not "/t:" and not "/takeownership".
-  EXPECT_THAT(log_.messages(), ElementsAre(L"Unknown command line arg: /tx",
-                                           L"Unknown command line arg: /BoGus"));
+  EXPECT_THAT(log_.messages(),
+              ElementsAre(L"Unknown command line arg: /tx", L"Unknown command line arg: /BoGus"));
   EXPECT_EQ(console_.text(),
             L"Unknown command line arg: /tx\r\nUnknown command line arg: /BoGus\r\n");
   EXPECT_FALSE(settings_.takeOwnership);
@@ -119,9 +117,10 @@ TEST_F(CommandLineTest, ModeOptionsInAnyCaseAndLaterWins) {
 }
 
 TEST_F(CommandLineTest, ConfigurationModeWinsOverModeOption) {
-  const std::string config = temp_.WriteFile(
-      "cfg.xml", "<config><source><profilepath>\\\\srv\\p\\*.v2</profilepath>"
-                 "<migv2tov6>true</migv2tov6></source></config>");
+  const std::string config =
+      temp_.WriteFile("cfg.xml",
+                      "<config><source><profilepath>\\\\srv\\p\\*.v2</profilepath>"
+                      "<migv2tov6>true</migv2tov6></source></config>");
   EXPECT_TRUE(Parse({Wide(config), L"/s:x", L"/V5TOV6"}));
   EXPECT_EQ(g_sourceVersion, 2);
   EXPECT_EQ(g_targetVersion, 6);
@@ -163,10 +162,10 @@ TEST_F(CommandLineTest, ExistingFolderIsTakenAsConfigurationAndLoadsAsAFileThatD
 }
 
 TEST_F(CommandLineTest, LaterConfigurationArgumentReplacesEarlier) {
-  const std::string first = temp_.WriteFile(
-      "first.xml", "<c><source><profilepath>first</profilepath></source></c>");
-  const std::string second = temp_.WriteFile(
-      "second.xml", "<c><source><profilepath>second</profilepath></source></c>");
+  const std::string first =
+      temp_.WriteFile("first.xml", "<c><source><profilepath>first</profilepath></source></c>");
+  const std::string second =
+      temp_.WriteFile("second.xml", "<c><source><profilepath>second</profilepath></source></c>");
   EXPECT_TRUE(Parse({Wide(first), Wide(second)}));
   EXPECT_EQ(settings_.sourcePath, L"second");
 }
