@@ -26,10 +26,10 @@ constexpr int kFolderFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
 std::atomic<bool> g_forceFallback{false};
 std::atomic<bool> g_noOpenat2{false};  // the kernel said ENOSYS once
 
-// "/proc/<pid>/fd/": the same folder as "/proc/self/fd/" without the lookup of the "self" link
-// on every call.
+// "/proc/self/fd/": always the calling process's own descriptors. (A folder named by the process
+// id, kept from the first call, would name the parent's descriptors in a forked child.)
 const std::string& DescriptorFolder() {
-  static const std::string folder = "/proc/" + std::to_string(::getpid()) + "/fd/";
+  static const std::string folder = "/proc/self/fd/";
   return folder;
 }
 
