@@ -8,7 +8,7 @@ packages=(
   libgtest-dev libgmock-dev libpugixml-dev libbenchmark-dev
   nettle-dev libwbclient-dev libtdb-dev
   g++-mingw-w64-x86-64-posix
-  clang libclang-rt-dev
+  clang libclang-rt-dev clang-format python3
   reglookup python3-hivex libhivex-bin libwin-hivex-perl libregf-utils python3-libregf
   wine64 libwine
   samba samba-vfs-modules smbclient winbind libwbclient-dev samba-dev python3-samba

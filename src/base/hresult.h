@@ -27,8 +27,10 @@ constexpr HResult kOutOfMemory = static_cast<HResult>(0x8007000Eu);   // E_OUTOF
 constexpr HResult kInvalidArg = static_cast<HResult>(0x80070057u);    // E_INVALIDARG
 constexpr HResult kAccessDenied = static_cast<HResult>(0x80070005u);  // E_ACCESSDENIED
 constexpr HResult kHandle = static_cast<HResult>(0x80070006u);        // E_HANDLE: the -1 handle
-constexpr HResult kNotBound = static_cast<HResult>(0x80070001u);      // an unbound offline-registry function
-constexpr HResult kAlreadyExists = static_cast<HResult>(0x800700B7u); // an existing, finished target
+constexpr HResult kNotBound =
+    static_cast<HResult>(0x80070001u);  // an unbound offline-registry function
+constexpr HResult kAlreadyExists =
+    static_cast<HResult>(0x800700B7u);  // an existing, finished target
 // The program's own codes.
 constexpr HResult kSourceProfileInvalid = static_cast<HResult>(0x80040001u);
 constexpr HResult kTargetProfileInvalid = static_cast<HResult>(0x80040002u);

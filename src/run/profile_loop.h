@@ -17,8 +17,7 @@ struct ProfileLoopOutcome {
 // "V2" or "V5" in the V2/V5 modes, announcing each profile; with no suffix otherwise, migrating
 // each as V1 to V2 (the 6/6 selection too, deliberately).
 ProfileLoopOutcome RunProfileLoop(CSourceProfileEnum& profiles, MigrationContext& context,
-                                  const MigrateProfileFunction& migrateProfile,
-                                  Console& console);
+                                  const MigrateProfileFunction& migrateProfile, Console& console);
 
 // True when the mode walks the profiles with a version suffix (source version 2 or 5).
 bool IsSuffixLoop();

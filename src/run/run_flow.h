@@ -22,8 +22,8 @@ namespace tw {
 
 // The per-profile migration as the loop calls it: (context, source path, source version,
 // target path out, target version) -> result code.
-using MigrateProfileFunction = std::function<HResult(
-    MigrationContext&, const std::wstring&, std::uint32_t, std::wstring&, std::uint32_t)>;
+using MigrateProfileFunction = std::function<HResult(MigrationContext&, const std::wstring&,
+                                                     std::uint32_t, std::wstring&, std::uint32_t)>;
 
 struct RunServices {
   Console& console;

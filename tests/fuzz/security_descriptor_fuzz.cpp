@@ -38,9 +38,8 @@ void CheckDescriptor(std::span<const std::uint8_t> input) {
   if (first.dacl) {
     Require(sec::IsCanonical(sec::CanonicalOrder(first.dacl->aces())));
     try {
-      const sec::SecurityDescriptor child =
-          sec::InheritFromParent(first, true, sec::LocalSystemSid(), sec::LocalSystemSid(),
-                                 sec::kRegistryKeyMapping);
+      const sec::SecurityDescriptor child = sec::InheritFromParent(
+          first, true, sec::LocalSystemSid(), sec::LocalSystemSid(), sec::kRegistryKeyMapping);
       sec::SecurityDescriptor reread;
       Require(sec::ParseSelfRelative(sec::MakeSelfRelative(child), &reread) == kSuccess);
       Require(reread == child);

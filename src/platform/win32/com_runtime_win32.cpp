@@ -1,8 +1,8 @@
 // COM for the MSXML document: apartment-threaded, as CoInitialize(NULL) makes it.
+#include <objbase.h>
+
 #include "platform/com_runtime.h"
 #include "platform/win32/windows_headers.h"
-
-#include <objbase.h>
 
 namespace tw {
 namespace {

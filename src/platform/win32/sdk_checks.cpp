@@ -10,8 +10,10 @@
 namespace tw {
 namespace {
 
-#define CHECK_ERROR(name, sdkName) \
-  static_assert(err::name == static_cast<err::Win32Error>(sdkName), #name " differs from " #sdkName)
+#define CHECK_ERROR(name, sdkName)                                        \
+  static_assert(err::name == static_cast<err::Win32Error>(sdkName), #name \
+                " differs "                                               \
+                "from " #sdkName)
 
 CHECK_ERROR(kSuccess, ERROR_SUCCESS);
 CHECK_ERROR(kInvalidFunction, ERROR_INVALID_FUNCTION);
