@@ -4,13 +4,16 @@
 #include <string>
 #include <vector>
 
-#include "platform/com_runtime.h"
-#include "platform/console.h"
-#include "platform/file_system.h"
-#include "platform/offreg_wrapper.h"
-#include "platform/security_port.h"
-#include "platform/xml_document.h"
+#include "log/log_diagnostics.h"
+#include "os/native_ports.h"
+#include "ports/com_runtime.h"
+#include "ports/console.h"
+#include "ports/file_system.h"
+#include "ports/process_ports.h"
+#include "ports/security_port.h"
+#include "ports/xml_document.h"
 #include "profile/profile_migration.h"
+#include "registry/offreg_wrapper.h"
 #include "run/run_flow.h"
 
 #ifndef _WIN32
@@ -18,8 +21,15 @@
 #include <string_view>
 
 #include "base/text_encoding.h"
-#include "platform/posix/share_map.h"
+#include "os/posix/paths/share_map.h"
 #endif
+
+// The program runs with the system's adapters; what they cannot return in a result goes to the
+// log.
+const tw::ProcessPorts& tw::InstalledProcessPorts() {
+  static const ProcessPorts ports = NativeProcessPorts(LogDiagnosticSink());
+  return ports;
+}
 
 namespace {
 

@@ -1,5 +1,5 @@
 // Win32 error codes by name, portable. The ports return these exactly where the Windows call
-// would; the Windows build checks every value against the SDK (platform/win32/sdk_checks.cpp).
+// would; the Windows build checks every value against the SDK (os/win32/sdk_checks.cpp).
 #pragma once
 
 #include <cstdint>

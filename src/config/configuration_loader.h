@@ -5,7 +5,7 @@
 
 #include "base/hresult.h"
 #include "config/migration_settings.h"
-#include "platform/xml_document.h"
+#include "ports/xml_document.h"
 
 namespace tw {
 

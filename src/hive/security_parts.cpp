@@ -4,13 +4,13 @@
 #include <span>
 #include <utility>
 
+#include "descriptor/ace.h"
+#include "descriptor/acl.h"
+#include "descriptor/inheritance.h"
+#include "descriptor/security_descriptor.h"
+#include "descriptor/sid.h"
+#include "descriptor/well_known_sids.h"
 #include "hive/regf_layout.h"
-#include "security/codec/ace.h"
-#include "security/codec/acl.h"
-#include "security/codec/inheritance.h"
-#include "security/codec/security_descriptor.h"
-#include "security/codec/sid.h"
-#include "security/codec/well_known_sids.h"
 
 namespace tw::hive {
 

@@ -1,7 +1,7 @@
 // The operations on self-relative security descriptors the hive engine needs: measure one, pick
 // the parts a SECURITY_INFORMATION selects, replace parts, and compute what a new key inherits.
 // Descriptors are kept and returned in self-relative form, as security cells store them; they
-// are read and built through the security descriptor codec (security/codec/).
+// are read and built through the security descriptor codec (descriptor/).
 //
 // A descriptor read from a hive is kept byte for byte: it is only re-encoded when a caller
 // changes it (ORSetKeySecurity) or asks for some of its parts (ORGetKeySecurity), and then in the

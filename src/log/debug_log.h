@@ -19,8 +19,8 @@
 #include "base/hresult.h"
 #include "log/log.h"
 #include "log/reference_count.h"
-#include "platform/file_system.h"
-#include "platform/system_services.h"
+#include "ports/file_system.h"
+#include "ports/system_services.h"
 
 namespace tw {
 

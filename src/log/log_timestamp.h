@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "platform/system_services.h"
+#include "ports/system_services.h"
 
 namespace tw {
 

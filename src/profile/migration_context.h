@@ -9,10 +9,10 @@
 
 #include "base/wide_string.h"
 #include "config/migration_settings.h"
-#include "platform/file_system.h"
-#include "platform/network_port.h"
-#include "platform/offreg_wrapper.h"
-#include "platform/security_port.h"
+#include "ports/file_system.h"
+#include "ports/network_port.h"
+#include "ports/security_port.h"
+#include "registry/offreg_wrapper.h"
 
 namespace tw {
 

@@ -6,7 +6,7 @@
 #include "base/shell_path.h"
 #include "base/win32_error.h"
 #include "log/log.h"
-#include "platform/file_system.h"
+#include "ports/file_system.h"
 #include "profile/case_twins.h"
 #include "security/file_security.h"
 

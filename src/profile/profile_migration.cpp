@@ -4,15 +4,15 @@
 #include <optional>
 
 #include "base/win32_error.h"
+#include "descriptor/sid.h"
 #include "log/log.h"
-#include "platform/file_system.h"
-#include "platform/last_error.h"
-#include "platform/network_reachability.h"
+#include "ports/file_system.h"
+#include "ports/last_error.h"
 #include "profile/folder_migrator.h"
+#include "profile/network_reachability.h"
 #include "profile/profile_copy.h"
 #include "profile/target_profile.h"
 #include "profile/user_profile_migration.h"
-#include "security/codec/sid.h"
 #include "security/file_security.h"
 #include "security/self_relative_descriptor.h"
 

@@ -10,7 +10,7 @@
 
 #include "base/hresult.h"
 #include "base/win32_error.h"
-#include "platform/file_system.h"
+#include "ports/file_system.h"
 #include "profile/migration_context.h"
 #include "security/self_relative_descriptor.h"
 

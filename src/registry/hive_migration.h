@@ -12,8 +12,8 @@
 #include <string>
 
 #include "base/hresult.h"
-#include "platform/offreg_wrapper.h"
 #include "profile/migration_context.h"
+#include "registry/offreg_wrapper.h"
 #include "security/self_relative_descriptor.h"
 
 namespace tw {

@@ -2,8 +2,8 @@
 
 #include "base/shell_path.h"
 #include "log/log.h"
-#include "platform/file_system.h"
-#include "platform/security_port.h"
+#include "ports/file_system.h"
+#include "ports/security_port.h"
 #include "registry/offreg_calls.h"
 #include "security/file_security.h"
 #include "security/self_relative_descriptor.h"

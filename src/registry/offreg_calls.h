@@ -11,7 +11,7 @@
 
 #include <cstdint>
 
-#include "platform/offreg_wrapper.h"
+#include "registry/offreg_wrapper.h"
 
 namespace tw::registry {
 

@@ -7,10 +7,10 @@
 
 #include "base/hresult_error.h"
 #include "base/win32_error.h"
+#include "descriptor/security_descriptor.h"
 #include "log/log.h"
 #include "registry/offreg_calls.h"
 #include "registry/work_buffer.h"
-#include "security/codec/security_descriptor.h"
 
 namespace tw {
 

@@ -14,8 +14,8 @@
 #include <string>
 
 #include "base/hresult.h"
-#include "platform/offreg_wrapper.h"
 #include "profile/migration_context.h"
+#include "registry/offreg_wrapper.h"
 
 namespace tw {
 

@@ -6,8 +6,8 @@
 
 #include <string>
 
-#include "platform/offreg_wrapper.h"
 #include "profile/migration_context.h"
+#include "registry/offreg_wrapper.h"
 
 namespace tw {
 

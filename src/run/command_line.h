@@ -7,9 +7,9 @@
 #include <string>
 
 #include "config/migration_settings.h"
-#include "platform/console.h"
-#include "platform/file_system.h"
-#include "platform/xml_document.h"
+#include "ports/console.h"
+#include "ports/file_system.h"
+#include "ports/xml_document.h"
 
 namespace tw {
 

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "log/debug_log.h"
-#include "platform/offreg_wrapper.h"
+#include "registry/offreg_wrapper.h"
 #include "run/command_line.h"
 
 namespace tw {

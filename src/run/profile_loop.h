@@ -2,7 +2,7 @@
 // result decides the line that is reported and whether the exit value becomes -1.
 #pragma once
 
-#include "platform/console.h"
+#include "ports/console.h"
 #include "run/run_flow.h"
 #include "run/source_profile_enum.h"
 

@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "base/format.h"
-#include "platform/console.h"
+#include "ports/console.h"
 
 namespace tw {
 

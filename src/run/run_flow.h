@@ -9,14 +9,14 @@
 #include <string>
 
 #include "base/hresult.h"
-#include "platform/com_runtime.h"
-#include "platform/console.h"
-#include "platform/file_system.h"
-#include "platform/network_port.h"
-#include "platform/offreg_wrapper.h"
-#include "platform/security_port.h"
-#include "platform/xml_document.h"
+#include "ports/com_runtime.h"
+#include "ports/console.h"
+#include "ports/file_system.h"
+#include "ports/network_port.h"
+#include "ports/security_port.h"
+#include "ports/xml_document.h"
 #include "profile/migration_context.h"
+#include "registry/offreg_wrapper.h"
 
 namespace tw {
 

@@ -13,7 +13,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/file_system.h"
+#include "ports/file_system.h"
 
 namespace tw {
 

@@ -6,8 +6,8 @@
 
 #include <optional>
 
-#include "platform/security_port.h"
-#include "security/codec/sid.h"
+#include "descriptor/sid.h"
+#include "ports/security_port.h"
 
 namespace tw {
 

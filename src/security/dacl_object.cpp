@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "base/hresult_error.h"
-#include "security/codec/ace_order.h"
+#include "descriptor/ace_order.h"
 
 namespace tw {
 

@@ -14,10 +14,10 @@
 #include <optional>
 #include <vector>
 
-#include "security/codec/ace.h"
-#include "security/codec/acl.h"
-#include "security/codec/security_descriptor.h"
-#include "security/codec/sid.h"
+#include "descriptor/ace.h"
+#include "descriptor/acl.h"
+#include "descriptor/security_descriptor.h"
+#include "descriptor/sid.h"
 
 namespace tw {
 

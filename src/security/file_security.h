@@ -9,8 +9,8 @@
 
 #include "base/hresult.h"
 #include "base/win32_error.h"
-#include "platform/file_system.h"
-#include "platform/security_port.h"
+#include "ports/file_system.h"
+#include "ports/security_port.h"
 #include "security/self_relative_descriptor.h"
 
 namespace tw {

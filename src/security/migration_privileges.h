@@ -5,7 +5,7 @@
 #include <string>
 
 #include "base/hresult.h"
-#include "platform/security_port.h"
+#include "ports/security_port.h"
 
 namespace tw {
 

@@ -1,7 +1,7 @@
 #include "security/self_relative_descriptor.h"
 
 #include "base/hresult_error.h"
-#include "platform/security_port.h"
+#include "ports/security_port.h"
 
 namespace tw {
 

@@ -8,8 +8,8 @@
 #include <optional>
 #include <vector>
 
-#include "security/codec/security_descriptor.h"
-#include "security/codec/sid.h"
+#include "descriptor/security_descriptor.h"
+#include "descriptor/sid.h"
 
 namespace tw {
 

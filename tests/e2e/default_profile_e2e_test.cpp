@@ -14,8 +14,8 @@
 #include "base/hresult.h"
 #include "fakes/process_runner.h"
 #include "fakes/temp_folder.h"
-#include "platform/posix/native_path.h"
-#include "platform/posix/user_profile_posix.h"
+#include "os/posix/paths/native_path.h"
+#include "os/posix/profiles/user_profile.h"
 
 namespace tw {
 namespace {

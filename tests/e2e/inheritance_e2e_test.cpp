@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
+#include "descriptor/inheritance.h"
+#include "descriptor/well_known_sids.h"
 #include "fakes/e2e_share.h"
-#include "platform/posix/native_path.h"
-#include "platform/security_port.h"
-#include "security/codec/inheritance.h"
-#include "security/codec/well_known_sids.h"
+#include "os/posix/paths/native_path.h"
+#include "ports/security_port.h"
 
 namespace tw {
 namespace {

@@ -21,8 +21,8 @@
 #include <vector>
 
 #include "fakes/e2e_share.h"
-#include "platform/posix/samba/dos_attrib.h"
-#include "platform/posix/samba/ntacl_xattr.h"
+#include "os/posix/samba/dos_attrib.h"
+#include "os/posix/samba/ntacl_xattr.h"
 
 namespace tw {
 namespace {

@@ -16,7 +16,7 @@
 #include "fakes/e2e_share.h"
 #include "fakes/process_runner.h"
 #include "fakes/temp_folder.h"
-#include "platform/posix/descriptor_store.h"
+#include "os/posix/security/descriptor_store.h"
 
 namespace tw {
 namespace {

@@ -9,9 +9,9 @@
 #include <regex>
 
 #include "base/text_encoding.h"
-#include "platform/posix/descriptor_store.h"
-#include "security/codec/security_descriptor.h"
-#include "security/codec/sid.h"
+#include "descriptor/security_descriptor.h"
+#include "descriptor/sid.h"
+#include "os/posix/security/descriptor_store.h"
 
 namespace tw::testing {
 

@@ -1,7 +1,7 @@
 // A COM runtime that counts its calls and checks that they pair up.
 #pragma once
 
-#include "platform/com_runtime.h"
+#include "ports/com_runtime.h"
 
 namespace tw::testing {
 

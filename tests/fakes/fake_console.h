@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/console.h"
+#include "ports/console.h"
 
 namespace tw::testing {
 

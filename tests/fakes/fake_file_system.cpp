@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "base/file_name_pattern.h"
 #include "base/wide_string.h"
-#include "platform/file_name_pattern.h"
 
 namespace tw::testing {
 

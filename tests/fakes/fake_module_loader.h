@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/module_loader.h"
+#include "ports/module_loader.h"
 
 namespace tw::testing {
 

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/network_port.h"
+#include "ports/network_port.h"
 
 namespace tw::testing {
 

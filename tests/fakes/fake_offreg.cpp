@@ -8,7 +8,7 @@
 #include "base/wide_string.h"
 #include "base/win32_error.h"
 #include "hive/offreg_api.h"
-#include "platform/posix/native_path.h"
+#include "os/posix/paths/native_path.h"
 
 namespace tw::testing {
 namespace {

@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "fakes/fake_module_loader.h"
-#include "platform/offreg_wrapper.h"
+#include "registry/offreg_wrapper.h"
 
 namespace tw::testing {
 

@@ -14,7 +14,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/security_port.h"
+#include "ports/security_port.h"
 
 namespace tw::testing {
 

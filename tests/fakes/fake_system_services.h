@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "base/text_encoding.h"
-#include "platform/system_services.h"
+#include "ports/system_services.h"
 
 namespace tw::testing {
 

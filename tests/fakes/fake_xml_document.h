@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "base/hresult.h"
-#include "platform/xml_document.h"
+#include "ports/xml_document.h"
 
 namespace tw::testing {
 

@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <optional>
 
-#include "platform/posix/samba/account_map.h"
-#include "security/codec/sid.h"
-#include "security/codec/well_known_sids.h"
+#include "descriptor/sid.h"
+#include "descriptor/well_known_sids.h"
+#include "os/posix/samba/account_map.h"
 
 namespace tw::testing {
 

@@ -10,12 +10,12 @@
 
 #include "base/hresult_error.h"
 #include "base/win32_error.h"
-#include "security/codec/ace_order.h"
-#include "security/codec/acl.h"
-#include "security/codec/inheritance.h"
-#include "security/codec/security_descriptor.h"
-#include "security/codec/sid.h"
-#include "security/codec/well_known_sids.h"
+#include "descriptor/ace_order.h"
+#include "descriptor/acl.h"
+#include "descriptor/inheritance.h"
+#include "descriptor/security_descriptor.h"
+#include "descriptor/sid.h"
+#include "descriptor/well_known_sids.h"
 
 namespace {
 

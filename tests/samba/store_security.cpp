@@ -10,9 +10,19 @@
 #include <string>
 #include <vector>
 
-#include "platform/posix/descriptor_store.h"
-#include "platform/posix/samba/account_map.h"
-#include "security/codec/security_descriptor.h"
+#include "descriptor/security_descriptor.h"
+#include "log/log_diagnostics.h"
+#include "os/native_ports.h"
+#include "os/posix/samba/account_map.h"
+#include "os/posix/security/descriptor_store.h"
+#include "ports/process_ports.h"
+
+// The tool runs with the system's adapters, as tarnwick does; what they cannot return in a result
+// goes to the log.
+const tw::ProcessPorts& tw::InstalledProcessPorts() {
+  static const ProcessPorts ports = NativeProcessPorts(LogDiagnosticSink());
+  return ports;
+}
 
 namespace {
 

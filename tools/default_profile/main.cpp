@@ -16,8 +16,18 @@
 #include <string>
 #include <system_error>
 
+#include "log/log_diagnostics.h"
+#include "os/native_ports.h"
+#include "ports/process_ports.h"
 #include "profile_builder.h"
 #include "profile_description.h"
+
+// The tool runs with the system's adapters, as tarnwick does; what they cannot return in a result
+// goes to the log.
+const tw::ProcessPorts& tw::InstalledProcessPorts() {
+  static const ProcessPorts ports = NativeProcessPorts(LogDiagnosticSink());
+  return ports;
+}
 
 namespace tw::tools {
 namespace {

@@ -5,8 +5,8 @@
 
 #include "base/text_encoding.h"
 #include "hive/offreg_api.h"
-#include "platform/file_system.h"
-#include "platform/posix/native_path.h"
+#include "os/posix/paths/native_path.h"
+#include "ports/file_system.h"
 
 namespace tw::tools {
 namespace {

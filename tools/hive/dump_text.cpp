@@ -4,9 +4,9 @@
 #include <utility>
 
 #include "base/format.h"
+#include "descriptor/security_descriptor.h"
 #include "hive/regf_text.h"
 #include "sddl_text.h"
-#include "security/codec/security_descriptor.h"
 
 namespace tw::hive_tool {
 

@@ -1,7 +1,7 @@
 #include "sddl_text.h"
 
 #include "base/format.h"
-#include "security/codec/ace.h"
+#include "descriptor/ace.h"
 
 namespace tw::hive_tool {
 

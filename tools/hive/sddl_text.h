@@ -14,8 +14,8 @@
 
 #include <string>
 
-#include "security/codec/acl.h"
-#include "security/codec/security_descriptor.h"
+#include "descriptor/acl.h"
+#include "descriptor/security_descriptor.h"
 
 namespace tw::hive_tool {
 

@@ -21,16 +21,26 @@
 #include <system_error>
 
 #include "base/text_encoding.h"
-#include "platform/posix/native_path.h"
-#include "platform/security_port.h"
+#include "descriptor/sid.h"
+#include "log/log_diagnostics.h"
+#include "os/native_ports.h"
+#include "os/posix/paths/native_path.h"
+#include "ports/process_ports.h"
+#include "ports/security_port.h"
 #include "profile_builder.h"
 #include "profile_description.h"
-#include "security/codec/sid.h"
 #include "share_description.h"
 
 #ifndef TARNWICK_SAMPLE_SHARE_LAYOUTS
 #define TARNWICK_SAMPLE_SHARE_LAYOUTS "."
 #endif
+
+// The tool runs with the system's adapters, as tarnwick does; what they cannot return in a result
+// goes to the log.
+const tw::ProcessPorts& tw::InstalledProcessPorts() {
+  static const ProcessPorts ports = NativeProcessPorts(LogDiagnosticSink());
+  return ports;
+}
 
 namespace tw::tools {
 namespace {

@@ -16,7 +16,7 @@
 #include "base/text_encoding.h"
 #include "fakes/log_capture.h"
 #include "fakes/temp_folder.h"
-#include "platform/posix/native_path.h"
+#include "os/posix/paths/native_path.h"
 #include "registry/registry_key_table.h"
 
 namespace tw {

@@ -7,6 +7,10 @@
 #include <map>
 
 #include "base/win32_error.h"
+#include "descriptor/ace.h"
+#include "descriptor/acl.h"
+#include "descriptor/security_descriptor.h"
+#include "descriptor/well_known_sids.h"
 #include "hive/hive_lint.h"
 #include "hive/hive_reader.h"
 #include "hive/offreg_api.h"
@@ -15,10 +19,6 @@
 #include "hive_dump.h"
 #include "hive_readers.h"
 #include "hive_test_util.h"
-#include "security/codec/ace.h"
-#include "security/codec/acl.h"
-#include "security/codec/security_descriptor.h"
-#include "security/codec/well_known_sids.h"
 
 namespace tw::hive {
 namespace {

@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include "descriptor/acl.h"
+#include "descriptor/security_descriptor.h"
+#include "descriptor/well_known_sids.h"
 #include "hive/security_parts.h"
-#include "security/codec/acl.h"
-#include "security/codec/security_descriptor.h"
-#include "security/codec/well_known_sids.h"
 
 namespace tw::hive {
 namespace {

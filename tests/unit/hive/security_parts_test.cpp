@@ -6,15 +6,15 @@
 #include <span>
 
 #include "base/win32_error.h"
+#include "descriptor/ace.h"
+#include "descriptor/acl.h"
+#include "descriptor/inheritance.h"
+#include "descriptor/security_descriptor.h"
+#include "descriptor/well_known_sids.h"
 #include "hive/hive_reader.h"
 #include "hive/hive_writer.h"
 #include "hive/offreg_api.h"
 #include "hive_test_util.h"
-#include "security/codec/ace.h"
-#include "security/codec/acl.h"
-#include "security/codec/inheritance.h"
-#include "security/codec/security_descriptor.h"
-#include "security/codec/well_known_sids.h"
 
 namespace tw::hive {
 namespace {

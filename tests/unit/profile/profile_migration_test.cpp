@@ -12,10 +12,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/file_system.h"
-#include "platform/last_error.h"
-#include "platform/posix/folder_lock_posix.h"
-#include "platform/posix/share_map.h"
+#include "os/posix/files/folder_lock.h"
+#include "os/posix/paths/share_map.h"
+#include "ports/file_system.h"
+#include "ports/last_error.h"
 #include "profile/special_folder_table.h"
 #include "profile_test_bed.h"
 #include "unit/registry/registry_test_bed.h"

@@ -10,16 +10,16 @@
 #include <vector>
 
 #include "config/migration_settings.h"
+#include "descriptor/ace.h"
+#include "descriptor/acl.h"
+#include "descriptor/security_descriptor.h"
+#include "descriptor/sid.h"
 #include "fakes/fake_file_system.h"
 #include "fakes/fake_network_port.h"
 #include "fakes/fake_offreg.h"
 #include "fakes/fake_security_port.h"
 #include "fakes/log_capture.h"
 #include "profile/migration_context.h"
-#include "security/codec/ace.h"
-#include "security/codec/acl.h"
-#include "security/codec/security_descriptor.h"
-#include "security/codec/sid.h"
 #include "security/current_user_sid.h"
 
 namespace tw::testing {

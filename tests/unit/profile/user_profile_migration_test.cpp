@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "fakes/tree_state.h"
-#include "platform/file_system.h"
+#include "ports/file_system.h"
 #include "profile/folder_migrator.h"
 #include "profile_test_bed.h"
 #include "unit/registry/registry_test_bed.h"

@@ -5,10 +5,10 @@
 #include <vector>
 
 #include "base/win32_error.h"
+#include "descriptor/security_descriptor.h"
 #include "registry/offreg_calls.h"
 #include "registry/registry_key_copy.h"
 #include "registry_test_bed.h"
-#include "security/codec/security_descriptor.h"
 
 namespace tw {
 namespace {

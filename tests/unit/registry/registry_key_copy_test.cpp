@@ -7,11 +7,11 @@
 #include <vector>
 
 #include "base/win32_error.h"
+#include "descriptor/security_descriptor.h"
+#include "descriptor/sid.h"
 #include "hive/offreg_api.h"
 #include "registry/offreg_calls.h"
 #include "registry_test_bed.h"
-#include "security/codec/security_descriptor.h"
-#include "security/codec/sid.h"
 
 namespace tw {
 namespace {

@@ -12,20 +12,20 @@
 #include <vector>
 
 #include "config/migration_settings.h"
+#include "descriptor/ace.h"
+#include "descriptor/acl.h"
+#include "descriptor/security_descriptor.h"
+#include "descriptor/sid.h"
 #include "fakes/fake_file_system.h"
 #include "fakes/fake_offreg.h"
 #include "fakes/fake_security_port.h"
 #include "fakes/log_capture.h"
 #include "fakes/process_runner.h"
 #include "fakes/temp_folder.h"
-#include "platform/file_system.h"
-#include "platform/posix/native_path.h"
-#include "platform/security_port.h"
+#include "os/posix/paths/native_path.h"
+#include "ports/file_system.h"
+#include "ports/security_port.h"
 #include "profile/migration_context.h"
-#include "security/codec/ace.h"
-#include "security/codec/acl.h"
-#include "security/codec/security_descriptor.h"
-#include "security/codec/sid.h"
 
 namespace tw::testing {
 

@@ -12,8 +12,8 @@
 #include "fakes/fake_console.h"
 #include "fakes/log_capture.h"
 #include "fakes/temp_folder.h"
-#include "platform/file_system.h"
-#include "platform/xml_document.h"
+#include "ports/file_system.h"
+#include "ports/xml_document.h"
 
 namespace tw {
 namespace {

@@ -16,9 +16,9 @@
 #include "fakes/fake_security_port.h"
 #include "fakes/log_capture.h"
 #include "fakes/temp_folder.h"
-#include "platform/file_system.h"
-#include "platform/offreg_wrapper.h"
-#include "platform/xml_document.h"
+#include "ports/file_system.h"
+#include "ports/xml_document.h"
+#include "registry/offreg_wrapper.h"
 #include "run/command_line.h"
 
 namespace tw {

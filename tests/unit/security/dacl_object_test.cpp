@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "base/hresult_error.h"
-#include "security/codec/well_known_sids.h"
+#include "descriptor/well_known_sids.h"
 #include "security/self_relative_descriptor.h"
 
 namespace tw {

@@ -3,10 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include "descriptor/well_known_sids.h"
 #include "fakes/fake_file_system.h"
 #include "fakes/fake_security_port.h"
 #include "fakes/log_capture.h"
-#include "security/codec/well_known_sids.h"
 #include "security/current_user_sid.h"
 
 namespace tw {

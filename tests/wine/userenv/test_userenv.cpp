@@ -22,7 +22,7 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/win32/windows_headers.h"
+#include "os/win32/windows_headers.h"
 // After the SDK's base headers, which it needs.
 #include <sddl.h>
 
