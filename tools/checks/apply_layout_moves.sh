@@ -2,7 +2,8 @@
 # Applies tools/checks/layout_moves.txt: moves each path that still exists with `git mv`, then
 # rewrites every mention of the old paths (include lines, comments, build files) in the text
 # files under git, longest path first, so a branch made before the moves can be brought along.
-# Usage: tools/checks/apply_layout_moves.sh [--rewrite-only]
+# Usage: tools/checks/apply_layout_moves.sh [--rewrite-only]   (then build: the process ports of
+# os/native_ports.h replace the adapters' Process*() definitions by hand)
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 moves=tools/checks/layout_moves.txt
@@ -22,3 +23,5 @@ git ls-files -z src tests tools bench cmake docs packaging .ci CMakeLists.txt RE
   grep -zv -e '^tools/checks/layout_moves.txt$' -e '^tools/checks/apply_layout_moves.sh$' |
   xargs -0 grep -IlZ -E 'platform/|security/codec' 2>/dev/null |
   xargs -0 -r sed -E -i "$script"
+# Rewritten include lines may now sort differently.
+git diff --name-only -- '*.h' '*.cpp' | xargs -r clang-format -i

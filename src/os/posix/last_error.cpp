@@ -1,5 +1,5 @@
-#include "ports/last_error.h"
-
+// The calling thread's last-error value on Linux: a thread-local value that the built-in
+// stand-ins of the bound functions set (ports/last_error.h).
 #include "os/native_ports.h"
 
 namespace tw {

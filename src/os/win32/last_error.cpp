@@ -1,5 +1,4 @@
-#include "ports/last_error.h"
-
+// The calling thread's last-error value: GetLastError and SetLastError (ports/last_error.h).
 #include "os/native_ports.h"
 #include "os/win32/windows_headers.h"
 
