@@ -155,6 +155,74 @@ bool IsIntegerType(wchar_t c) {
   return c == L'd' || c == L'i' || c == L'u' || c == L'x' || c == L'X' || c == L'o' || c == L'c';
 }
 
+// The character at `i`, or NUL past the end of the format.
+wchar_t CharAt(std::wstring_view format, std::size_t i) {
+  return i < format.size() ? format[i] : L'\0';
+}
+
+// Reads the flags, width, precision and size prefixes of the conversion whose first character
+// (after its '%') is at `i`; `i` is left on the character that ends them: the type letter.
+Conversion ParseConversion(std::wstring_view format, std::size_t& i) {
+  const auto at = [&](std::size_t k) { return CharAt(format, k); };
+  Conversion conversion;
+  for (;; ++i) {
+    const wchar_t c = at(i);
+    if (c == L'-') {
+      conversion.left = true;
+    } else if (c == L'+') {
+      conversion.plus = true;
+    } else if (c == L' ') {
+      conversion.space = true;
+    } else if (c == L'#') {
+      conversion.alternate = true;
+    } else if (c == L'0') {
+      conversion.zero = true;
+    } else {
+      break;
+    }
+  }
+  while (at(i) >= L'0' && at(i) <= L'9')
+    conversion.width = conversion.width * 10 + (at(i++) - L'0');
+  if (at(i) == L'.') {
+    ++i;
+    conversion.hasPrecision = true;
+    while (at(i) >= L'0' && at(i) <= L'9')
+      conversion.precision = conversion.precision * 10 + (at(i++) - L'0');
+  }
+  while (at(i) == L'h' || at(i) == L'l' || at(i) == L'z' || at(i) == L'j' || at(i) == L't' ||
+         at(i) == L'w')
+    ++i;
+  if (at(i) == L'I' && at(i + 1) == L'6' && at(i + 2) == L'4') i += 3;
+  return conversion;
+}
+
+// Formats `arg` by `conversion`, whose type letter is set. Returns false when that letter is no
+// conversion at all: the argument is then formatted as "%X" would, and the character is literal
+// text that the caller still has to copy.
+bool FormatArgument(std::wstring& out, const Arg& arg, Conversion& conversion, ArgumentText mode) {
+  if (conversion.type == L's') {
+    if (arg.kind != ArgKind::kString) ThrowHResult(hr::kInvalidArg);
+    FormatText(out, arg, conversion, mode);
+    return true;
+  }
+  if (conversion.type == L'p') {
+    if (arg.kind == ArgKind::kString) ThrowHResult(hr::kInvalidArg);
+    FormatPointer(out, arg, conversion);
+    return true;
+  }
+  if (arg.kind != ArgKind::kInteger) ThrowHResult(hr::kInvalidArg);
+  if (conversion.type == L'c') {
+    const std::wstring character(1, static_cast<wchar_t>(UnsignedValue(arg)));
+    Pad(out, mode == ArgumentText::kLineBreaksEscaped ? EscapeLineBreaks(character) : character,
+        conversion);
+    return true;
+  }
+  const bool typed = IsIntegerType(conversion.type);
+  if (!typed) conversion.type = L'\0';  // no type letter: formatted as "%X" would be
+  FormatInteger(out, arg, conversion);
+  return typed;
+}
+
 }  // namespace
 
 std::wstring FormatWithArgs(std::wstring_view format, std::span<const Arg> args,
@@ -162,69 +230,25 @@ std::wstring FormatWithArgs(std::wstring_view format, std::span<const Arg> args,
   std::wstring out;
   out.reserve(format.size() + 16 * args.size());
   std::size_t next = 0;
-  const auto at = [&](std::size_t i) { return i < format.size() ? format[i] : L'\0'; };
   for (std::size_t i = 0; i < format.size(); ++i) {
     if (format[i] != L'%') {
       out.push_back(format[i]);
       continue;
     }
     ++i;
-    if (at(i) == L'%') {
+    if (CharAt(format, i) == L'%') {
       out.push_back(L'%');
       continue;
     }
-    Conversion conversion;
-    for (;; ++i) {
-      const wchar_t c = at(i);
-      if (c == L'-') {
-        conversion.left = true;
-      } else if (c == L'+') {
-        conversion.plus = true;
-      } else if (c == L' ') {
-        conversion.space = true;
-      } else if (c == L'#') {
-        conversion.alternate = true;
-      } else if (c == L'0') {
-        conversion.zero = true;
-      } else {
-        break;
-      }
+    Conversion conversion = ParseConversion(format, i);
+    if (next >= args.size() || CharAt(format, i) == L'*' || CharAt(format, i) == L'S') {
+      ThrowHResult(hr::kInvalidArg);
     }
-    while (at(i) >= L'0' && at(i) <= L'9')
-      conversion.width = conversion.width * 10 + (at(i++) - L'0');
-    if (at(i) == L'.') {
-      ++i;
-      conversion.hasPrecision = true;
-      while (at(i) >= L'0' && at(i) <= L'9')
-        conversion.precision = conversion.precision * 10 + (at(i++) - L'0');
-    }
-    while (at(i) == L'h' || at(i) == L'l' || at(i) == L'z' || at(i) == L'j' || at(i) == L't' ||
-           at(i) == L'w')
-      ++i;
-    if (at(i) == L'I' && at(i + 1) == L'6' && at(i + 2) == L'4') i += 3;
-    if (next >= args.size() || at(i) == L'*' || at(i) == L'S') ThrowHResult(hr::kInvalidArg);
     const Arg& arg = args[next++];
-    conversion.type = at(i);
-    if (conversion.type == L's') {
-      if (arg.kind != ArgKind::kString) ThrowHResult(hr::kInvalidArg);
-      FormatText(out, arg, conversion, mode);
-    } else if (conversion.type == L'p') {
-      if (arg.kind == ArgKind::kString) ThrowHResult(hr::kInvalidArg);
-      FormatPointer(out, arg, conversion);
-    } else {
-      if (arg.kind != ArgKind::kInteger) ThrowHResult(hr::kInvalidArg);
-      if (conversion.type == L'c') {
-        const std::wstring character(1, static_cast<wchar_t>(UnsignedValue(arg)));
-        Pad(out, mode == ArgumentText::kLineBreaksEscaped ? EscapeLineBreaks(character) : character,
-            conversion);
-      } else {
-        if (!IsIntegerType(conversion.type)) {
-          conversion.type = L'\0';  // no type letter: formatted as "%X" would be
-          --i;                      // and the character that ended it is literal text
-        }
-        FormatInteger(out, arg, conversion);
-      }
-    }
+    conversion.type = CharAt(format, i);
+    // A conversion without a type letter ends before the character that ended it, which is then
+    // literal text.
+    if (!FormatArgument(out, arg, conversion, mode)) --i;
   }
   if (next != args.size()) ThrowHResult(hr::kInvalidArg);
   return out;

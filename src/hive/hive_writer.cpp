@@ -164,36 +164,46 @@ class Writer {
     for (const wchar_t c : name) *out++ = static_cast<std::uint8_t>(c);
   }
 
-  std::uint32_t WriteKey(const Key& key, std::uint32_t parent, bool isRoot) {
+  // The key's nk cell with its flags, time, parent and name; the counts and offsets of what
+  // hangs off it are filled in by WriteKey once those are written.
+  std::uint32_t WriteKeyHead(const Key& key, std::uint32_t parent, bool isRoot) {
     bool compressed = false;
     const std::size_t nameSize = StoredNameSize(key.name, &compressed);
     const std::uint32_t offset = cells_.Allocate(regf::kNkName + nameSize);
-    {
-      std::uint8_t* nk = cells_.At(offset);
-      std::fill(nk, nk + regf::kNkName, std::uint8_t{0});
-      nk[0] = 'n';
-      nk[1] = 'k';
-      // Bits the format does not define are not carried into the new file.
-      auto flags = static_cast<std::uint16_t>(key.flags & regf::kNkDefinedFlags);
-      if (compressed) flags |= regf::kNkCompressedName;
-      if (isRoot) flags |= regf::kNkHiveEntry | regf::kNkNoDelete;
-      Put16(nk + regf::kNkFlags, flags);
-      Put64(nk + regf::kNkLastWrite, key.lastWriteTime);
-      Put32(nk + regf::kNkParent, parent);
-      Put32(nk + regf::kNkVolatileSubKeyList, regf::kNoCell);
-      Put16(nk + regf::kNkNameLength, static_cast<std::uint16_t>(nameSize));
-      PutStoredName(key.name, compressed, nk + regf::kNkName);
-    }
+    std::uint8_t* nk = cells_.At(offset);
+    std::fill(nk, nk + regf::kNkName, std::uint8_t{0});
+    nk[0] = 'n';
+    nk[1] = 'k';
+    // Bits the format does not define are not carried into the new file.
+    auto flags = static_cast<std::uint16_t>(key.flags & regf::kNkDefinedFlags);
+    if (compressed) flags |= regf::kNkCompressedName;
+    if (isRoot) flags |= regf::kNkHiveEntry | regf::kNkNoDelete;
+    Put16(nk + regf::kNkFlags, flags);
+    Put64(nk + regf::kNkLastWrite, key.lastWriteTime);
+    Put32(nk + regf::kNkParent, parent);
+    Put32(nk + regf::kNkVolatileSubKeyList, regf::kNoCell);
+    Put16(nk + regf::kNkNameLength, static_cast<std::uint16_t>(nameSize));
+    PutStoredName(key.name, compressed, nk + regf::kNkName);
+    return offset;
+  }
+
+  // The key's class as a UTF-16LE cell; kNoCell (and a size of 0) when it has none.
+  std::uint32_t WriteClass(const Key& key, std::size_t* classSize) {
+    *classSize = 0;
+    if (key.className.empty()) return regf::kNoCell;
+    utf16_.clear();
+    AppendUtf16Le(key.className, utf16_);
+    *classSize = utf16_.size();
+    const std::uint32_t classOffset = cells_.Allocate(*classSize);
+    std::copy(utf16_.begin(), utf16_.end(), cells_.At(classOffset));
+    return classOffset;
+  }
+
+  std::uint32_t WriteKey(const Key& key, std::uint32_t parent, bool isRoot) {
+    const std::uint32_t offset = WriteKeyHead(key, parent, isRoot);
     const std::uint32_t security = WriteSecurity(key.security);
-    std::uint32_t classOffset = regf::kNoCell;
     std::size_t classSize = 0;
-    if (!key.className.empty()) {
-      utf16_.clear();
-      AppendUtf16Le(key.className, utf16_);
-      classSize = utf16_.size();
-      classOffset = cells_.Allocate(classSize);
-      std::copy(utf16_.begin(), utf16_.end(), cells_.At(classOffset));
-    }
+    const std::uint32_t classOffset = WriteClass(key, &classSize);
     std::uint32_t maxValueName = 0;
     std::uint32_t maxValueData = 0;
     const std::uint32_t valueList = WriteValues(key, &maxValueName, &maxValueData);

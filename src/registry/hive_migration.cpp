@@ -5,6 +5,7 @@
 #include "log/log.h"
 #include "registry/hive_save.h"
 #include "registry/offreg_calls.h"
+#include "registry/offreg_handles.h"
 #include "registry/registry_key_copy.h"
 #include "registry/registry_key_table.h"
 #include "registry/unrecovered_hive.h"
@@ -13,21 +14,47 @@
 
 namespace tw {
 
+using registry::HiveCloser;
 using registry::kNoOrKey;
 
 namespace {
-
-// Closes a hive handle unless it is -1, and makes it -1.
-void CloseHive(const COffregWrapper& offreg, OrKey& hive) {
-  if (hive != kNoOrKey) registry::CallCloseHive(offreg, hive);
-  hive = kNoOrKey;
-}
 
 // Puts a hive file's kept security back (nothing happens for an empty descriptor: ownership was
 // not taken). The result is not looked at.
 void RestoreSecurity(MigrationContext& context, const std::wstring& path,
                      const SelfRelativeDescriptor& savedSecurity) {
   FileSecurity(context.files, context.security).ApplySecurity(path, savedSecurity);
+}
+
+// Step 4 of MigrateRegistryHive: the top-level keys the settings select, in table order; their
+// results are not looked at.
+void CopySelectedKeys(MigrationContext& context, OrKey sourceHive, OrKey targetHive) {
+  for (const RegistryKeyRow& row : RegistryKeys()) {
+    if (!IsRegistryKeySelected(row.flag, context.settings->registryMask)) continue;
+    CopyRegistryKey(context, sourceHive, targetHive, std::wstring(row.name));
+  }
+}
+
+// Step 5 of MigrateRegistryHive: the hive DACL, then the classes hive; failures are logged.
+void MigrateSecurityAndClasses(MigrationContext& context, OrKey sourceHive, OrKey targetHive,
+                               const std::wstring& sourceHivePath,
+                               const std::wstring& sourceProfilePath, std::int32_t sourceVersion,
+                               const std::wstring& targetProfilePath, std::int32_t targetVersion) {
+  const HResult security =
+      MigrateHiveSecurity(context, sourceHive, sourceVersion, targetHive, targetVersion);
+  if (Failed(security)) {
+    Log(L"Failed to migrate hive security (0x%08X): %s", security, sourceHivePath);
+  }
+  const wchar_t* classesRelative = ClassesHiveRelativePath(sourceVersion);
+  std::wstring sourceClassesPath;
+  std::wstring targetClassesPath;
+  PathCombineW(sourceClassesPath, sourceProfilePath, classesRelative);
+  PathCombineW(targetClassesPath, targetProfilePath, classesRelative);
+  const HResult classes = MigrateUsrClassHive(context, sourceClassesPath, sourceVersion,
+                                              targetClassesPath, targetVersion);
+  if (Failed(classes)) {
+    Log(L"Failed to migrate UsrClass.dat security (0x%08X): %s", classes, sourceClassesPath);
+  }
 }
 
 }  // namespace
@@ -62,6 +89,7 @@ HResult MigrateRegistryHive(MigrationContext& context, const std::wstring& sourc
   SelfRelativeDescriptor sourceSecurity;
   SelfRelativeDescriptor targetSecurity;
   OrKey sourceHive = kNoOrKey;
+  HiveCloser closeSource(context.offreg, sourceHive);
   const HResult sourceOpened = OpenHiveFile(context, sourceHivePath, sourceHive, sourceSecurity);
   if (Failed(sourceOpened)) {
     Log(L"Failed to open registry hive (0x%08X): %s", sourceOpened, sourceHivePath);
@@ -70,40 +98,25 @@ HResult MigrateRegistryHive(MigrationContext& context, const std::wstring& sourc
 
   // 3. The target hive; on failure the source is closed and its file's security restored.
   OrKey targetHive = kNoOrKey;
+  HiveCloser closeTarget(context.offreg, targetHive);
   const HResult targetOpened = OpenHiveFile(context, targetHivePath, targetHive, targetSecurity);
   if (Failed(targetOpened)) {
     Log(L"Failed to open registry hive (0x%08X): %s", targetOpened, targetHivePath);
-    CloseHive(context.offreg, sourceHive);
+    closeSource.Close();
     RestoreSecurity(context, sourceHivePath, sourceSecurity);
     return targetOpened;
   }
 
   // 4. The selected top-level keys, in table order; their results are not looked at.
-  for (const RegistryKeyRow& row : RegistryKeys()) {
-    if (!IsRegistryKeySelected(row.flag, context.settings->registryMask)) continue;
-    CopyRegistryKey(context, sourceHive, targetHive, std::wstring(row.name));
-  }
+  CopySelectedKeys(context, sourceHive, targetHive);
 
   // 5. Below version 5: the hive DACL and the classes hive.
   if (targetVersion < 5) {
-    const HResult security =
-        MigrateHiveSecurity(context, sourceHive, sourceVersion, targetHive, targetVersion);
-    if (Failed(security)) {
-      Log(L"Failed to migrate hive security (0x%08X): %s", security, sourceHivePath);
-    }
-    const wchar_t* classesRelative = ClassesHiveRelativePath(sourceVersion);
-    std::wstring sourceClassesPath;
-    std::wstring targetClassesPath;
-    PathCombineW(sourceClassesPath, sourceProfilePath, classesRelative);
-    PathCombineW(targetClassesPath, targetProfilePath, classesRelative);
-    const HResult classes = MigrateUsrClassHive(context, sourceClassesPath, sourceVersion,
-                                                targetClassesPath, targetVersion);
-    if (Failed(classes)) {
-      Log(L"Failed to migrate UsrClass.dat security (0x%08X): %s", classes, sourceClassesPath);
-    }
+    MigrateSecurityAndClasses(context, sourceHive, targetHive, sourceHivePath, sourceProfilePath,
+                              sourceVersion, targetProfilePath, targetVersion);
   }
 
-  // 6. Save the target hive in its version's format.
+  // 6. Save the target hive in its version's format (it is re-opened into targetHive).
   const err::Win32Error saved = SaveTargetHive(context, targetHive, targetVersion, targetHivePath);
   if (saved != err::kSuccess) {
     Log(L"Failed to save target registry hive (0x%08X): %s", HResultFromWin32(saved),
@@ -111,8 +124,8 @@ HResult MigrateRegistryHive(MigrationContext& context, const std::wstring& sourc
   }
 
   // 7-8. Close both hives, then restore the source's and the target's file security.
-  CloseHive(context.offreg, sourceHive);
-  CloseHive(context.offreg, targetHive);
+  closeSource.Close();
+  closeTarget.Close();
   RestoreSecurity(context, sourceHivePath, sourceSecurity);
   RestoreSecurity(context, targetHivePath, targetSecurity);
   return hr::kOk;
@@ -161,16 +174,18 @@ HResult MigrateUsrClassHive(MigrationContext& context, const std::wstring& sourc
   SelfRelativeDescriptor sourceSecurity;
   SelfRelativeDescriptor targetSecurity;
   OrKey sourceHive = kNoOrKey;
+  HiveCloser closeSource(context.offreg, sourceHive);
   const HResult sourceOpened = OpenHiveFile(context, sourceHivePath, sourceHive, sourceSecurity);
   if (Failed(sourceOpened)) {
     Log(L"Failed to open source registry hive (0x%08X): %s", sourceOpened, sourceHivePath);
     return sourceOpened;
   }
   OrKey targetHive = kNoOrKey;
+  HiveCloser closeTarget(context.offreg, targetHive);
   const HResult targetOpened = OpenHiveFile(context, targetHivePath, targetHive, targetSecurity);
   if (Failed(targetOpened)) {
     Log(L"Failed to open target registry hive (0x%08X): %s", targetOpened, targetHivePath);
-    CloseHive(context.offreg, sourceHive);
+    closeSource.Close();
     return targetOpened;
   }
 
@@ -187,8 +202,8 @@ HResult MigrateUsrClassHive(MigrationContext& context, const std::wstring& sourc
   }
 
   // 4. Close both; restore both files' security.
-  CloseHive(context.offreg, sourceHive);
-  CloseHive(context.offreg, targetHive);
+  closeSource.Close();
+  closeTarget.Close();
   RestoreSecurity(context, sourceHivePath, sourceSecurity);
   RestoreSecurity(context, targetHivePath, targetSecurity);
   return result;

@@ -5,6 +5,7 @@
 #include "ports/file_system.h"
 #include "ports/security_port.h"
 #include "registry/offreg_calls.h"
+#include "registry/offreg_handles.h"
 #include "security/file_security.h"
 #include "security/self_relative_descriptor.h"
 
@@ -32,22 +33,22 @@ bool HiveFormatForVersion(std::int32_t targetVersion, HiveFormatVersion& format)
   }
 }
 
-err::Win32Error SaveTargetHive(MigrationContext& context, OrKey& hive, std::int32_t targetVersion,
-                               const std::wstring& hiveFilePath) {
-  const COffregWrapper& offreg = context.offreg;
-  FileSystem& files = context.files;
+namespace {
 
-  // 1. The format; a version the program never passes is refused before anything is touched.
-  HiveFormatVersion format;
-  if (!HiveFormatForVersion(targetVersion, format)) return err::kInvalidParameter;
-
-  // 2. "<folder of the hive>\~mighive.dat".
+// Step 2 of SaveTargetHive: "<folder of the hive>\~mighive.dat".
+std::wstring TemporaryHivePath(const std::wstring& hiveFilePath) {
   std::wstring temporaryPath = hiveFilePath;
   PathRemoveFileSpecW(temporaryPath);
   PathAddBackslashW(temporaryPath);
   PathAppendW(temporaryPath, kTemporaryHiveName);
+  return temporaryPath;
+}
 
-  // 3. Save; a failure falls through to the copy, which then fails and is logged (intended).
+// Steps 3-4 of SaveTargetHive: the hive is saved to the temporary file unless it is -1; a
+// failure is logged and the steps go on (the copy then fails and is logged; intended). Then the
+// hive is closed and the caller's handle is -1 until the re-open.
+void SaveAndCloseHive(const COffregWrapper& offreg, OrKey& hive, const HiveFormatVersion& format,
+                      const std::wstring& temporaryPath) {
   if (hive != kNoOrKey) {
     const OrDword saved =
         registry::CallSaveHive(offreg, hive, temporaryPath.c_str(), format.major, format.minor);
@@ -55,23 +56,14 @@ err::Win32Error SaveTargetHive(MigrationContext& context, OrKey& hive, std::int3
       Log(L"Failed saving hive file (0x%08X): %s", HResultFromWin32(saved), temporaryPath);
     }
   }
+  registry::CloseHive(offreg, hive);
+}
 
-  // 4. The hive is closed; the caller's handle is -1 until the re-open.
-  if (hive != kNoOrKey) registry::CallCloseHive(offreg, hive);
-  hive = kNoOrKey;
-
-  // 5. The hive file's owner and DACL, to put back after the copy.
-  FileSecurity fileSecurity(files, context.security);
-  SelfRelativeDescriptor savedSecurity;
-  err::Win32Error readError = err::kSuccess;
-  if (!fileSecurity.ReadFileSecurity(hiveFilePath, savedSecurity, readError) &&
-      readError != err::kSuccess) {
-    Log(L"Failed getting security descriptor (0x%08X): %s", HResultFromWin32(readError),
-        hiveFilePath);
-    files.DeleteFileAt(temporaryPath);
-    return readError;
-  }
-
+// Steps 6-8 of SaveTargetHive: the hive file's attributes are cleared of READONLY and HIDDEN,
+// the temporary file is copied over it and deleted, and the attributes are put back. The first
+// failure is logged and returned (the temporary file is deleted with it).
+err::Win32Error ReplaceHiveFile(FileSystem& files, const std::wstring& temporaryPath,
+                                const std::wstring& hiveFilePath) {
   // 6. Attributes, with READONLY and HIDDEN cleared for the copy.
   std::uint32_t attributes = file_attr::kInvalid;
   files.GetAttributes(hiveFilePath, attributes);
@@ -97,11 +89,15 @@ err::Win32Error SaveTargetHive(MigrationContext& context, OrKey& hive, std::int3
   const err::Win32Error restored = files.SetAttributes(hiveFilePath, attributes);
   if (restored != err::kSuccess) {
     Log(L"Failed setting attribute (0x%08X): %s", HResultFromWin32(restored), hiveFilePath);
-    return restored;
   }
+  return restored;
+}
 
-  // 9. Open the new file for writing its security: GENERIC_WRITE | WRITE_DAC | WRITE_OWNER,
-  // FILE_SHARE_READ, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | FILE_ATTRIBUTE_NORMAL.
+// Step 9 of SaveTargetHive: the new file, opened for writing its security: GENERIC_WRITE |
+// WRITE_DAC | WRITE_OWNER, FILE_SHARE_READ, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS |
+// FILE_ATTRIBUTE_NORMAL. A failure is logged.
+err::Win32Error OpenForSecurityWrite(FileSystem& files, const std::wstring& hiveFilePath,
+                                     FileHandle& opened) {
   FileOpenRequest request;
   request.read = false;
   request.write = true;
@@ -110,48 +106,100 @@ err::Win32Error SaveTargetHive(MigrationContext& context, OrKey& hive, std::int3
   request.disposition = CreationDisposition::kOpenExisting;
   request.attributes = file_attr::kNormal;
   request.backupSemantics = true;
-  FileHandle opened = kInvalidFileHandle;
+  opened = kInvalidFileHandle;
   const err::Win32Error openError = files.Open(hiveFilePath, request, opened);
   if (openError != err::kSuccess) {
     Log(L"Failed opening newly created hive (0x%08X): %s", HResultFromWin32(openError),
         hiveFilePath);
-    return openError;
   }
-  UniqueFileHandle file(files, opened);
+  return openError;
+}
 
-  err::Win32Error lastError = err::kSuccess;
-  const security::SecurityDescriptor kept = savedSecurity.ToAbsolute();
-
-  // 10. The owner, when the saved descriptor has one, set on the open handle (SetSecurityInfo).
-  if (kept.owner.has_value()) {
-    SecurityWrite ownerWrite;
-    ownerWrite.writeOwner = true;
-    ownerWrite.owner = kept.owner;
-    const err::Win32Error ownerError =
-        context.security.WriteOpenedObjectSecurity(file.get(), hiveFilePath, ownerWrite);
-    if (ownerError != err::kSuccess) {
-      Log(L"Failed setting owner SID (0x%08X): %s", HResultFromWin32(ownerError), hiveFilePath);
-      lastError = ownerError;
-    }
+// Step 10 of SaveTargetHive: the owner, when the saved descriptor has one, set on the open
+// handle (SetSecurityInfo). Returns the failure (logged), or success.
+err::Win32Error WriteSavedOwner(MigrationContext& context, FileHandle file,
+                                const std::wstring& hiveFilePath,
+                                const security::SecurityDescriptor& kept) {
+  if (!kept.owner.has_value()) return err::kSuccess;
+  SecurityWrite ownerWrite;
+  ownerWrite.writeOwner = true;
+  ownerWrite.owner = kept.owner;
+  const err::Win32Error ownerError =
+      context.security.WriteOpenedObjectSecurity(file, hiveFilePath, ownerWrite);
+  if (ownerError != err::kSuccess) {
+    Log(L"Failed setting owner SID (0x%08X): %s", HResultFromWin32(ownerError), hiveFilePath);
   }
+  return ownerError;
+}
 
-  // 11. The DACL, on the same handle; one that is present but null, or absent, is written as the
-  // NULL DACL.
+// Step 11 of SaveTargetHive: the DACL, on the same handle; one that is present but null, or
+// absent, is written as the NULL DACL. Returns the failure (logged), or success.
+err::Win32Error WriteSavedDacl(MigrationContext& context, FileHandle file,
+                               const std::wstring& hiveFilePath,
+                               const security::SecurityDescriptor& kept) {
   SecurityWrite daclWrite;
   daclWrite.writeDacl = true;
   if (kept.HasDacl()) daclWrite.dacl = kept.dacl;
   daclWrite.protection = DaclProtection::kKeep;
   const err::Win32Error daclError =
-      context.security.WriteOpenedObjectSecurity(file.get(), hiveFilePath, daclWrite);
+      context.security.WriteOpenedObjectSecurity(file, hiveFilePath, daclWrite);
   if (daclError != err::kSuccess) {
     Log(L"Failed setting DACL (0x%08X): %s", HResultFromWin32(daclError), hiveFilePath);
-    lastError = daclError;
   }
+  return daclError;
+}
+
+}  // namespace
+
+err::Win32Error SaveTargetHive(MigrationContext& context, OrKey& hive, std::int32_t targetVersion,
+                               const std::wstring& hiveFilePath) {
+  FileSystem& files = context.files;
+
+  // 1. The format; a version the program never passes is refused before anything is touched.
+  HiveFormatVersion format;
+  if (!HiveFormatForVersion(targetVersion, format)) return err::kInvalidParameter;
+
+  // 2. "<folder of the hive>\~mighive.dat".
+  const std::wstring temporaryPath = TemporaryHivePath(hiveFilePath);
+
+  // 3-4. Save (a failure falls through to the copy, which then fails and is logged: intended);
+  // the hive is closed and the caller's handle is -1 until the re-open.
+  SaveAndCloseHive(context.offreg, hive, format, temporaryPath);
+
+  // 5. The hive file's owner and DACL, to put back after the copy.
+  FileSecurity fileSecurity(files, context.security);
+  SelfRelativeDescriptor savedSecurity;
+  err::Win32Error readError = err::kSuccess;
+  if (!fileSecurity.ReadFileSecurity(hiveFilePath, savedSecurity, readError) &&
+      readError != err::kSuccess) {
+    Log(L"Failed getting security descriptor (0x%08X): %s", HResultFromWin32(readError),
+        hiveFilePath);
+    files.DeleteFileAt(temporaryPath);
+    return readError;
+  }
+
+  // 6-8. Attributes cleared, the saved hive copied over the file, attributes put back.
+  const err::Win32Error replaced = ReplaceHiveFile(files, temporaryPath, hiveFilePath);
+  if (replaced != err::kSuccess) return replaced;
+
+  // 9. Open the new file for writing its security.
+  FileHandle opened = kInvalidFileHandle;
+  const err::Win32Error openError = OpenForSecurityWrite(files, hiveFilePath, opened);
+  if (openError != err::kSuccess) return openError;
+  UniqueFileHandle file(files, opened);
+
+  // 10-11. The saved owner, then the saved DACL, on the open handle; the last failure counts.
+  err::Win32Error lastError = err::kSuccess;
+  const security::SecurityDescriptor kept = savedSecurity.ToAbsolute();
+  const err::Win32Error ownerError = WriteSavedOwner(context, file.get(), hiveFilePath, kept);
+  if (ownerError != err::kSuccess) lastError = ownerError;
+  const err::Win32Error daclError = WriteSavedDacl(context, file.get(), hiveFilePath, kept);
+  if (daclError != err::kSuccess) lastError = daclError;
 
   // 12. Close, and re-open the saved hive for the caller.
   file.reset();
   if (lastError == err::kSuccess) {
-    lastError = registry::CallOpenHive(offreg, hiveFilePath.c_str(), &hive);
+    lastError = registry::CallOpenHive(context.offreg, hiveFilePath.c_str(), &hive);
   }
 
   // 13. The saved descriptor is freed with its object.

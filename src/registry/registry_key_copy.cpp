@@ -10,11 +10,11 @@
 #include "descriptor/security_descriptor.h"
 #include "log/log.h"
 #include "registry/offreg_calls.h"
+#include "registry/offreg_handles.h"
 #include "registry/work_buffer.h"
 
 namespace tw {
 
-using registry::CallCloseKey;
 using registry::CallCreateKey;
 using registry::CallEnumKey;
 using registry::CallEnumValue;
@@ -23,6 +23,7 @@ using registry::CallOpenKey;
 using registry::CallQueryInfoKey;
 using registry::CallSetKeySecurity;
 using registry::CallSetValue;
+using registry::KeyCloser;
 using registry::kNoOrKey;
 using registry::WorkBuffer;
 
@@ -31,20 +32,147 @@ namespace {
 // The class buffer's first size, in characters.
 constexpr OrDword kInitialClassLength = 1024;
 
-// Closes an offline key when it goes, unless it is -1.
-class KeyCloser {
- public:
-  KeyCloser(const COffregWrapper& offreg, OrKey& key) : offreg_(offreg), key_(key) {}
-  ~KeyCloser() {
-    if (key_ != kNoOrKey) CallCloseKey(offreg_, key_);
-  }
-  KeyCloser(const KeyCloser&) = delete;
-  KeyCloser& operator=(const KeyCloser&) = delete;
-
- private:
-  const COffregWrapper& offreg_;
-  OrKey& key_;
+// What ORQueryInfoKey says about a source key: its class (in the buffer, classLength characters
+// long), its longest sub key name, value name and value data, and the size of its descriptor.
+struct SourceKeyInfo {
+  WorkBuffer classBuffer;
+  OrDword classLength = kInitialClassLength;
+  OrDword maxSubKeyLength = 0;
+  OrDword maxValueNameLength = 0;
+  OrDword maxValueLength = 0;
+  OrDword securitySize = 0;
 };
+
+OrDword QueryInfo(const COffregWrapper& offreg, OrKey key, SourceKeyInfo& info) {
+  return CallQueryInfoKey(offreg, key, info.classBuffer.chars(), &info.classLength,
+                          &info.maxSubKeyLength, &info.maxValueNameLength, &info.maxValueLength,
+                          &info.securitySize);
+}
+
+// Steps 2-4 of CopyRegistryKey: the query, with the class buffer regrown once when the class
+// does not fit, then room for the terminators. False (logged) when the key cannot be queried.
+bool QuerySourceKey(const COffregWrapper& offreg, OrKey sourceKey, const std::wstring& keyName,
+                    SourceKeyInfo& info) {
+  info.classBuffer.AllocateOrThrow(kInitialClassLength * sizeof(wchar_t));
+  OrDword queried = QueryInfo(offreg, sourceKey, info);
+  if (queried == err::kMoreData) {
+    const OrDword grownLength = info.classLength + 1;
+    if (!info.classBuffer.Grow(static_cast<std::size_t>(grownLength) * sizeof(wchar_t))) {
+      ThrowHResult(hr::kOutOfMemory);
+    }
+    info.classLength = grownLength;
+    queried = QueryInfo(offreg, sourceKey, info);
+  }
+  if (queried != err::kSuccess) {
+    Log(L"Failed to query key info from source registry key (0x%08X): %s",
+        HResultFromWin32(queried), keyName);
+    return false;
+  }
+  info.maxSubKeyLength += 1;
+  info.maxValueNameLength += 1;
+  return true;
+}
+
+// Step 6 of CopyRegistryKey: the target key is created, with the source's class when it has one.
+// False (logged) when it cannot be.
+bool CreateTargetKey(const COffregWrapper& offreg, OrKey targetParent, const std::wstring& keyName,
+                     SourceKeyInfo& info, OrKey& targetKey) {
+  wchar_t* keyClass = info.classLength != 0 ? info.classBuffer.chars() : nullptr;
+  const OrDword created =
+      CallCreateKey(offreg, targetParent, keyName.c_str(), keyClass, &targetKey);
+  if (created == err::kSuccess) return true;
+  Log(L"Failed to open or create target registry key (0x%08X) %d: %s, class: %s",
+      HResultFromWin32(created), created, keyName,
+      static_cast<const wchar_t*>(info.classBuffer.chars()));
+  return false;
+}
+
+// Step 7 of CopyRegistryKey: a new target key gets the source key's owner and DACL. A buffer
+// that cannot be allocated sets `result` (logged) and the steps go on. False when the copy ends
+// here, returning `result`.
+bool CopyNewKeySecurity(const COffregWrapper& offreg, OrKey sourceKey, OrKey targetKey,
+                        OrDword securitySize, const std::wstring& keyName, HResult& result) {
+  constexpr OrDword kOwnerAndDacl =
+      registry::kOwnerSecurityInformation | registry::kDaclSecurityInformation;
+  WorkBuffer security;
+  if (!security.Allocate(securitySize)) {
+    result = registry::HeapFailureResult();
+    Log(L"Failed allocating memory (0x%08X): %s", result, keyName);
+  }
+  OrDword size = securitySize;
+  const OrDword got = CallGetKeySecurity(offreg, sourceKey, kOwnerAndDacl, security.bytes(), &size);
+  if (got != err::kSuccess) {
+    Log(L"Failed to get security descriptor from registry key (0x%08X): %s", HResultFromWin32(got),
+        keyName);
+    return false;
+  }
+  const OrDword set = CallSetKeySecurity(offreg, targetKey, kOwnerAndDacl, security.bytes());
+  if (set != err::kSuccess) {
+    result = HResultFromWin32(set);
+    Log(L"Failed setting security descriptor key (0x%08X): %s", result, keyName);
+    return false;
+  }
+  return true;
+}
+
+// Step 8 of CopyRegistryKey: the values; the first value that cannot be written ends the loop
+// (deliberate).
+void CopyValues(const COffregWrapper& offreg, OrKey sourceKey, OrKey targetKey,
+                const SourceKeyInfo& info, const std::wstring& keyName) {
+  WorkBuffer name;
+  name.AllocateOrThrow(static_cast<std::size_t>(info.maxValueNameLength) * sizeof(wchar_t));
+  WorkBuffer data;
+  data.AllocateOrThrow(info.maxValueLength);
+  for (OrDword index = 0;; ++index) {
+    OrDword nameLength = info.maxValueNameLength;
+    OrDword dataLength = info.maxValueLength;
+    OrDword type = 0;
+    const OrDword enumerated = CallEnumValue(offreg, sourceKey, index, name.chars(), &nameLength,
+                                             &type, data.bytes(), &dataLength);
+    if (enumerated == err::kSuccess) {
+      const OrDword written =
+          CallSetValue(offreg, targetKey, name.chars(), type, data.bytes(), dataLength);
+      if (written != err::kSuccess) {
+        Log(L"Failed to copy registry value to target hive (0x%08X): %s", HResultFromWin32(written),
+            static_cast<const wchar_t*>(name.chars()));
+        break;
+      }
+      continue;
+    }
+    if (enumerated == err::kNoMoreItems) break;
+    Log(L"Failed enumerating value in key (0x%08X): %s", HResultFromWin32(enumerated), keyName);
+    break;
+  }
+}
+
+// Step 9 of CopyRegistryKey: the sub keys, depth first; the siblings after a sub key that failed
+// are not copied (intended).
+void CopySubKeys(MigrationContext& context, OrKey sourceKey, OrKey targetKey,
+                 OrDword maxSubKeyLength, const std::wstring& keyName) {
+  WorkBuffer name;
+  name.AllocateOrThrow(static_cast<std::size_t>(maxSubKeyLength) * sizeof(wchar_t));
+  for (OrDword index = 0;; ++index) {
+    OrDword nameLength = maxSubKeyLength;
+    const OrDword enumerated =
+        CallEnumKey(context.offreg, sourceKey, index, name.chars(), &nameLength);
+    if (enumerated == err::kSuccess) {
+      // The name as the wide C string it is handed on as: up to its first NUL (a damaged hive
+      // can hold a name that begins with one; opening it then fails and is logged).
+      const std::wstring_view enumeratedName(name.chars(), nameLength);
+      const std::wstring subKeyName(enumeratedName.substr(0, enumeratedName.find(L'\0')));
+      const HResult copied = CopyRegistryKey(context, sourceKey, targetKey, subKeyName);
+      if (copied != hr::kOk) {
+        Log(L"Failed to copy registry key to target hive (0x%08X): %s/%s",
+            HResultFromWin32(static_cast<std::uint32_t>(copied)), keyName, subKeyName);
+        break;
+      }
+      continue;
+    }
+    if (enumerated == err::kNoMoreItems) break;
+    Log(L"Failed enumerating key (0x%08X): %s", HResultFromWin32(enumerated), keyName);
+    break;
+  }
+}
 
 // GetSecurityDescriptorControl on a block that ORGetKeySecurity filled: fails with
 // ERROR_UNKNOWN_REVISION when the block does not start with a descriptor of revision 1 (the only
@@ -57,6 +185,90 @@ err::Win32Error ReadControl(std::span<const std::uint8_t> block, std::uint16_t& 
   }
   control = *read;
   return err::kSuccess;
+}
+
+// Step 4 of SetKeyTreeSecurity: the new DACL, on the root as it is; below it, unless the key's
+// own DACL (in `current`) is protected. Returns the write's result (success when none is made).
+OrDword WriteKeyDacl(const COffregWrapper& offreg, OrKey key, WorkBuffer& current,
+                     void* securityDescriptor, bool isRoot) {
+  if (isRoot) {
+    const OrDword set =
+        CallSetKeySecurity(offreg, key, registry::kDaclSecurityInformation, securityDescriptor);
+    if (set != err::kSuccess) {
+      Log(L"Failed setting key security (0x%08X)", HResultFromWin32(set));
+    }
+    return set;
+  }
+  std::uint16_t control = 0;
+  const err::Win32Error controlRead =
+      ReadControl(std::span<const std::uint8_t>(current.bytes(), current.size()), control);
+  if (controlRead != err::kSuccess) {
+    // The control word stays 0: the key counts as unprotected and gets the DACL.
+    Log(L"Failed getting security descriptor (0x%08X)", HResultFromWin32(controlRead));
+  }
+  if ((control & security::kSeDaclProtected) != 0) return err::kSuccess;
+  return CallSetKeySecurity(
+      offreg, key,
+      registry::kUnprotectedDaclSecurityInformation | registry::kDaclSecurityInformation,
+      securityDescriptor);
+}
+
+// Steps 3-4 of SetKeyTreeSecurity: the key's current DACL is read, then the new one written.
+// Returns S_OK, or the failure (logged) of the read or the write.
+HResult SetOneKeySecurity(const COffregWrapper& offreg, OrKey key, OrDword securitySize,
+                          void* securityDescriptor, bool isRoot) {
+  OrDword setResult = err::kSuccess;
+  {
+    WorkBuffer current;
+    current.AllocateOrThrow(securitySize);
+    OrDword size = securitySize;
+    const OrDword got =
+        CallGetKeySecurity(offreg, key, registry::kDaclSecurityInformation, current.bytes(), &size);
+    if (got != err::kSuccess) {
+      const HResult hr = HResultFromWin32(got);
+      Log(L"Failed to query key security (0x%08X)", hr);
+      return hr;
+    }
+    setResult = WriteKeyDacl(offreg, key, current, securityDescriptor, isRoot);
+  }
+  if (setResult != err::kSuccess) {
+    const HResult hr = HResultFromWin32(setResult);
+    Log(L"Failed to set key security (0x%08X)", hr);
+    return hr;
+  }
+  return hr::kOk;
+}
+
+// Step 5 of SetKeyTreeSecurity: the children, in OREnumKey index order, each closed after its
+// tree is done. A child that cannot be opened ends the walk.
+void SetChildrenSecurity(MigrationContext& context, OrKey key, OrDword maxSubKeyLength,
+                         void* securityDescriptor) {
+  const COffregWrapper& offreg = context.offreg;
+  WorkBuffer name;
+  name.AllocateOrThrow(static_cast<std::size_t>(maxSubKeyLength) * sizeof(wchar_t));
+  for (OrDword index = 0;; ++index) {
+    OrDword length = maxSubKeyLength;
+    const OrDword enumerated = CallEnumKey(offreg, key, index, name.chars(), &length);
+    if (enumerated == err::kMoreData) {
+      Log(L"Failed enumerating key (0x%08X). Need more buffer.", HResultFromWin32(enumerated));
+      continue;
+    }
+    if (enumerated != err::kSuccess) break;
+    OrKey child = kNoOrKey;
+    const OrDword opened = CallOpenKey(offreg, key, name.chars(), &child);
+    if (opened != err::kSuccess) {
+      Log(L"Failed to open sub key (0x%08X): %s", HResultFromWin32(opened),
+          static_cast<const wchar_t*>(name.chars()));
+      break;
+    }
+    KeyCloser closeChild(offreg, child);
+    const HResult childResult = SetKeyTreeSecurity(context, child, securityDescriptor, false);
+    if (childResult != hr::kOk) {
+      Log(L"Failed setting key security (0x%08X): %s",
+          HResultFromWin32(static_cast<std::uint32_t>(childResult)),
+          static_cast<const wchar_t*>(name.chars()));
+    }
+  }
 }
 
 }  // namespace
@@ -77,131 +289,27 @@ HResult CopyRegistryKey(MigrationContext& context, OrKey sourceParent, OrKey tar
   OrKey targetKey = kNoOrKey;
   KeyCloser closeTarget(offreg, targetKey);
 
-  // 2-3. Class, longest names and data, security size; the class buffer is regrown once.
-  WorkBuffer classBuffer;
-  classBuffer.AllocateOrThrow(kInitialClassLength * sizeof(wchar_t));
-  OrDword classLength = kInitialClassLength;
-  OrDword maxSubKeyLength = 0;
-  OrDword maxValueNameLength = 0;
-  OrDword maxValueLength = 0;
-  OrDword securitySize = 0;
-  OrDword queried =
-      CallQueryInfoKey(offreg, sourceKey, classBuffer.chars(), &classLength, &maxSubKeyLength,
-                       &maxValueNameLength, &maxValueLength, &securitySize);
-  if (queried == err::kMoreData) {
-    const OrDword grownLength = classLength + 1;
-    if (!classBuffer.Grow(static_cast<std::size_t>(grownLength) * sizeof(wchar_t))) {
-      ThrowHResult(hr::kOutOfMemory);
-    }
-    classLength = grownLength;
-    queried =
-        CallQueryInfoKey(offreg, sourceKey, classBuffer.chars(), &classLength, &maxSubKeyLength,
-                         &maxValueNameLength, &maxValueLength, &securitySize);
-  }
-  if (queried != err::kSuccess) {
-    Log(L"Failed to query key info from source registry key (0x%08X): %s",
-        HResultFromWin32(queried), keyName);
-    return hr::kOk;
-  }
-
-  // 4. Room for the terminators.
-  maxSubKeyLength += 1;
-  maxValueNameLength += 1;
-
-  HResult result = hr::kOk;
+  // 2-4. Class, longest names and data, security size; room for the terminators.
+  SourceKeyInfo info;
+  if (!QuerySourceKey(offreg, sourceKey, keyName, info)) return hr::kOk;
 
   // 5. An existing target key keeps its class and security.
+  HResult result = hr::kOk;
   const OrDword targetOpened = CallOpenKey(offreg, targetParent, keyName.c_str(), &targetKey);
   if (targetOpened != err::kSuccess) {
     // 6. Create it, with the source's class when it has one.
-    wchar_t* keyClass = classLength != 0 ? classBuffer.chars() : nullptr;
-    const OrDword created =
-        CallCreateKey(offreg, targetParent, keyName.c_str(), keyClass, &targetKey);
-    if (created != err::kSuccess) {
-      Log(L"Failed to open or create target registry key (0x%08X) %d: %s, class: %s",
-          HResultFromWin32(created), created, keyName,
-          static_cast<const wchar_t*>(classBuffer.chars()));
-      return hr::kOk;
-    }
-
+    if (!CreateTargetKey(offreg, targetParent, keyName, info, targetKey)) return hr::kOk;
     // 7. The new key gets the source key's owner and DACL.
-    WorkBuffer security;
-    if (!security.Allocate(securitySize)) {
-      result = registry::HeapFailureResult();
-      Log(L"Failed allocating memory (0x%08X): %s", result, keyName);
-    }
-    OrDword size = securitySize;
-    const OrDword got = CallGetKeySecurity(
-        offreg, sourceKey, registry::kOwnerSecurityInformation | registry::kDaclSecurityInformation,
-        security.bytes(), &size);
-    if (got != err::kSuccess) {
-      Log(L"Failed to get security descriptor from registry key (0x%08X): %s",
-          HResultFromWin32(got), keyName);
+    if (!CopyNewKeySecurity(offreg, sourceKey, targetKey, info.securitySize, keyName, result)) {
       return result;
-    }
-    const OrDword set = CallSetKeySecurity(
-        offreg, targetKey, registry::kOwnerSecurityInformation | registry::kDaclSecurityInformation,
-        security.bytes());
-    if (set != err::kSuccess) {
-      const HResult hr = HResultFromWin32(set);
-      Log(L"Failed setting security descriptor key (0x%08X): %s", hr, keyName);
-      return hr;
     }
   }
 
   // 8. Values: the first value that cannot be written ends the loop (deliberate).
-  {
-    WorkBuffer name;
-    name.AllocateOrThrow(static_cast<std::size_t>(maxValueNameLength) * sizeof(wchar_t));
-    WorkBuffer data;
-    data.AllocateOrThrow(maxValueLength);
-    for (OrDword index = 0;; ++index) {
-      OrDword nameLength = maxValueNameLength;
-      OrDword dataLength = maxValueLength;
-      OrDword type = 0;
-      const OrDword enumerated = CallEnumValue(offreg, sourceKey, index, name.chars(), &nameLength,
-                                               &type, data.bytes(), &dataLength);
-      if (enumerated == err::kSuccess) {
-        const OrDword written =
-            CallSetValue(offreg, targetKey, name.chars(), type, data.bytes(), dataLength);
-        if (written != err::kSuccess) {
-          Log(L"Failed to copy registry value to target hive (0x%08X): %s",
-              HResultFromWin32(written), static_cast<const wchar_t*>(name.chars()));
-          break;
-        }
-        continue;
-      }
-      if (enumerated == err::kNoMoreItems) break;
-      Log(L"Failed enumerating value in key (0x%08X): %s", HResultFromWin32(enumerated), keyName);
-      break;
-    }
-  }
+  CopyValues(offreg, sourceKey, targetKey, info, keyName);
 
   // 9. Sub keys, depth first: the siblings after a sub key that failed are not copied (intended).
-  {
-    WorkBuffer name;
-    name.AllocateOrThrow(static_cast<std::size_t>(maxSubKeyLength) * sizeof(wchar_t));
-    for (OrDword index = 0;; ++index) {
-      OrDword nameLength = maxSubKeyLength;
-      const OrDword enumerated = CallEnumKey(offreg, sourceKey, index, name.chars(), &nameLength);
-      if (enumerated == err::kSuccess) {
-        // The name as the wide C string it is handed on as: up to its first NUL (a damaged hive
-        // can hold a name that begins with one; opening it then fails and is logged).
-        const std::wstring_view enumeratedName(name.chars(), nameLength);
-        const std::wstring subKeyName(enumeratedName.substr(0, enumeratedName.find(L'\0')));
-        const HResult copied = CopyRegistryKey(context, sourceKey, targetKey, subKeyName);
-        if (copied != hr::kOk) {
-          Log(L"Failed to copy registry key to target hive (0x%08X): %s/%s",
-              HResultFromWin32(static_cast<std::uint32_t>(copied)), keyName, subKeyName);
-          break;
-        }
-        continue;
-      }
-      if (enumerated == err::kNoMoreItems) break;
-      Log(L"Failed enumerating key (0x%08X): %s", HResultFromWin32(enumerated), keyName);
-      break;
-    }
-  }
+  CopySubKeys(context, sourceKey, targetKey, info.maxSubKeyLength, keyName);
 
   // 10. Buffers are freed and both keys closed on the way out.
   return result;
@@ -232,76 +340,14 @@ HResult SetKeyTreeSecurity(MigrationContext& context, OrKey key, void* securityD
     return hr;
   }
 
-  // 3. The key's current DACL.
+  // 3-4. The key's current DACL, then the new one: on the root as it is; below it, unless the
+  // key's own DACL is protected.
   maxSubKeyLength += 1;
-  OrDword setResult = err::kSuccess;
-  {
-    WorkBuffer current;
-    current.AllocateOrThrow(securitySize);
-    OrDword size = securitySize;
-    const OrDword got =
-        CallGetKeySecurity(offreg, key, registry::kDaclSecurityInformation, current.bytes(), &size);
-    if (got != err::kSuccess) {
-      const HResult hr = HResultFromWin32(got);
-      Log(L"Failed to query key security (0x%08X)", hr);
-      return hr;
-    }
-
-    // 4. The new DACL: on the root as it is; below it, unless the key's own DACL is protected.
-    if (isRoot) {
-      setResult =
-          CallSetKeySecurity(offreg, key, registry::kDaclSecurityInformation, securityDescriptor);
-      if (setResult != err::kSuccess) {
-        Log(L"Failed setting key security (0x%08X)", HResultFromWin32(setResult));
-      }
-    } else {
-      std::uint16_t control = 0;
-      const err::Win32Error controlRead =
-          ReadControl(std::span<const std::uint8_t>(current.bytes(), current.size()), control);
-      if (controlRead != err::kSuccess) {
-        // The control word stays 0: the key counts as unprotected and gets the DACL.
-        Log(L"Failed getting security descriptor (0x%08X)", HResultFromWin32(controlRead));
-      }
-      if ((control & security::kSeDaclProtected) == 0) {
-        setResult = CallSetKeySecurity(
-            offreg, key,
-            registry::kUnprotectedDaclSecurityInformation | registry::kDaclSecurityInformation,
-            securityDescriptor);
-      }
-    }
-  }
-  if (setResult != err::kSuccess) {
-    const HResult hr = HResultFromWin32(setResult);
-    Log(L"Failed to set key security (0x%08X)", hr);
-    return hr;
-  }
+  const HResult set = SetOneKeySecurity(offreg, key, securitySize, securityDescriptor, isRoot);
+  if (set != hr::kOk) return set;
 
   // 5. Children, in OREnumKey index order.
-  WorkBuffer name;
-  name.AllocateOrThrow(static_cast<std::size_t>(maxSubKeyLength) * sizeof(wchar_t));
-  for (OrDword index = 0;; ++index) {
-    OrDword length = maxSubKeyLength;
-    const OrDword enumerated = CallEnumKey(offreg, key, index, name.chars(), &length);
-    if (enumerated == err::kMoreData) {
-      Log(L"Failed enumerating key (0x%08X). Need more buffer.", HResultFromWin32(enumerated));
-      continue;
-    }
-    if (enumerated != err::kSuccess) break;
-    OrKey child = kNoOrKey;
-    const OrDword opened = CallOpenKey(offreg, key, name.chars(), &child);
-    if (opened != err::kSuccess) {
-      Log(L"Failed to open sub key (0x%08X): %s", HResultFromWin32(opened),
-          static_cast<const wchar_t*>(name.chars()));
-      break;
-    }
-    const HResult childResult = SetKeyTreeSecurity(context, child, securityDescriptor, false);
-    if (childResult != hr::kOk) {
-      Log(L"Failed setting key security (0x%08X): %s",
-          HResultFromWin32(static_cast<std::uint32_t>(childResult)),
-          static_cast<const wchar_t*>(name.chars()));
-    }
-    CallCloseKey(offreg, child);
-  }
+  SetChildrenSecurity(context, key, maxSubKeyLength, securityDescriptor);
   return hr::kOk;
 }
 

@@ -10,6 +10,7 @@
 #include "registry/hive_migration.h"
 #include "registry/hive_save.h"
 #include "registry/offreg_calls.h"
+#include "registry/offreg_handles.h"
 #include "registry/unrecovered_hive.h"
 #include "run/command_line.h"
 #include "security/file_security.h"
@@ -57,122 +58,164 @@ void ReplaceAll(std::wstring& text, std::wstring_view from, std::wstring_view to
   }
 }
 
+// The user hive of SyncUserShellFolders: its path, its handle, and the file's prior security
+// when ownership was taken to open it.
+struct ShellFolderHive {
+  std::wstring path;
+  OrKey handle = kNoOrKey;
+  SelfRelativeDescriptor savedSecurity;
+  bool ownershipTaken = false;
+};
+
+// Step 1 of SyncUserShellFolders: OROpenHive, with one ownership retry when access is denied and
+// the take-ownership setting is on. Returns the failure (logged) of the take-over or the open.
+HResult OpenShellFolderHive(MigrationContext& context, FileSecurity& fileSecurity,
+                            ShellFolderHive& hive) {
+  const COffregWrapper& offreg = context.offreg;
+  HResult opened =
+      HResultFromWin32(registry::CallOpenHive(offreg, hive.path.c_str(), &hive.handle));
+  if (opened != hr::kAccessDenied || !context.settings->takeOwnership) {
+    if (Failed(opened)) Log(L"Failed opening registry (0x%08X): %s", opened, hive.path);
+    return opened;
+  }
+  const HResult taken = fileSecurity.TakeOwnership(hive.path, hive.savedSecurity, true);
+  if (Failed(taken)) {
+    Log(kHiveOwnershipFailedFormat, taken, hive.path);
+    return taken;
+  }
+  hive.ownershipTaken = true;
+  opened = HResultFromWin32(registry::CallOpenHive(offreg, hive.path.c_str(), &hive.handle));
+  if (Failed(opened)) Log(L"Failed opening hive file (0x%08X): %s", opened, hive.path);
+  return opened;
+}
+
+// One string value of "User Shell Folders" in step 3 of SyncUserShellFolders, whose name is
+// row `entry` of the mapping. Read mode takes it as the row's source location. Write mode puts a
+// UNC source location into the value instead (its size without the terminating zero;
+// deliberate), removing the row and setting `changed`; any other row, and one whose write failed,
+// gets the value as its target location.
+void SyncShellFolderRow(const COffregWrapper& offreg, OrKey key, FolderMapping& mapping,
+                        std::size_t entry, const wchar_t* name, OrDword type,
+                        const std::uint8_t* data, OrDword dataLength, bool writeMode,
+                        bool& changed) {
+  SpecialFolderRow& row = mapping.RowAt(entry);
+  if (!writeMode) {
+    row.sourceLocation = StringFromData(data, dataLength);
+    return;
+  }
+  if (PathIsUNCW(row.sourceLocation)) {
+    const std::vector<std::uint8_t> bytes = WideToUtf16Le(row.sourceLocation);
+    const OrDword written =
+        registry::CallSetValue(offreg, key, name, type, bytes.data(),
+                               static_cast<OrDword>(Utf16Length(row.sourceLocation) * 2));
+    if (written == err::kSuccess) {
+      changed = true;
+      mapping.RemoveAt(entry);
+      return;
+    }
+    Log(L"Failed to set target registry value (0x%08X): %s = %s", HResultFromWin32(written), name,
+        row.sourceLocation);
+  }
+  row.targetLocation = StringFromData(data, dataLength);
+}
+
+// Step 3 of SyncUserShellFolders: the values of the open "User Shell Folders" key. The name
+// buffer keeps the last name read: the end of the enumeration is logged with it. Returns S_OK
+// when the enumeration ended normally, else its failure (logged).
+HResult SyncShellFolderValues(const COffregWrapper& offreg, OrKey key, FolderMapping& mapping,
+                              bool writeMode, bool& changed) {
+  wchar_t name[kNameLength] = {};
+  std::uint8_t data[kDataLength] = {};
+  for (OrDword index = 0;; ++index) {
+    OrDword nameLength = kNameLength;
+    OrDword dataLength = kDataLength;
+    OrDword type = 0;
+    const OrDword enumerated =
+        registry::CallEnumValue(offreg, key, index, name, &nameLength, &type, data, &dataLength);
+    if (enumerated == err::kNoMoreItems) {
+      Log(L"No more value of %s %d", static_cast<const wchar_t*>(name), enumerated);
+      return hr::kOk;
+    }
+    if (enumerated != err::kSuccess) {
+      const HResult result = HResultFromWin32(enumerated);
+      Log(L"Failed enumerating registry key (0x%08X): %s", result,
+          static_cast<const wchar_t*>(name));
+      return result;
+    }
+    if (type != registry::kRegSz && type != registry::kRegExpandSz) {
+      Log(L"The value of %s is not a string", static_cast<const wchar_t*>(name));
+      continue;
+    }
+    const std::size_t entry = mapping.Find(name);
+    if (entry == FolderMapping::kNotFound) {
+      Log(L"Unable to find %s in folder mapping", static_cast<const wchar_t*>(name));
+      continue;
+    }
+    SyncShellFolderRow(offreg, key, mapping, entry, name, type, data, dataLength, writeMode,
+                       changed);
+  }
+}
+
+// Steps 2-4 of SyncUserShellFolders: the "User Shell Folders" key is opened, its values are
+// walked, and it is closed. Returns S_OK, or the failure (logged) of the open or the walk.
+HResult SyncUserShellFoldersKey(const COffregWrapper& offreg, OrKey hive, FolderMapping& mapping,
+                                bool writeMode, bool& changed) {
+  OrKey key = kNoOrKey;
+  registry::KeyCloser closeKey(offreg, key);
+  const OrDword keyOpened = registry::CallOpenKey(offreg, hive, kUserShellFoldersKey, &key);
+  if (keyOpened != err::kSuccess) {
+    // 2. The word "source" stands in both modes, as it is.
+    const HResult result = HResultFromWin32(keyOpened);
+    Log(L"Failed to open source 'User Shell Folders' registry key (0x%08X)", result);
+    return result;
+  }
+
+  // 3. The values.
+  const HResult result = SyncShellFolderValues(offreg, key, mapping, writeMode, changed);
+
+  // 4. Close the key.
+  const OrDword closed = closeKey.Close();
+  if (closed != err::kSuccess) {
+    Log(L"Failed closing registry key (0x%08X)", HResultFromWin32(closed));
+  }
+  return result;
+}
+
 }  // namespace
 
 HResult SyncUserShellFolders(MigrationContext& context, FolderMapping& mapping,
                              const std::wstring& profilePath, std::int32_t profileVersion,
                              bool writeMode) {
-  const COffregWrapper& offreg = context.offreg;
   FileSecurity fileSecurity(context.files, context.security);
 
   // 1. The hive, with one ownership retry. The "/p:" path stands in for an empty profile path.
-  const std::wstring& profile = profilePath.empty() ? g_profilePath : profilePath;
-  std::wstring hivePath;
-  PathCombineW(hivePath, profile, kUserHiveName);
-  SelfRelativeDescriptor savedSecurity;
-  bool ownershipTaken = false;
-  OrKey hive = kNoOrKey;
-  HResult opened = HResultFromWin32(registry::CallOpenHive(offreg, hivePath.c_str(), &hive));
-  if (opened == hr::kAccessDenied && context.settings->takeOwnership) {
-    const HResult taken = fileSecurity.TakeOwnership(hivePath, savedSecurity, true);
-    if (Failed(taken)) {
-      Log(kHiveOwnershipFailedFormat, taken, hivePath);
-      return taken;
-    }
-    ownershipTaken = true;
-    opened = HResultFromWin32(registry::CallOpenHive(offreg, hivePath.c_str(), &hive));
-    if (Failed(opened)) {
-      Log(L"Failed opening hive file (0x%08X): %s", opened, hivePath);
-      return opened;
-    }
-  } else if (Failed(opened)) {
-    Log(L"Failed opening registry (0x%08X): %s", opened, hivePath);
-    return opened;
-  }
-  ReportUnrecoveredHive(context, hive, hivePath);
+  ShellFolderHive hive;
+  PathCombineW(hive.path, profilePath.empty() ? g_profilePath : profilePath, kUserHiveName);
+  registry::HiveCloser closeHive(context.offreg, hive.handle);
+  const HResult opened = OpenShellFolderHive(context, fileSecurity, hive);
+  if (Failed(opened)) return opened;
+  ReportUnrecoveredHive(context, hive.handle, hive.path);
 
-  HResult result = hr::kOk;
-  OrKey key = kNoOrKey;
-  const OrDword keyOpened = registry::CallOpenKey(offreg, hive, kUserShellFoldersKey, &key);
-  if (keyOpened != err::kSuccess) {
-    // 2. The word "source" stands in both modes, as it is.
-    result = HResultFromWin32(keyOpened);
-    Log(L"Failed to open source 'User Shell Folders' registry key (0x%08X)", result);
-  } else {
-    // 3. The values. The name buffer keeps the last name read: the end of the enumeration is
-    // logged with it.
-    bool changed = false;
-    wchar_t name[kNameLength] = {};
-    std::uint8_t data[kDataLength] = {};
-    for (OrDword index = 0;; ++index) {
-      OrDword nameLength = kNameLength;
-      OrDword dataLength = kDataLength;
-      OrDword type = 0;
-      const OrDword enumerated =
-          registry::CallEnumValue(offreg, key, index, name, &nameLength, &type, data, &dataLength);
-      if (enumerated == err::kNoMoreItems) {
-        Log(L"No more value of %s %d", static_cast<const wchar_t*>(name), enumerated);
-        break;
-      }
-      if (enumerated != err::kSuccess) {
-        result = HResultFromWin32(enumerated);
-        Log(L"Failed enumerating registry key (0x%08X): %s", result,
-            static_cast<const wchar_t*>(name));
-        break;
-      }
-      if (type != registry::kRegSz && type != registry::kRegExpandSz) {
-        Log(L"The value of %s is not a string", static_cast<const wchar_t*>(name));
-        continue;
-      }
-      const std::size_t entry = mapping.Find(name);
-      if (entry == FolderMapping::kNotFound) {
-        Log(L"Unable to find %s in folder mapping", static_cast<const wchar_t*>(name));
-        continue;
-      }
-      SpecialFolderRow& row = mapping.RowAt(entry);
-      if (!writeMode) {
-        row.sourceLocation = StringFromData(data, dataLength);
-        continue;
-      }
-      if (PathIsUNCW(row.sourceLocation)) {
-        // The size counts the characters without the terminating zero (deliberate).
-        const std::vector<std::uint8_t> bytes = WideToUtf16Le(row.sourceLocation);
-        const OrDword written =
-            registry::CallSetValue(offreg, key, name, type, bytes.data(),
-                                   static_cast<OrDword>(Utf16Length(row.sourceLocation) * 2));
-        if (written == err::kSuccess) {
-          changed = true;
-          mapping.RemoveAt(entry);
-          continue;
-        }
-        Log(L"Failed to set target registry value (0x%08X): %s = %s", HResultFromWin32(written),
-            static_cast<const wchar_t*>(name), row.sourceLocation);
-      }
-      row.targetLocation = StringFromData(data, dataLength);
-    }
+  // 2-4. The "User Shell Folders" values, read or fixed up.
+  bool changed = false;
+  HResult result =
+      SyncUserShellFoldersKey(context.offreg, hive.handle, mapping, writeMode, changed);
 
-    // 4. Close the key.
-    const OrDword closed = registry::CallCloseKey(offreg, key);
-    if (closed != err::kSuccess) {
-      Log(L"Failed closing registry key (0x%08X)", HResultFromWin32(closed));
-    }
-
-    // 5. Save a changed hive; SaveTargetHive re-opens it into `hive`.
-    if (changed) {
-      const err::Win32Error saved = SaveTargetHive(context, hive, profileVersion, hivePath);
-      if (saved != err::kSuccess) {
-        const HResult hr = HResultFromWin32(saved);
-        Log(L"Failed to save target registry hive (0x%08X)", hr);
-        if (hive != kNoOrKey) registry::CallCloseHive(offreg, hive);
-        fileSecurity.ApplySecurity(hivePath, savedSecurity);
-        return hr;
-      }
+  // 5. Save a changed hive; SaveTargetHive re-opens it into the handle.
+  if (changed) {
+    const err::Win32Error saved = SaveTargetHive(context, hive.handle, profileVersion, hive.path);
+    if (saved != err::kSuccess) {
+      const HResult hr = HResultFromWin32(saved);
+      Log(L"Failed to save target registry hive (0x%08X)", hr);
+      closeHive.Close();
+      fileSecurity.ApplySecurity(hive.path, hive.savedSecurity);
+      return hr;
     }
   }
 
   // 6. Write mode completes the special folder table from "Shell Folders".
   if (writeMode) {
-    const HResult completed = CompleteSpecialFolderPaths(context, hive, mapping.table());
+    const HResult completed = CompleteSpecialFolderPaths(context, hive.handle, mapping.table());
     if (Failed(completed)) {
       Log(L"Failed handling special folder (0x%08X)", completed);
       result = completed;
@@ -180,8 +223,8 @@ HResult SyncUserShellFolders(MigrationContext& context, FolderMapping& mapping,
   }
 
   // 7. Restore the file's security if ownership was taken, and close the hive.
-  if (ownershipTaken) fileSecurity.ApplySecurity(hivePath, savedSecurity);
-  const OrDword closed = registry::CallCloseHive(offreg, hive);
+  if (hive.ownershipTaken) fileSecurity.ApplySecurity(hive.path, hive.savedSecurity);
+  const OrDword closed = closeHive.Close();
   if (closed != err::kSuccess) Log(L"Failed closing hive file (0x%08X)", HResultFromWin32(closed));
   return result;
 }
@@ -193,6 +236,7 @@ HResult CompleteSpecialFolderPaths(MigrationContext& context, OrKey hive,
 
   // 1. The "Shell Folders" key.
   OrKey key = kNoOrKey;
+  registry::KeyCloser closeKey(offreg, key);
   const OrDword opened = registry::CallOpenKey(offreg, hive, kShellFoldersKey, &key);
   if (opened != err::kSuccess) {
     const HResult hr = HResultFromWin32(opened);
@@ -216,7 +260,7 @@ HResult CompleteSpecialFolderPaths(MigrationContext& context, OrKey hive,
 
   // 3. Without one, nothing can be completed.
   if (profileFolder.empty()) {
-    registry::CallCloseKey(offreg, key);
+    closeKey.Close();
     Log(L"Profile path is empty");
     return hr::kFail;
   }
@@ -232,8 +276,7 @@ HResult CompleteSpecialFolderPaths(MigrationContext& context, OrKey hive,
     row.targetLocation = value;
   }
 
-  // 5. Done.
-  registry::CallCloseKey(offreg, key);
+  // 5. Done: the key is closed on the way out.
   return hr::kOk;
 }
 

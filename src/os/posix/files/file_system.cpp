@@ -70,6 +70,90 @@ std::uint32_t StoredFileAttributes(const std::string& native) {
   return posix::ReadStoredAttributes(native, stored) ? stored : 0;
 }
 
+// How an open goes: the access asked for, and what its creation disposition asks.
+struct OpenPlan {
+  bool readAccess = false;
+  bool writeAccess = false;
+  bool create = false;
+  bool truncate = false;
+  bool mustNotExist = false;
+};
+
+// The data access a request asks for, directly or through generic rights.
+OpenPlan AccessOf(const FileOpenRequest& request) {
+  OpenPlan plan;
+  plan.writeAccess =
+      request.write ||
+      (request.otherAccess & (file_access::kGenericAll | file_access::kGenericWrite)) != 0;
+  plan.readAccess = request.read || (request.otherAccess &
+                                     (file_access::kGenericAll | file_access::kGenericRead)) != 0;
+  return plan;
+}
+
+// What `disposition` asks; false for one that is not valid (TRUNCATE_EXISTING without write
+// access, or an unknown one).
+bool AddDisposition(CreationDisposition disposition, OpenPlan& plan) {
+  switch (disposition) {
+    case CreationDisposition::kCreateNew:
+      plan.create = true;
+      plan.mustNotExist = true;
+      return true;
+    case CreationDisposition::kCreateAlways:
+      plan.create = true;
+      plan.truncate = true;
+      return true;
+    case CreationDisposition::kOpenExisting:
+      return true;
+    case CreationDisposition::kOpenAlways:
+      plan.create = true;
+      return true;
+    case CreationDisposition::kTruncateExisting:
+      if (!plan.writeAccess) return false;
+      plan.truncate = true;
+      return true;
+    default:
+      return false;
+  }
+}
+
+// An existing file that is to be written or emptied: a read-only one refuses, and replacing a
+// hidden or system file needs the same bits asked for, as on Windows.
+err::Win32Error CheckReplaceable(const std::string& native, const FileOpenRequest& request) {
+  const std::uint32_t stored = StoredFileAttributes(native);
+  if ((stored & file_attr::kReadOnly) != 0) return err::kAccessDenied;
+  const std::uint32_t guarded = stored & (file_attr::kHidden | file_attr::kSystem);
+  if (request.disposition == CreationDisposition::kCreateAlways &&
+      (request.attributes & guarded) != guarded)
+    return err::kAccessDenied;
+  return err::kSuccess;
+}
+
+// The open(2) flags of a file open. A file that is emptied is opened for writing even when only
+// writing attributes was asked for; the handle still refuses data writes.
+int FileOpenFlags(const FileOpenRequest& request, const OpenPlan& plan) {
+  int flags = O_CLOEXEC | O_NOFOLLOW;
+  if (plan.create) flags |= O_CREAT;
+  if (plan.mustNotExist) flags |= O_EXCL;
+  flags |= (plan.writeAccess || plan.truncate) ? O_RDWR : O_RDONLY;
+  if (request.append && plan.writeAccess) flags |= O_APPEND;
+  return flags;
+}
+
+// A new file, or one that CREATE_ALWAYS replaces, gets the attributes asked for and ARCHIVE, as
+// Windows gives them.
+void StampNewFileAttributes(const std::string& native, const FileOpenRequest& request,
+                            bool existed) {
+  if (existed && request.disposition != CreationDisposition::kCreateAlways) return;
+  const std::uint32_t kept = existed ? StoredFileAttributes(native) : 0;
+  const std::uint32_t wanted = (request.attributes & posix::kSettableAttributes) | kept;
+  if (wanted != 0 || existed) posix::WriteStoredAttributes(native, wanted | file_attr::kArchive);
+}
+
+// Whether a handle may stamp times: write access or FILE_WRITE_ATTRIBUTES.
+bool CanSetTimes(const FileOpenRequest& request, const OpenPlan& plan) {
+  return plan.writeAccess || (request.otherAccess & file_access::kFileWriteAttributes) != 0;
+}
+
 class PosixFileSystem final : public FileSystem {
  public:
   std::wstring ModuleFileName() override {
@@ -99,101 +183,27 @@ class PosixFileSystem final : public FileSystem {
   err::Win32Error Open(std::wstring_view path, const FileOpenRequest& request,
                        FileHandle& handle) override {
     handle = kInvalidFileHandle;
-    const bool writeAccess =
-        request.write ||
-        (request.otherAccess & (file_access::kGenericAll | file_access::kGenericWrite)) != 0;
-    const bool readAccess =
-        request.read ||
-        (request.otherAccess & (file_access::kGenericAll | file_access::kGenericRead)) != 0;
+    OpenPlan plan = AccessOf(request);
     if (request.disposition == CreationDisposition::kOpenExisting && request.backupSemantics &&
-        !writeAccess) {
-      return OpenExistingObject(path, request, readAccess, handle);
+        !plan.writeAccess) {
+      return OpenExistingObject(path, request, plan.readAccess, handle);
     }
 
     std::string native;
     err::Win32Error error = err::kSuccess;
     posix::NativeStatus status;
     if (!posix::ToNativePath(path, native, error, &status)) return error;
-    bool truncate = false;
-    bool create = false;
-    bool mustNotExist = false;
-    switch (request.disposition) {
-      case CreationDisposition::kCreateNew:
-        create = true;
-        mustNotExist = true;
-        break;
-      case CreationDisposition::kCreateAlways:
-        create = true;
-        truncate = true;
-        break;
-      case CreationDisposition::kOpenExisting:
-        break;
-      case CreationDisposition::kOpenAlways:
-        create = true;
-        break;
-      case CreationDisposition::kTruncateExisting:
-        if (!writeAccess) return err::kInvalidParameter;
-        truncate = true;
-        break;
-      default:
-        return err::kInvalidParameter;
-    }
+    if (!AddDisposition(request.disposition, plan)) return err::kInvalidParameter;
 
     struct stat before {};
     const bool existed = posix::LstatKnown(native, status, before) == 0;
-    auto entry = std::make_shared<OpenFileEntry>();
-    if (existed && S_ISDIR(before.st_mode)) {
-      // A folder opens only with backup semantics, and only to be looked at or stamped.
-      if (!request.backupSemantics || mustNotExist || truncate) {
-        return mustNotExist ? err::kFileExists : err::kAccessDenied;
-      }
-      entry->fd = posix::OpenBeneath(native, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-      if (entry->fd < 0) return PathError(native);
-      entry->canSetTimes =
-          writeAccess || (request.otherAccess & file_access::kFileWriteAttributes) != 0;
-      return Register(std::move(entry), handle);
+    if (existed && S_ISDIR(before.st_mode)) return OpenFolder(native, request, plan, handle);
+    if (existed && plan.mustNotExist) return err::kFileExists;
+    if (existed && S_ISREG(before.st_mode) && (plan.writeAccess || plan.truncate)) {
+      const err::Win32Error refused = CheckReplaceable(native, request);
+      if (refused != err::kSuccess) return refused;
     }
-    if (existed && mustNotExist) return err::kFileExists;
-    if (existed && S_ISREG(before.st_mode) && (writeAccess || truncate)) {
-      const std::uint32_t stored = StoredFileAttributes(native);
-      if ((stored & file_attr::kReadOnly) != 0 && (writeAccess || truncate))
-        return err::kAccessDenied;
-      // Replacing a hidden or system file needs the same bits asked for, as on Windows.
-      const std::uint32_t guarded = stored & (file_attr::kHidden | file_attr::kSystem);
-      if (request.disposition == CreationDisposition::kCreateAlways &&
-          (request.attributes & guarded) != guarded)
-        return err::kAccessDenied;
-    }
-
-    // A file that is emptied is opened for writing even when only writing attributes was asked
-    // for; the handle still refuses data writes.
-    int flags = O_CLOEXEC | O_NOFOLLOW;
-    if (create) flags |= O_CREAT;
-    if (mustNotExist) flags |= O_EXCL;
-    flags |= (writeAccess || truncate) ? O_RDWR : O_RDONLY;
-    if (request.append && writeAccess) flags |= O_APPEND;
-    entry->fd = posix::OpenBeneath(native, flags, 0666);
-    if (entry->fd < 0) return PathError(native);
-    if (!existed && create) {
-      posix::NoteNameCreated(native);
-      // A new file inherits from its folder; that failing leaves it as open made it.
-      static_cast<void>(posix::InheritNewObjectSecurity(native));
-    }
-    if (truncate && ::ftruncate(entry->fd, 0) != 0) return posix::Win32ErrorFromErrno(errno);
-    entry->canRead = readAccess;
-    entry->canWrite = writeAccess;
-    entry->canSetTimes =
-        writeAccess || (request.otherAccess & file_access::kFileWriteAttributes) != 0;
-
-    // A new file, or one that CREATE_ALWAYS replaces, gets the attributes asked for and
-    // ARCHIVE, as Windows gives them.
-    if (!existed || request.disposition == CreationDisposition::kCreateAlways) {
-      const std::uint32_t kept = existed ? StoredFileAttributes(native) : 0;
-      const std::uint32_t wanted = (request.attributes & posix::kSettableAttributes) | kept;
-      if (wanted != 0 || existed)
-        posix::WriteStoredAttributes(native, wanted | file_attr::kArchive);
-    }
-    return Register(std::move(entry), handle);
+    return OpenFile(native, request, plan, existed, handle);
   }
 
   err::Win32Error Seek(FileHandle handle, std::int64_t distance, SeekOrigin origin,
@@ -458,6 +468,38 @@ class PosixFileSystem final : public FileSystem {
       entry->canSetTimes = (request.otherAccess & file_access::kFileWriteAttributes) != 0;
       return Register(std::move(entry), handle);
     });
+  }
+
+  // An existing folder opens only with backup semantics, and only to be looked at or stamped.
+  err::Win32Error OpenFolder(const std::string& native, const FileOpenRequest& request,
+                             const OpenPlan& plan, FileHandle& handle) {
+    if (!request.backupSemantics || plan.mustNotExist || plan.truncate) {
+      return plan.mustNotExist ? err::kFileExists : err::kAccessDenied;
+    }
+    auto entry = std::make_shared<OpenFileEntry>();
+    entry->fd = posix::OpenBeneath(native, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (entry->fd < 0) return PathError(native);
+    entry->canSetTimes = CanSetTimes(request, plan);
+    return Register(std::move(entry), handle);
+  }
+
+  // Opens, creates or empties a file as the plan says. A new file inherits from its folder;
+  // that failing leaves it as open made it.
+  err::Win32Error OpenFile(const std::string& native, const FileOpenRequest& request,
+                           const OpenPlan& plan, bool existed, FileHandle& handle) {
+    auto entry = std::make_shared<OpenFileEntry>();
+    entry->fd = posix::OpenBeneath(native, FileOpenFlags(request, plan), 0666);
+    if (entry->fd < 0) return PathError(native);
+    if (!existed && plan.create) {
+      posix::NoteNameCreated(native);
+      static_cast<void>(posix::InheritNewObjectSecurity(native));
+    }
+    if (plan.truncate && ::ftruncate(entry->fd, 0) != 0) return posix::Win32ErrorFromErrno(errno);
+    entry->canRead = plan.readAccess;
+    entry->canWrite = plan.writeAccess;
+    entry->canSetTimes = CanSetTimes(request, plan);
+    StampNewFileAttributes(native, request, existed);
+    return Register(std::move(entry), handle);
   }
 
   err::Win32Error Register(std::shared_ptr<OpenFileEntry> entry, FileHandle& handle) {

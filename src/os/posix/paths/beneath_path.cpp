@@ -237,14 +237,11 @@ void AddTrustRootForTesting(const std::string& folder) {
   ForgetBeneathFolders();
 }
 
-BeneathPath::BeneathPath(const std::string& native) {
-  const std::size_t rootLength = TrustRootLength(native);
-  if (rootLength == std::string::npos) {
-    name_ = native;
-    path_ = native;
-    return;
-  }
-  // The names below the root, "." and ".." resolved textually (".." stops at the root).
+namespace {
+
+// The names of native below its trust root, "." and ".." resolved textually (".." stops at the
+// root).
+std::vector<std::string_view> NamesBelowRoot(const std::string& native, std::size_t rootLength) {
   std::vector<std::string_view> names;
   std::size_t position = rootLength;
   while (position < native.size()) {
@@ -259,7 +256,48 @@ BeneathPath::BeneathPath(const std::string& native) {
     }
     names.push_back(component);
   }
-  const std::string root = native.substr(0, rootLength);
+  return names;
+}
+
+// The folder `relative` (names joined by '/', empty for the root itself) below the trust root
+// `root`: from the cache, or opened without following links and cached. Null, with the errno of
+// the failure in `errnum`, when it cannot be opened.
+std::shared_ptr<const PinnedFolder> PinFolder(const std::string& root, const std::string& relative,
+                                              int& errnum) {
+  std::string key = root;
+  key.push_back('\0');  // a separator no name holds
+  key.append(relative);
+  std::shared_ptr<const PinnedFolder> folder = ProcessFolderCache().Find(key);
+  if (folder != nullptr) return folder;
+  std::shared_ptr<const PinnedFolder> rootFolder = ProcessTrustRoots().Open(root);
+  if (rootFolder == nullptr) {
+    errnum = errno;
+    return nullptr;
+  }
+  if (relative.empty()) {
+    folder = std::move(rootFolder);
+  } else {
+    const int fd = OpenRelative(rootFolder->fd, relative);
+    if (fd < 0) {
+      errnum = errno;
+      return nullptr;
+    }
+    folder = std::make_shared<const PinnedFolder>(fd);
+  }
+  ProcessFolderCache().Add(key, folder);
+  return folder;
+}
+
+}  // namespace
+
+BeneathPath::BeneathPath(const std::string& native) {
+  const std::size_t rootLength = TrustRootLength(native);
+  if (rootLength == std::string::npos) {
+    name_ = native;
+    path_ = native;
+    return;
+  }
+  std::vector<std::string_view> names = NamesBelowRoot(native, rootLength);
   const bool atRoot = names.empty();
   name_ = atRoot ? std::string(".") : std::string(names.back());
   if (!names.empty()) names.pop_back();
@@ -269,33 +307,17 @@ BeneathPath::BeneathPath(const std::string& native) {
     relative.append(component);
   }
 
-  std::string key = root;
-  key.push_back('\0');  // a separator no name holds
-  key.append(relative);
-  folder_ = ProcessFolderCache().Find(key);
+  int error = 0;
+  folder_ = PinFolder(native.substr(0, rootLength), relative, error);
   if (folder_ == nullptr) {
-    std::shared_ptr<const PinnedFolder> rootFolder = ProcessTrustRoots().Open(root);
-    if (rootFolder == nullptr) {
-      if (atRoot) {
-        // The share's folder itself, which is not a folder that opens: looked at as it stands.
-        name_ = native;
-        path_ = native;
-        return;
-      }
-      errnum_ = errno;
+    if (atRoot) {
+      // The share's folder itself, which is not a folder that opens: looked at as it stands.
+      name_ = native;
+      path_ = native;
       return;
     }
-    if (relative.empty()) {
-      folder_ = std::move(rootFolder);
-    } else {
-      const int fd = OpenRelative(rootFolder->fd, relative);
-      if (fd < 0) {
-        errnum_ = errno;
-        return;
-      }
-      folder_ = std::make_shared<const PinnedFolder>(fd);
-    }
-    ProcessFolderCache().Add(key, folder_);
+    errnum_ = error;
+    return;
   }
   path_ = DescriptorPath(folder_->fd, name_);
 }

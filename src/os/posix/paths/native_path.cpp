@@ -44,41 +44,49 @@ int LstatKnown(const std::string& native, const NativeStatus& status, struct sta
   return 0;
 }
 
-std::string ResolveNameCase(const std::string& native, NativeStatus* status) {
-  if (status != nullptr) *status = NativeStatus{};
-  if (native.empty()) return native;
-  // A path that exists as given (and has no empty component for the walk to drop) resolves to
-  // itself: every prefix of a path the kernel resolves exists too, so the walk below would keep
-  // each component as it stands. One lstat instead of one per component.
-  if (native.find("//") == std::string::npos) {
-    struct stat info {};
-    const bool exists = posix::LstatBeneath(native, info) == 0;
-    const int missing = exists ? 0 : errno;
-    if (exists) {
-      if (status != nullptr) {
-        status->known = true;
-        status->info = info;
-      }
-      return native;
+namespace {
+
+// The fast paths of ResolveNameCase; true when they decide, with the result in `resolved`.
+// A path that exists as given (and has no empty component for the walk to drop) resolves to
+// itself: every prefix of a path the kernel resolves exists too, so the walk would keep each
+// component as it stands. One lstat instead of one per component. The same holds for the folder
+// of a missing last name: when the folder exists as given, the walk would keep it and look only
+// for the last name, in that folder.
+bool ResolveAsGiven(const std::string& native, NativeStatus* status, std::string& resolved) {
+  if (native.find("//") != std::string::npos) return false;
+  struct stat info {};
+  if (posix::LstatBeneath(native, info) == 0) {
+    if (status != nullptr) {
+      status->known = true;
+      status->info = info;
     }
-    // The same holds for the folder of a missing last name: when the folder exists as given,
-    // the walk would keep it and look only for the last name, in that folder.
-    const std::string::size_type slash = native.rfind('/');
-    if (slash != std::string::npos && slash + 1 < native.size()) {
-      const std::string_view leaf(native.data() + slash + 1, native.size() - slash - 1);
-      const std::string folder = slash == 0 ? std::string("/") : native.substr(0, slash);
-      struct stat folderInfo {};
-      if (leaf != "." && leaf != ".." && posix::LstatBeneath(folder, folderInfo) == 0) {
-        const std::string other = missing == ENOENT ? FindNameNoCase(folder, folderInfo, leaf) : "";
-        if (!other.empty()) return Join(folder, other);
-        if (status != nullptr) {
-          status->known = true;
-          status->error = missing;
-        }
-        return native;
-      }
-    }
+    resolved = native;
+    return true;
   }
+  const int missing = errno;
+  const std::string::size_type slash = native.rfind('/');
+  if (slash == std::string::npos || slash + 1 >= native.size()) return false;
+  const std::string_view leaf(native.data() + slash + 1, native.size() - slash - 1);
+  const std::string folder = slash == 0 ? std::string("/") : native.substr(0, slash);
+  struct stat folderInfo {};
+  if (leaf == "." || leaf == ".." || posix::LstatBeneath(folder, folderInfo) != 0) return false;
+  const std::string other = missing == ENOENT ? FindNameNoCase(folder, folderInfo, leaf) : "";
+  if (!other.empty()) {
+    resolved = Join(folder, other);
+    return true;
+  }
+  if (status != nullptr) {
+    status->known = true;
+    status->error = missing;
+  }
+  resolved = native;
+  return true;
+}
+
+// The walk of ResolveNameCase: component by component, each name that does not exist as written
+// is looked for ignoring case; from the first one found in neither way on, the rest is kept as
+// given.
+std::string ResolveByWalk(const std::string& native) {
   std::string resolved;
   std::size_t position = 0;
   if (native[0] == '/') {
@@ -108,6 +116,16 @@ std::string ResolveNameCase(const std::string& native, NativeStatus* status) {
   }
   if (native.size() > 1 && native.back() == '/' && resolved.back() != '/') resolved.push_back('/');
   return resolved;
+}
+
+}  // namespace
+
+std::string ResolveNameCase(const std::string& native, NativeStatus* status) {
+  if (status != nullptr) *status = NativeStatus{};
+  if (native.empty()) return native;
+  std::string resolved;
+  if (ResolveAsGiven(native, status, resolved)) return resolved;
+  return ResolveByWalk(native);
 }
 
 namespace {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 #include "descriptor/ace.h"
 #include "descriptor/acl.h"
@@ -79,53 +80,58 @@ Slot* Find(std::vector<Slot>& slots, std::uint16_t tag, std::uint32_t id) {
   return nullptr;
 }
 
-// The slots of one ACL, in the server's order: the entries made from the DACL in the order of
-// their first allow (deny-only ones after them), then the required ones it adds in front.
-std::vector<Slot> BuildSlots(const security::SecurityDescriptor& sd, bool isFolder, bool asDefault,
-                             mode_t mode, const Target& target) {
+// Where one DACL entry counts in an ACL: in an access ACL (`asDefault` false) every entry that
+// is not inherit-only (a folder's entry that passes to both files and folders is recorded without
+// those flags); in a default ACL only a folder's entries that pass to both. Nothing for others.
+std::optional<std::uint8_t> EntryFlags(const security::Ace& ace, bool isFolder, bool asDefault) {
+  if (asDefault) {
+    if (!isFolder || (ace.flags & kBothInherit) != kBothInherit) return std::nullopt;
+    return ace.flags;
+  }
+  if ((ace.flags & security::kInheritOnlyAce) != 0) return std::nullopt;
+  if (isFolder && (ace.flags & kBothInherit) == kBothInherit) {
+    return static_cast<std::uint8_t>(ace.flags & ~kBothInherit);
+  }
+  return ace.flags;
+}
+
+// The slots the DACL's entries make, in DACL order, each with the bits its allows and denies
+// give it (an earlier allow or deny of a bit wins over a later one).
+std::vector<Slot> SlotsFromDacl(const security::SecurityDescriptor& sd, bool isFolder,
+                                bool asDefault, const Target& target) {
   std::vector<Slot> slots;
+  if (!sd.HasDacl() || !sd.dacl) return slots;
   std::size_t index = 0;
-  if (sd.HasDacl() && sd.dacl) {
-    for (const security::Ace& ace : sd.dacl->aces()) {
-      ++index;
-      if (!ace.HasSid()) continue;
-      std::uint8_t flags = ace.flags;
-      if (asDefault) {
-        if (!isFolder || (ace.flags & kBothInherit) != kBothInherit) continue;
-      } else {
-        if ((ace.flags & security::kInheritOnlyAce) != 0) continue;
-        if (isFolder && (ace.flags & kBothInherit) == kBothInherit) {
-          flags = static_cast<std::uint8_t>(flags & ~kBothInherit);
-        }
+  for (const security::Ace& ace : sd.dacl->aces()) {
+    ++index;
+    if (!ace.HasSid()) continue;
+    const std::optional<std::uint8_t> flags = EntryFlags(ace, isFolder, asDefault);
+    if (!flags) continue;
+    const auto trustee = Trustee(ace.sid, asDefault, target);
+    if (!trustee) continue;
+    Slot* slot = Find(slots, trustee->first, trustee->second);
+    if (slot == nullptr) {
+      slots.push_back(Slot{trustee->first, trustee->second, 0, 0, *flags});
+      slot = &slots.back();
+      slot->denyRank = index;
+    }
+    const unsigned bits = PermOf(ace.mask);
+    if (ace.type == security::kAccessDeniedAceType) {
+      slot->denied |= bits & ~slot->allowed;
+    } else {
+      if (slot->rank == std::numeric_limits<std::size_t>::max()) {
+        slot->rank = index;
+        slot->flags = *flags;
       }
-      const auto trustee = Trustee(ace.sid, asDefault, target);
-      if (!trustee) continue;
-      Slot* slot = Find(slots, trustee->first, trustee->second);
-      if (slot == nullptr) {
-        slots.push_back(Slot{trustee->first, trustee->second, 0, 0, flags});
-        slot = &slots.back();
-        slot->denyRank = index;
-      }
-      const unsigned bits = PermOf(ace.mask);
-      if (ace.type == security::kAccessDeniedAceType) {
-        slot->denied |= bits & ~slot->allowed;
-      } else {
-        if (slot->rank == std::numeric_limits<std::size_t>::max()) {
-          slot->rank = index;
-          slot->flags = flags;
-        }
-        slot->allowed |= bits & ~slot->denied;
-      }
+      slot->allowed |= bits & ~slot->denied;
     }
   }
-  // A folder none of whose entries inherit to both files and folders has no default ACL.
-  if (asDefault && slots.empty()) return slots;
-  std::stable_sort(slots.begin(), slots.end(), [](const Slot& a, const Slot& b) {
-    if (a.rank != b.rank) return a.rank < b.rank;
-    return a.denyRank < b.denyRank;
-  });
-  // Everyone's bits belong to every account, allowed or denied; a deny for Everyone alone makes
-  // no entry.
+  return slots;
+}
+
+// Everyone's bits belong to every account, allowed or denied; a deny for Everyone alone makes
+// no entry. Returns Everyone's allowed and denied bits.
+std::pair<unsigned, unsigned> SpreadEveryone(std::vector<Slot>& slots) {
   const Slot* world = Find(slots, kAclOther, 0);
   const unsigned everyone = world != nullptr ? world->allowed : 0u;
   const unsigned everyoneDenied = world != nullptr ? world->denied : 0u;
@@ -136,7 +142,12 @@ std::vector<Slot> BuildSlots(const security::SecurityDescriptor& sd, bool isFold
     if (slot.tag == kAclOther) continue;
     slot.allowed = (slot.allowed | (everyone & ~slot.denied)) & ~everyoneDenied;
   }
-  // The entries every ACL needs, each added in front when missing.
+  return {everyone, everyoneDenied};
+}
+
+// The entries every ACL needs, each added in front when missing.
+void AddRequiredSlots(std::vector<Slot>& slots, bool isFolder, mode_t mode, const Target& target,
+                      unsigned everyone, unsigned everyoneDenied) {
   auto addFront = [&](Slot slot) { slots.insert(slots.begin(), slot); };
   const unsigned ownerBits = (static_cast<unsigned>(mode) >> 6) & 7u;
   if (Find(slots, kAclUserObj, 0) == nullptr) {
@@ -158,6 +169,21 @@ std::vector<Slot> BuildSlots(const security::SecurityDescriptor& sd, bool isFold
   if (Find(slots, kAclGroup, target.gid) == nullptr) {
     addFront(Slot{kAclGroup, target.gid, Find(slots, kAclGroupObj, 0)->allowed});
   }
+}
+
+// The slots of one ACL, in the server's order: the entries made from the DACL in the order of
+// their first allow (deny-only ones after them), then the required ones it adds in front.
+std::vector<Slot> BuildSlots(const security::SecurityDescriptor& sd, bool isFolder, bool asDefault,
+                             mode_t mode, const Target& target) {
+  std::vector<Slot> slots = SlotsFromDacl(sd, isFolder, asDefault, target);
+  // A folder none of whose entries inherit to both files and folders has no default ACL.
+  if (asDefault && slots.empty()) return slots;
+  std::stable_sort(slots.begin(), slots.end(), [](const Slot& a, const Slot& b) {
+    if (a.rank != b.rank) return a.rank < b.rank;
+    return a.denyRank < b.denyRank;
+  });
+  const auto [everyone, everyoneDenied] = SpreadEveryone(slots);
+  AddRequiredSlots(slots, isFolder, mode, target, everyone, everyoneDenied);
   return slots;
 }
 
