@@ -87,7 +87,7 @@ struct ProfileBuild {
 HResult ReadSourceSecurity(ProfileBuild& build) {
   const SecurityRead read = ReadSecurityTakingOwnership(
       build.fileSecurity, build.sourcePath, build.context.settings->takeOwnership,
-      build.sourceSecurity, build.savedSecurity, AfterOwnershipTaken::kReadAgain);
+      build.sourceSecurity, build.savedSecurity, AfterOwnershipTaken::kTryAgain);
   build.ownershipTaken = read.ownershipTaken;
   if (read.code != hr::kOk) {
     Log(L"Failed to get security descriptor for profile (0x%08X): %s", read.code, build.sourcePath);

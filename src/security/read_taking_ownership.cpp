@@ -7,19 +7,23 @@ namespace tw {
 SecurityRead ReadSecurityTakingOwnership(FileSecurity& fileSecurity, std::wstring_view path,
                                          bool takeOwnership, SelfRelativeDescriptor& security,
                                          SelfRelativeDescriptor& saved, AfterOwnershipTaken after) {
-  SecurityRead read;
-  err::Win32Error readError = err::kSuccess;
-  if (fileSecurity.ReadFileSecurity(path, security, readError)) return read;
-  read.code = HResultFromWin32(readError);
-  if (read.code != hr::kAccessDenied || !takeOwnership) return read;
-
-  read.code = fileSecurity.TakeOwnership(path, saved, true);
-  read.ownershipTaken = Succeeded(read.code);
-  if (!read.ownershipTaken || after == AfterOwnershipTaken::kUseSaved) return read;
-  read.code = fileSecurity.ReadFileSecurity(path, security, readError)
-                  ? hr::kOk
-                  : HResultFromWin32(readError);
-  return read;
+  const auto read = [&] {
+    err::Win32Error readError = err::kSuccess;
+    if (fileSecurity.ReadFileSecurity(path, security, readError)) return hr::kOk;
+    return HResultFromWin32(readError);
+  };
+  const OwnershipRetry retry =
+      RetryTakingOwnership(fileSecurity, path, takeOwnership, saved, after, read);
+  SecurityRead result;
+  result.ownershipTaken = retry.OwnershipTaken();
+  if (!retry.tookOver) {
+    result.code = retry.first;
+  } else if (!result.ownershipTaken || after == AfterOwnershipTaken::kUseSaved) {
+    result.code = retry.taken;
+  } else {
+    result.code = retry.again;
+  }
+  return result;
 }
 
 }  // namespace tw

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "fakes/fake_file_system.h"
 #include "fakes/fake_security_port.h"
 #include "security/current_user_sid.h"
@@ -73,7 +75,7 @@ class ReadTakingOwnershipTest : public ::testing::Test {
 
 TEST_F(ReadTakingOwnershipTest, AReadableObjectIsReadOnceAndNotTakenOver) {
   port.denyOthers = false;
-  const SecurityRead read = Read(true, AfterOwnershipTaken::kReadAgain);
+  const SecurityRead read = Read(true, AfterOwnershipTaken::kTryAgain);
   EXPECT_EQ(read.code, hr::kOk);
   EXPECT_FALSE(read.ownershipTaken);
   EXPECT_EQ(security, SelfRelativeDescriptor::FromAbsolute(OwnedByAnna()));
@@ -83,7 +85,7 @@ TEST_F(ReadTakingOwnershipTest, AReadableObjectIsReadOnceAndNotTakenOver) {
 }
 
 TEST_F(ReadTakingOwnershipTest, ARefusedReadWithoutTheSettingIsItsCode) {
-  const SecurityRead read = Read(false, AfterOwnershipTaken::kReadAgain);
+  const SecurityRead read = Read(false, AfterOwnershipTaken::kTryAgain);
   EXPECT_EQ(read.code, hr::kAccessDenied);
   EXPECT_FALSE(read.ownershipTaken);
   EXPECT_TRUE(security.empty());
@@ -93,7 +95,7 @@ TEST_F(ReadTakingOwnershipTest, ARefusedReadWithoutTheSettingIsItsCode) {
 TEST_F(ReadTakingOwnershipTest, AnotherReadFailureIsNeverTakenOver) {
   port.denyOthers = false;
   port.FailOn(SecurityOp::kReadNamed, kFolder, err::kSharingViolation);
-  const SecurityRead read = Read(true, AfterOwnershipTaken::kReadAgain);
+  const SecurityRead read = Read(true, AfterOwnershipTaken::kTryAgain);
   EXPECT_EQ(read.code, static_cast<HResult>(0x80070020u));
   EXPECT_FALSE(read.ownershipTaken);
   EXPECT_EQ(files.Calls(FileOp::kOpen), 0);
@@ -101,7 +103,7 @@ TEST_F(ReadTakingOwnershipTest, AnotherReadFailureIsNeverTakenOver) {
 }
 
 TEST_F(ReadTakingOwnershipTest, ATakeOverThenReadsAgainAsTheOwner) {
-  const SecurityRead read = Read(true, AfterOwnershipTaken::kReadAgain);
+  const SecurityRead read = Read(true, AfterOwnershipTaken::kTryAgain);
   EXPECT_EQ(read.code, hr::kOk);
   EXPECT_TRUE(read.ownershipTaken);
   EXPECT_EQ(saved, SelfRelativeDescriptor::FromAbsolute(OwnedByAnna()));
@@ -113,7 +115,7 @@ TEST_F(ReadTakingOwnershipTest, ATakeOverThenReadsAgainAsTheOwner) {
 TEST_F(ReadTakingOwnershipTest, ASecondReadThatFailsIsTheCodeAndTheTakeOverStands) {
   port.denyOthers = false;
   port.FailOn(SecurityOp::kReadNamed, kFolder, err::kAccessDenied);
-  const SecurityRead read = Read(true, AfterOwnershipTaken::kReadAgain);
+  const SecurityRead read = Read(true, AfterOwnershipTaken::kTryAgain);
   EXPECT_EQ(read.code, hr::kAccessDenied);
   EXPECT_TRUE(read.ownershipTaken);
   EXPECT_EQ(saved, SelfRelativeDescriptor::FromAbsolute(OwnedByAnna()));
@@ -132,12 +134,73 @@ TEST_F(ReadTakingOwnershipTest, WithUseSavedTheKeptSecurityIsTheOneToUse) {
 
 TEST_F(ReadTakingOwnershipTest, AFailedTakeOverIsItsCode) {
   files.FailOperation(FileOp::kOpen, err::kSharingViolation);
-  const SecurityRead read = Read(true, AfterOwnershipTaken::kReadAgain);
+  const SecurityRead read = Read(true, AfterOwnershipTaken::kTryAgain);
   EXPECT_EQ(read.code, static_cast<HResult>(0x80070020u));
   EXPECT_FALSE(read.ownershipTaken);
   EXPECT_TRUE(saved.empty());
   EXPECT_EQ(port.reads, 1);
   EXPECT_EQ(port.Object(kFolder)->owner, Anna());
+}
+
+}  // namespace
+}  // namespace tw
+
+namespace tw {
+namespace {
+
+// The attempt a caller hands RetryTakingOwnership: counts its runs and gives the next result.
+struct CountedAttempt {
+  std::vector<HResult> results;
+  int runs = 0;
+  HResult operator()() { return results[static_cast<std::size_t>(runs++)]; }
+};
+
+TEST_F(ReadTakingOwnershipTest, RetryRunsTheAttemptAgainOnlyAfterASuccessfulTakeOver) {
+  CountedAttempt attempt{{hr::kAccessDenied, hr::kOk}};
+  const OwnershipRetry retry = RetryTakingOwnership(fileSecurity, kFolder, true, saved,
+                                                    AfterOwnershipTaken::kTryAgain, attempt);
+  EXPECT_EQ(attempt.runs, 2);
+  EXPECT_EQ(retry.first, hr::kAccessDenied);
+  EXPECT_TRUE(retry.tookOver);
+  EXPECT_EQ(retry.taken, hr::kOk);
+  EXPECT_EQ(retry.again, hr::kOk);
+  EXPECT_TRUE(retry.OwnershipTaken());
+  EXPECT_EQ(saved, SelfRelativeDescriptor::FromAbsolute(OwnedByAnna()));
+}
+
+TEST_F(ReadTakingOwnershipTest, RetryWithUseSavedRunsTheAttemptOnce) {
+  CountedAttempt attempt{{hr::kAccessDenied}};
+  const OwnershipRetry retry = RetryTakingOwnership(fileSecurity, kFolder, true, saved,
+                                                    AfterOwnershipTaken::kUseSaved, attempt);
+  EXPECT_EQ(attempt.runs, 1);
+  EXPECT_TRUE(retry.OwnershipTaken());
+}
+
+TEST_F(ReadTakingOwnershipTest, RetryTakesNothingOverForOtherResultsOrWithoutTheSetting) {
+  CountedAttempt failing{{static_cast<HResult>(0x80070002u)}};
+  OwnershipRetry retry = RetryTakingOwnership(fileSecurity, kFolder, true, saved,
+                                              AfterOwnershipTaken::kTryAgain, failing);
+  EXPECT_EQ(failing.runs, 1);
+  EXPECT_FALSE(retry.tookOver);
+  EXPECT_EQ(retry.first, static_cast<HResult>(0x80070002u));
+  CountedAttempt denied{{hr::kAccessDenied}};
+  retry = RetryTakingOwnership(fileSecurity, kFolder, false, saved, AfterOwnershipTaken::kTryAgain,
+                               denied);
+  EXPECT_EQ(denied.runs, 1);
+  EXPECT_FALSE(retry.tookOver);
+  EXPECT_EQ(files.Calls(FileOp::kOpen), 0);
+  EXPECT_TRUE(port.writes().empty());
+}
+
+TEST_F(ReadTakingOwnershipTest, RetryAfterAFailedTakeOverRunsNothingMore) {
+  files.FailOperation(FileOp::kOpen, err::kSharingViolation);
+  CountedAttempt attempt{{hr::kAccessDenied}};
+  const OwnershipRetry retry = RetryTakingOwnership(fileSecurity, kFolder, true, saved,
+                                                    AfterOwnershipTaken::kTryAgain, attempt);
+  EXPECT_EQ(attempt.runs, 1);
+  EXPECT_TRUE(retry.tookOver);
+  EXPECT_EQ(retry.taken, static_cast<HResult>(0x80070020u));
+  EXPECT_FALSE(retry.OwnershipTaken());
 }
 
 }  // namespace
