@@ -55,6 +55,89 @@ class SharedLogLock {
   bool held_;
 };
 
+using LogFiles = std::unordered_map<std::wstring, FileHandle, LogPathHash, LogPathEqual>;
+
+// "[timestamp][0xthread] message\r\n". Bytes of a file name that are not UTF-8 are shown as
+// "<HH>" (text_encoding.h).
+std::wstring LogLine(SystemServices& system, std::wstring_view message) {
+  const std::wstring timestamp = LogTimestamp(system);
+  const std::uint32_t threadId = system.CurrentThreadId();
+  return Format(L"[%s][0x%08lx] %s\r\n", timestamp, threadId, ShowUndecodableBytes(message));
+}
+
+// The handle of `path`'s log file: the one kept in `openFiles`, or the file opened (at its end)
+// and kept. False when no line is to be written, with the result to return: the open's error,
+// or 0 for a path whose open failed before.
+bool FindLogFile(FileSystem& fileSystem, LogFiles& openFiles, const std::wstring& path,
+                 LogFiles::iterator& found, FileHandle& handle, HResult& result) {
+  found = openFiles.find(path);
+  if (found != openFiles.end()) {
+    handle = found->second;
+    result = hr::kOk;
+    return handle != kInvalidFileHandle;
+  }
+  const err::Win32Error error =
+      fileSystem.Open(path, LogOpenRequest(CreationDisposition::kOpenAlways), handle);
+  if (error != err::kSuccess) {
+    result = HResultFromWin32(error);
+    return false;
+  }
+  std::uint64_t position = 0;
+  fileSystem.Seek(handle, 0, SeekOrigin::kEnd, position);
+  found = openFiles.emplace(path, handle).first;
+  return true;
+}
+
+// Rotation: the size is tested before the line is written, so a file may pass the limit by its
+// last line and is rotated by the next write. The file is copied to "<name> (previous).log" and
+// emptied; `handle` becomes the new handle, or kInvalidFileHandle when the file cannot be
+// opened again.
+void RotateWhenFull(FileSystem& fileSystem, LogFiles& openFiles, LogFiles::iterator found,
+                    const std::wstring& path, FileHandle& handle) {
+  std::uint64_t size = 0;
+  if (fileSystem.QuerySize(handle, size) != err::kSuccess || size <= kLogRotationSize) return;
+  fileSystem.Close(handle);
+  std::wstring withoutExtension = path;
+  PathRemoveExtensionW(withoutExtension);
+  const std::wstring rotatedPath = Format(L"%s (previous).log", withoutExtension);
+  fileSystem.CopyFileTo(path, rotatedPath, false);  // the result does not matter
+  FileHandle reopened = kInvalidFileHandle;
+  const err::Win32Error error =
+      fileSystem.Open(path, LogOpenRequest(CreationDisposition::kCreateAlways), reopened);
+  if (error == err::kSuccess) {
+    found->second = reopened;
+    handle = reopened;
+  } else {
+    // Deliberate: the map keeps the old, now closed handle, so this write and every later
+    // write to this path fail instead of opening the file again. It keeps it as
+    // kClosedFileHandle: Windows may give the closed value to the next object opened.
+    openFiles[path] = kClosedFileHandle;
+    handle = kInvalidFileHandle;
+  }
+}
+
+// Writes `line` in the thread's ANSI code page and lets go of `fileLock` before the flush.
+// Returns 0 or the write's HRESULT; a failed conversion throws its HRESULT.
+HResult WriteLogLine(SystemServices& system, FileSystem& fileSystem, FileHandle handle,
+                     const std::wstring& line, SharedLogLock& fileLock) {
+  std::string bytes;
+  const err::Win32Error encodeError = system.EncodeToThreadAnsi(line, bytes);
+  if (encodeError != err::kSuccess) ThrowHResult(HResultFromWin32(encodeError));
+
+  // Exactly as many bytes as the line has UTF-16 code units. With a single-byte code page that
+  // is the encoded text; where the encoding came out shorter, the rest are the zero bytes that
+  // follow the converted text in the conversion buffer.
+  const std::size_t byteCount = Utf16Length(line);
+  bytes.resize(byteCount, '\0');
+  std::uint32_t written = 0;
+  const err::Win32Error writeError =
+      fileSystem.Write(handle, bytes.data(), static_cast<std::uint32_t>(byteCount), written);
+  fileLock.Release();  // the flush needs no lock
+  if (writeError != err::kSuccess) return HResultFromWin32(writeError);
+  fileSystem.Flush(handle);
+  return hr::kOk;
+}
+
 }  // namespace
 
 std::uint32_t LogPathHash::operator()(std::wstring_view path) const {
@@ -106,81 +189,23 @@ HResult CDebugLog::WriteEntry(std::wstring_view name, std::wstring_view message)
 }
 
 HResult CDebugLog::WriteLine(std::wstring_view name, std::wstring_view message) {
-  const std::wstring timestamp = LogTimestamp(system_);
-  const std::uint32_t threadId = system_.CurrentThreadId();
-  // Bytes of a file name that are not UTF-8 are shown as "<HH>" (text_encoding.h).
-  const std::wstring line =
-      Format(L"[%s][0x%08lx] %s\r\n", timestamp, threadId, ShowUndecodableBytes(message));
+  const std::wstring line = LogLine(system_, message);
   std::wstring path = Format(L"%s%s.log", logDirectory, name);
   std::replace(path.begin(), path.end(), L'/', L'-');  // for names that carry a date
 
   const std::lock_guard<std::mutex> guard(lock);
   HResult result = hr::kOk;
   FileHandle handle = kInvalidFileHandle;
-  auto found = openFiles.find(path);
-  if (found == openFiles.end()) {
-    const err::Win32Error error =
-        fileSystem_.Open(path, LogOpenRequest(CreationDisposition::kOpenAlways), handle);
-    if (error != err::kSuccess) return HResultFromWin32(error);
-    std::uint64_t position = 0;
-    fileSystem_.Seek(handle, 0, SeekOrigin::kEnd, position);
-    found = openFiles.emplace(path, handle).first;
-  } else {
-    handle = found->second;
-    if (handle == kInvalidFileHandle) return hr::kOk;
-  }
+  LogFiles::iterator found;
+  if (!FindLogFile(fileSystem_, openFiles, path, found, handle, result)) return result;
 
   // Deliberate deviation, so that several processes can share the file: from the size test to
   // the write this process holds the file's lock, which every process writing it takes, so
   // that no two of them rotate it at once and no line is written between the copy and the
   // emptying of a rotation. The lock outlives the handle that the rotation closes.
   SharedLogLock fileLock(fileSystem_, found->first);
-
-  // Rotation: the size is tested before the line is written, so a file may pass the limit by
-  // its last line and is rotated by the next write.
-  std::uint64_t size = 0;
-  if (fileSystem_.QuerySize(handle, size) == err::kSuccess && size > kLogRotationSize) {
-    fileSystem_.Close(handle);
-    std::wstring withoutExtension = path;
-    PathRemoveExtensionW(withoutExtension);
-    const std::wstring rotatedPath = Format(L"%s (previous).log", withoutExtension);
-    fileSystem_.CopyFileTo(path, rotatedPath, false);  // the result does not matter
-    FileHandle reopened = kInvalidFileHandle;
-    const err::Win32Error error =
-        fileSystem_.Open(path, LogOpenRequest(CreationDisposition::kCreateAlways), reopened);
-    if (error == err::kSuccess) {
-      found->second = reopened;
-      handle = reopened;
-    } else {
-      // Deliberate: the map keeps the old, now closed handle, so this write and every later
-      // write to this path fail instead of opening the file again. It keeps it as
-      // kClosedFileHandle: Windows may give the closed value to the next object opened.
-      openFiles[path] = kClosedFileHandle;
-      result = HResultFromWin32(error);
-      handle = kInvalidFileHandle;
-    }
-  }
-
-  std::string bytes;
-  const err::Win32Error encodeError = system_.EncodeToThreadAnsi(line, bytes);
-  if (encodeError != err::kSuccess) ThrowHResult(HResultFromWin32(encodeError));
-
-  // Exactly as many bytes as the line has UTF-16 code units. With a single-byte code page that
-  // is the encoded text; where the encoding came out shorter, the rest are the zero bytes that
-  // follow the converted text in the conversion buffer.
-  const std::size_t byteCount = Utf16Length(line);
-  bytes.resize(byteCount, '\0');
-  std::uint32_t written = 0;
-  const err::Win32Error writeError =
-      fileSystem_.Write(handle, bytes.data(), static_cast<std::uint32_t>(byteCount), written);
-  fileLock.Release();  // the flush needs no lock
-  if (writeError == err::kSuccess) {
-    fileSystem_.Flush(handle);
-    result = hr::kOk;
-  } else {
-    result = HResultFromWin32(writeError);
-  }
-  return result;
+  RotateWhenFull(fileSystem_, openFiles, found, path, handle);
+  return WriteLogLine(system_, fileSystem_, handle, line, fileLock);
 }
 
 }  // namespace tw

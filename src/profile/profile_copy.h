@@ -12,11 +12,17 @@
 #include <string>
 
 #include "base/hresult.h"
+#include "platform/file_system.h"
 #include "profile/folder_migrator.h"
 #include "profile/migration_context.h"
 #include "security/self_relative_descriptor.h"
 
 namespace tw {
+
+// CreateFileW(path, FILE_WRITE_ATTRIBUTES | WRITE_DAC | WRITE_OWNER, FILE_SHARE_READ, NULL,
+// OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | FILE_ATTRIBUTE_NORMAL, NULL): the open of a target
+// item for its times; folders open too.
+FileOpenRequest TargetObjectRequest();
 
 // Copies the content of defaultProfile into targetFolder, giving every copied object the owner
 // of sourceSecurity:

@@ -11,6 +11,7 @@
 #include "registry/unrecovered_hive.h"
 #include "registry/work_buffer.h"
 #include "security/file_security.h"
+#include "security/read_taking_ownership.h"
 
 namespace tw {
 
@@ -65,13 +66,14 @@ const wchar_t* ClassesHiveRelativePath(std::int32_t sourceVersion) {
 
 HResult OpenHiveFile(MigrationContext& context, const std::wstring& path, OrKey& hive,
                      SelfRelativeDescriptor& savedSecurity) {
-  HResult opened = HResultFromWin32(registry::CallOpenHive(context.offreg, path.c_str(), &hive));
-  if (opened == hr::kAccessDenied && context.settings->takeOwnership) {
-    FileSecurity fileSecurity(context.files, context.security);
-    if (Succeeded(fileSecurity.TakeOwnership(path, savedSecurity, true))) {
-      opened = HResultFromWin32(registry::CallOpenHive(context.offreg, path.c_str(), &hive));
-    }
-  }
+  FileSecurity fileSecurity(context.files, context.security);
+  const OwnershipRetry open = RetryTakingOwnership(
+      fileSecurity, path, context.settings->takeOwnership, savedSecurity,
+      AfterOwnershipTaken::kTryAgain, [&] {
+        return HResultFromWin32(registry::CallOpenHive(context.offreg, path.c_str(), &hive));
+      });
+  // A failed take-over leaves the first attempt's access denied as the result.
+  const HResult opened = open.OwnershipTaken() ? open.again : open.first;
   if (Succeeded(opened)) ReportUnrecoveredHive(context, hive, path);
   return opened;
 }

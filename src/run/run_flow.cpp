@@ -86,6 +86,38 @@ bool CheckModeAndBinding(const MigrationSettings& settings, const RunServices& s
   return true;
 }
 
+// The end of a run that got as far as the profiles: the exit banner, then the summary, which
+// names the source path as given, wildcard included. The loop without a suffix uses formats
+// that carry their own "\r\n", so its log entry ends in a line break and the console shows an
+// empty line after it; the difference between the loops is deliberate.
+void ReportSummary(Console& console, const ProfileLoopOutcome& outcome,
+                   const std::wstring& sourcePath) {
+  Report(console, L"---------- Exiting tarnwick.exe (return %d) ----------", outcome.returnValue);
+  if (IsSuffixLoop()) {
+    if (outcome.migrated < 1) {
+      Report(console, L"The source does not contain any profiles to migrate: %s", sourcePath);
+    } else {
+      Report(console, L"%d profiles were migrated from %s.", outcome.migrated, sourcePath);
+    }
+  } else if (outcome.migrated < 1) {
+    Report(console, L"The source does not contain any profiles to migrate: %s\r\n", sourcePath);
+  } else {
+    Report(console, L"%d profiles were migrated from %s.\r\n", outcome.migrated, sourcePath);
+  }
+}
+
+// Migrates every source profile the settings select. The migration context records the running
+// user once per process.
+ProfileLoopOutcome MigrateProfiles(const MigrationSettings& settings, RunServices& services) {
+  LoadCurrentUserSid(services.security);
+  MigrationContext context{&settings, services.files, services.security, services.offreg,
+                           services.network};
+  CSourceProfileEnum profiles(services.files, settings.sourcePath);
+  const MigrateProfileFunction migrate =
+      services.migrateProfile ? services.migrateProfile : MigrateProfileFunction(MigrateProfile);
+  return RunProfileLoop(profiles, context, migrate, services.console);
+}
+
 }  // namespace
 
 int RunTarnwick(std::span<const std::wstring> args, RunServices& services) {
@@ -129,35 +161,11 @@ int RunTarnwick(std::span<const std::wstring> args, RunServices& services) {
     return kExitFailure;
   }
 
-  // The migration context records the running user once per process.
-  LoadCurrentUserSid(services.security);
-  MigrationContext context{&settings, services.files, services.security, services.offreg,
-                           services.network};
-  CSourceProfileEnum profiles(services.files, settings.sourcePath);
-  const MigrateProfileFunction migrate =
-      services.migrateProfile ? services.migrateProfile : MigrateProfileFunction(MigrateProfile);
-  const ProfileLoopOutcome outcome = RunProfileLoop(profiles, context, migrate, console);
+  const ProfileLoopOutcome outcome = MigrateProfiles(settings, services);
 
   token.Close();
   EndCom(services);
-  Report(console, L"---------- Exiting tarnwick.exe (return %d) ----------", outcome.returnValue);
-  // The summary names the source path as given, wildcard included. The loop without a suffix
-  // uses formats that carry their own "\r\n", so its log entry ends in a line break and the
-  // console shows an empty line after it; the difference between the loops is deliberate.
-  if (IsSuffixLoop()) {
-    if (outcome.migrated < 1) {
-      Report(console, L"The source does not contain any profiles to migrate: %s",
-             settings.sourcePath);
-    } else {
-      Report(console, L"%d profiles were migrated from %s.", outcome.migrated, settings.sourcePath);
-    }
-  } else if (outcome.migrated < 1) {
-    Report(console, L"The source does not contain any profiles to migrate: %s\r\n",
-           settings.sourcePath);
-  } else {
-    Report(console, L"%d profiles were migrated from %s.\r\n", outcome.migrated,
-           settings.sourcePath);
-  }
+  ReportSummary(console, outcome, settings.sourcePath);
   return outcome.returnValue;
 }
 

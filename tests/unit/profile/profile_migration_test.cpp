@@ -9,6 +9,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -96,6 +97,12 @@ class DenyingSecurityPort : public testing::LinkedSecurityPort {
       return err::kAccessDenied;
     }
     return LinkedSecurityPort::ReadNamedSecurity(path, sd);
+  }
+  // Called when the denied path gets its former owner written back (its restore).
+  std::function<void()> onRestore;
+  err::Win32Error WriteNamedSecurity(std::wstring_view path, const SecurityWrite& write) override {
+    if (onRestore && path == denied && write.writeOwner && write.owner == AnnaSid()) onRestore();
+    return LinkedSecurityPort::WriteNamedSecurity(path, write);
   }
 };
 
@@ -393,6 +400,80 @@ TEST_F(ProfileMigrationTest, AFailedTargetRestoreIsTheResultAndTheSourceRestoreO
       Logged(L"Failed to restore security on user profile (0x80070005): "
              L"\\\\srv\\profiles\\anna.V2"));
   EXPECT_TRUE(fs::exists(target() / "Desktop" / "d.txt"));
+}
+
+// A source taken over gets its security back exactly once on every way out: after the target
+// was deleted again on a failure, before the temporary profile is deleted, and on success after
+// the marker is gone and before the target gets the kept security.
+TEST_F(ProfileMigrationTest, ATakenOverSourceIsRestoredWhereEachWayOutSaysSo) {
+  bed.settings.takeOwnership = true;
+  security.denied = kSource;
+  struct AtRestore {
+    bool targetThere = false;
+    bool markerThere = false;
+    std::wstring lastLine;
+  };
+  std::vector<AtRestore> restores;
+  security.onRestore = [&] {
+    restores.push_back({fs::exists(target()), fs::exists(target() / "_qzk_mig_marker_"),
+                        bed.log.messages().empty() ? L"" : bed.log.messages().back()});
+  };
+  const auto migrateOnce = [&] {
+    restores.clear();
+    bed.log.Clear();
+    security.SetObject(kSource, OwnedBy(AnnaSid()));
+    return Migrate();
+  };
+
+  // Success: the marker is gone, the target still has the running user's security.
+  EXPECT_EQ(migrateOnce(), hr::kOk) << Joined();
+  ASSERT_EQ(restores.size(), 1u);
+  EXPECT_TRUE(restores[0].targetThere);
+  EXPECT_FALSE(restores[0].markerThere);
+  EXPECT_NE(restores[0].lastLine.rfind(L"Deleted temporary profile", 0), 0u);
+  EXPECT_EQ(bed.log.messages().back(), L"Deleted temporary profile: " + Temporary());
+  std::size_t sourceRestore = 0;
+  std::size_t targetRestore = 0;
+  for (std::size_t i = 0; i < security.writes().size(); ++i) {
+    const auto& [path, write] = security.writes()[i];
+    if (!write.writeOwner || write.owner != AnnaSid()) continue;
+    if (path == kSource) sourceRestore = i;
+    if (path == kTarget) targetRestore = i;
+  }
+  EXPECT_LT(sourceRestore, targetRestore);
+
+  // Step 6 (a finished target): right after its line.
+  EXPECT_EQ(migrateOnce(), hr::kAlreadyExists);
+  ASSERT_EQ(restores.size(), 1u);
+  EXPECT_EQ(restores[0].lastLine.rfind(L"Failed to create the root profile folder", 0), 0u);
+  fs::remove_all(target());
+
+  // Step 9: after the target is deleted again.
+  profiles.createResult = hr::kAccessDenied;
+  EXPECT_EQ(migrateOnce(), hr::kAccessDenied);
+  ASSERT_EQ(restores.size(), 1u);
+  EXPECT_FALSE(restores[0].targetThere);
+  EXPECT_EQ(restores[0].lastLine, L"Failed creating profile (0x80070005)");
+  profiles.createResult = hr::kOk;
+
+  // Step 10: after the target is deleted, before the temporary profile is.
+  profiles.createPath = WinPath(bed.folder.path() / "nowhere");
+  EXPECT_EQ(migrateOnce(), static_cast<HResult>(0x80070003u));
+  ASSERT_EQ(restores.size(), 1u);
+  EXPECT_FALSE(restores[0].targetThere);
+  EXPECT_EQ(restores[0].lastLine.rfind(L"Failed to copy the default profile", 0), 0u);
+  EXPECT_EQ(bed.log.messages().back(), L"Deleted temporary profile: " + profiles.createPath);
+  profiles.createPath.clear();
+  fs::remove_all(profiles.profileFolder);
+
+  // Step 11: after the target is deleted; the temporary profile stays.
+  fs::remove(source() / "ntuser.dat");
+  EXPECT_EQ(migrateOnce(), static_cast<HResult>(0x80070002u));
+  ASSERT_EQ(restores.size(), 1u);
+  EXPECT_FALSE(restores[0].targetThere);
+  EXPECT_EQ(restores[0].lastLine.rfind(L"Failed to migrate the user profile", 0), 0u);
+  EXPECT_EQ(bed.log.messages().back(), restores[0].lastLine);
+  EXPECT_EQ(security.Object(kSource)->owner, AnnaSid());
 }
 
 // Over the fakes: a marker that cannot be created is only logged, and a source whose attributes

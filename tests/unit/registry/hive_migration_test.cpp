@@ -13,6 +13,7 @@
 #include "registry/hive_save.h"
 #include "registry/offreg_calls.h"
 #include "registry_test_bed.h"
+#include "security/current_user_sid.h"
 
 namespace tw {
 namespace {
@@ -245,6 +246,37 @@ TEST_F(HiveMigrationTest, AccessDeniedWithoutTakeOwnershipIsReturnedWithoutRetry
             static_cast<HResult>(0x80070005u));
   EXPECT_THAT(Messages(), ElementsAre(L"Failed to open registry hive (0x80070005): " + Src() +
                                       L"\\ntuser.dat"));
+  EXPECT_EQ(bed.fake.CallsOf(OffregFunction::kOpenHive).size(), 1u);
+}
+
+// Under the take-ownership setting a refused open takes the hive file over and opens it once
+// more; the file gets its owner back at the end. A take-over that fails leaves the first access
+// denied as the result, without a second open.
+TEST_F(HiveMigrationTest, AnOpenRefusedUnderTakeOwnershipIsTakenOverAndTriedOnceMore) {
+  MakeUserHives();
+  bed.settings.takeOwnership = true;
+  LoadCurrentUserSid(ProcessSecurityPort());
+  const std::wstring hivePath = Src() + L"\\ntuser.dat";
+  security::SecurityDescriptor before;
+  ASSERT_EQ(ProcessSecurityPort().ReadNamedSecurity(hivePath, before), 0u);
+  bed.fake.Fail(OffregFunction::kOpenHive, err::kAccessDenied, L"ntuser.dat", 0, 1);
+  EXPECT_EQ(MigrateRegistryHive(bed.context, Src(), 2, Tgt(), 6), 0);
+  std::size_t sourceOpens = 0;
+  for (const auto& call : bed.fake.CallsOf(OffregFunction::kOpenHive)) {
+    if (call.subject == hivePath) ++sourceOpens;
+  }
+  EXPECT_EQ(sourceOpens, 2u);
+  security::SecurityDescriptor after;
+  ASSERT_EQ(ProcessSecurityPort().ReadNamedSecurity(hivePath, after), 0u);
+  EXPECT_EQ(after.owner, before.owner);
+
+  currentUserSid.Clear();  // without a running user's SID the take-over fails
+  bed.log.Clear();
+  bed.fake.ClearCalls();
+  bed.fake.Fail(OffregFunction::kOpenHive, err::kAccessDenied, L"ntuser.dat", 0, 1);
+  EXPECT_EQ(MigrateRegistryHive(bed.context, Src(), 2, Tgt(), 6),
+            static_cast<HResult>(0x80070005u));
+  EXPECT_THAT(Messages(), ElementsAre(L"Failed to open registry hive (0x80070005): " + hivePath));
   EXPECT_EQ(bed.fake.CallsOf(OffregFunction::kOpenHive).size(), 1u);
 }
 
