@@ -6,7 +6,7 @@
 #include <string>
 
 #include "base/win32_error.h"
-#include "platform/file_system.h"
+#include "ports/file_system.h"
 
 namespace tw {
 

@@ -12,7 +12,7 @@
 #include <string>
 
 #include "base/hresult.h"
-#include "platform/file_system.h"
+#include "ports/file_system.h"
 #include "profile/folder_migrator.h"
 #include "profile/migration_context.h"
 #include "security/self_relative_descriptor.h"

@@ -9,8 +9,8 @@
 #pragma once
 
 #include "base/win32_error.h"
-#include "platform/offreg_wrapper.h"
 #include "registry/offreg_calls.h"
+#include "registry/offreg_wrapper.h"
 
 namespace tw::registry {
 

@@ -14,6 +14,7 @@
 #include "registry/unrecovered_hive.h"
 #include "run/command_line.h"
 #include "security/file_security.h"
+#include "security/read_taking_ownership.h"
 
 namespace tw {
 
@@ -71,22 +72,23 @@ struct ShellFolderHive {
 // the take-ownership setting is on. Returns the failure (logged) of the take-over or the open.
 HResult OpenShellFolderHive(MigrationContext& context, FileSecurity& fileSecurity,
                             ShellFolderHive& hive) {
-  const COffregWrapper& offreg = context.offreg;
-  HResult opened =
-      HResultFromWin32(registry::CallOpenHive(offreg, hive.path.c_str(), &hive.handle));
-  if (opened != hr::kAccessDenied || !context.settings->takeOwnership) {
-    if (Failed(opened)) Log(L"Failed opening registry (0x%08X): %s", opened, hive.path);
-    return opened;
+  const OwnershipRetry open =
+      RetryTakingOwnership(fileSecurity, hive.path, context.settings->takeOwnership,
+                           hive.savedSecurity, AfterOwnershipTaken::kTryAgain, [&] {
+                             return HResultFromWin32(registry::CallOpenHive(
+                                 context.offreg, hive.path.c_str(), &hive.handle));
+                           });
+  if (!open.tookOver) {
+    if (Failed(open.first)) Log(L"Failed opening registry (0x%08X): %s", open.first, hive.path);
+    return open.first;
   }
-  const HResult taken = fileSecurity.TakeOwnership(hive.path, hive.savedSecurity, true);
-  if (Failed(taken)) {
-    Log(kHiveOwnershipFailedFormat, taken, hive.path);
-    return taken;
+  if (!open.OwnershipTaken()) {
+    Log(kHiveOwnershipFailedFormat, open.taken, hive.path);
+    return open.taken;
   }
   hive.ownershipTaken = true;
-  opened = HResultFromWin32(registry::CallOpenHive(offreg, hive.path.c_str(), &hive.handle));
-  if (Failed(opened)) Log(L"Failed opening hive file (0x%08X): %s", opened, hive.path);
-  return opened;
+  if (Failed(open.again)) Log(L"Failed opening hive file (0x%08X): %s", open.again, hive.path);
+  return open.again;
 }
 
 // One string value of "User Shell Folders" in step 3 of SyncUserShellFolders, whose name is
