@@ -8,6 +8,7 @@
 #include "platform/file_system.h"
 #include "platform/last_error.h"
 #include "platform/network_reachability.h"
+#include "platform/offreg_wrapper.h"
 #include "profile/folder_migrator.h"
 #include "profile/profile_copy.h"
 #include "profile/target_profile.h"

@@ -7,8 +7,8 @@
 #include <string>
 
 #include "base/win32_error.h"
+#include "migration/migration_context.h"
 #include "platform/offreg_wrapper.h"
-#include "profile/migration_context.h"
 
 namespace tw {
 

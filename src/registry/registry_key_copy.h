@@ -14,8 +14,8 @@
 #include <string>
 
 #include "base/hresult.h"
+#include "migration/migration_context.h"
 #include "platform/offreg_wrapper.h"
-#include "profile/migration_context.h"
 
 namespace tw {
 

@@ -12,10 +12,10 @@
 #include <string>
 
 #include "base/hresult.h"
+#include "migration/folder_mapping.h"
+#include "migration/migration_context.h"
+#include "migration/special_folder_table.h"
 #include "platform/offreg_wrapper.h"
-#include "profile/folder_mapping.h"
-#include "profile/migration_context.h"
-#include "profile/special_folder_table.h"
 
 namespace tw {
 

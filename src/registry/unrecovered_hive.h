@@ -6,8 +6,8 @@
 
 #include <string>
 
+#include "migration/migration_context.h"
 #include "platform/offreg_wrapper.h"
-#include "profile/migration_context.h"
 
 namespace tw {
 

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "base/hresult.h"
+#include "migration/migration_context.h"
 #include "platform/com_runtime.h"
 #include "platform/console.h"
 #include "platform/file_system.h"
@@ -16,7 +17,6 @@
 #include "platform/offreg_wrapper.h"
 #include "platform/security_port.h"
 #include "platform/xml_document.h"
-#include "profile/migration_context.h"
 
 namespace tw {
 

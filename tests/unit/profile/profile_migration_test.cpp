@@ -12,11 +12,11 @@
 #include <string>
 #include <vector>
 
+#include "migration/special_folder_table.h"
 #include "platform/file_system.h"
 #include "platform/last_error.h"
 #include "platform/posix/folder_lock_posix.h"
 #include "platform/posix/share_map.h"
-#include "profile/special_folder_table.h"
 #include "profile_test_bed.h"
 #include "unit/registry/registry_test_bed.h"
 

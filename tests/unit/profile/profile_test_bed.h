@@ -9,13 +9,13 @@
 #include <string_view>
 #include <vector>
 
-#include "config/migration_settings.h"
 #include "fakes/fake_file_system.h"
 #include "fakes/fake_network_port.h"
 #include "fakes/fake_offreg.h"
 #include "fakes/fake_security_port.h"
 #include "fakes/log_capture.h"
-#include "profile/migration_context.h"
+#include "migration/migration_context.h"
+#include "migration/migration_settings.h"
 #include "security/codec/ace.h"
 #include "security/codec/acl.h"
 #include "security/codec/security_descriptor.h"

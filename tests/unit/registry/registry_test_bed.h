@@ -11,17 +11,17 @@
 #include <string>
 #include <vector>
 
-#include "config/migration_settings.h"
 #include "fakes/fake_file_system.h"
 #include "fakes/fake_offreg.h"
 #include "fakes/fake_security_port.h"
 #include "fakes/log_capture.h"
 #include "fakes/process_runner.h"
 #include "fakes/temp_folder.h"
+#include "migration/migration_context.h"
+#include "migration/migration_settings.h"
 #include "platform/file_system.h"
 #include "platform/posix/native_path.h"
 #include "platform/security_port.h"
-#include "profile/migration_context.h"
 #include "security/codec/ace.h"
 #include "security/codec/acl.h"
 #include "security/codec/security_descriptor.h"

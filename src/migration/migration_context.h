@@ -8,13 +8,16 @@
 #include <string>
 
 #include "base/wide_string.h"
-#include "config/migration_settings.h"
+#include "migration/migration_settings.h"
 #include "platform/file_system.h"
 #include "platform/network_port.h"
-#include "platform/offreg_wrapper.h"
 #include "platform/security_port.h"
 
 namespace tw {
+
+// The bound offline-registry and user-profile functions; the registry and profile migrations that
+// call them include its header, the model only holds a reference.
+class COffregWrapper;
 
 // Orders paths without regard to case (the Windows rule).
 struct PathLessNoCase {
