@@ -8,6 +8,7 @@
 #include "base/hresult_error.h"
 #include "base/wide_string.h"
 #include "config/filters.h"
+#include "migration/run_mode.h"
 
 namespace tw {
 
@@ -49,18 +50,11 @@ bool EqualsNoCaseCrt(std::wstring_view a, std::wstring_view b) {
 
 void ReadSource(MigrationSettings& settings, XmlElement& source) {
   if (auto path = ChildText(source, L"profilepath")) settings.sourcePath = *path;
-  struct Mode {
-    std::wstring_view element;
-    std::int32_t sourceVersion;
-    std::int32_t targetVersion;
-  };
-  static constexpr Mode kModes[] = {
-      {L"migv2tov5", 2, 5}, {L"migv2tov6", 2, 6}, {L"migv5tov6", 5, 6}, {L"migv6tov6", 6, 6}};
-  for (const Mode& mode : kModes) {
-    const std::optional<std::wstring> text = ChildText(source, mode.element);
+  for (const NamedRunMode& named : kNamedRunModes) {
+    const std::optional<std::wstring> text = ChildText(source, named.configurationElement);
     if (text && EqualsNoCaseCrt(*text, L"true")) {
-      settings.sourceVersion = mode.sourceVersion;
-      settings.targetVersion = mode.targetVersion;
+      settings.sourceVersion = named.mode.sourceVersion;
+      settings.targetVersion = named.mode.targetVersion;
     }
   }
 }

@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "base/hresult.h"
-#include "config/migration_settings.h"
+#include "migration/migration_settings.h"
 #include "ports/xml_document.h"
 
 namespace tw {

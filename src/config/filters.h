@@ -22,9 +22,9 @@
 #include <span>
 #include <string_view>
 
-#include "config/migration_settings.h"
-#include "profile/special_folder_table.h"
-#include "registry/registry_key_table.h"
+#include "migration/migration_settings.h"
+#include "migration/registry_key_table.h"
+#include "migration/special_folder_table.h"
 
 namespace tw {
 

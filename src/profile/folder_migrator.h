@@ -6,10 +6,10 @@
 
 #include <span>
 
-#include "config/migration_settings.h"
-#include "profile/folder_mapping.h"
-#include "profile/migration_context.h"
-#include "profile/special_folder_table.h"
+#include "migration/folder_mapping.h"
+#include "migration/migration_context.h"
+#include "migration/migration_settings.h"
+#include "migration/special_folder_table.h"
 
 namespace tw {
 

@@ -12,9 +12,9 @@
 #include <string>
 
 #include "base/hresult.h"
+#include "migration/migration_context.h"
 #include "ports/file_system.h"
 #include "profile/folder_migrator.h"
-#include "profile/migration_context.h"
 #include "security/self_relative_descriptor.h"
 
 namespace tw {

@@ -14,6 +14,7 @@
 #include "profile/profile_copy.h"
 #include "profile/target_profile.h"
 #include "profile/user_profile_migration.h"
+#include "registry/offreg_wrapper.h"
 #include "security/file_security.h"
 #include "security/read_taking_ownership.h"
 #include "security/self_relative_descriptor.h"

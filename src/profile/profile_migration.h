@@ -7,7 +7,7 @@
 #include <string>
 
 #include "base/hresult.h"
-#include "profile/migration_context.h"
+#include "migration/migration_context.h"
 
 namespace tw {
 

@@ -10,8 +10,8 @@
 
 #include "base/hresult.h"
 #include "base/win32_error.h"
+#include "migration/migration_context.h"
 #include "ports/file_system.h"
-#include "profile/migration_context.h"
 #include "security/self_relative_descriptor.h"
 
 namespace tw {

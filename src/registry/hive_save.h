@@ -7,7 +7,7 @@
 #include <string>
 
 #include "base/win32_error.h"
-#include "profile/migration_context.h"
+#include "migration/migration_context.h"
 #include "registry/offreg_wrapper.h"
 
 namespace tw {

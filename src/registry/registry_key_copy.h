@@ -14,7 +14,7 @@
 #include <string>
 
 #include "base/hresult.h"
-#include "profile/migration_context.h"
+#include "migration/migration_context.h"
 #include "registry/offreg_wrapper.h"
 
 namespace tw {

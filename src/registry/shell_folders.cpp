@@ -7,12 +7,12 @@
 #include "base/text_encoding.h"
 #include "base/win32_error.h"
 #include "log/log.h"
+#include "migration/process_state.h"
 #include "registry/hive_migration.h"
 #include "registry/hive_save.h"
 #include "registry/offreg_calls.h"
 #include "registry/offreg_handles.h"
 #include "registry/unrecovered_hive.h"
-#include "run/command_line.h"
 #include "security/file_security.h"
 #include "security/read_taking_ownership.h"
 

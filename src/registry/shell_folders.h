@@ -12,9 +12,9 @@
 #include <string>
 
 #include "base/hresult.h"
-#include "profile/folder_mapping.h"
-#include "profile/migration_context.h"
-#include "profile/special_folder_table.h"
+#include "migration/folder_mapping.h"
+#include "migration/migration_context.h"
+#include "migration/special_folder_table.h"
 #include "registry/offreg_wrapper.h"
 
 namespace tw {

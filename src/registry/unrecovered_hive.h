@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "profile/migration_context.h"
+#include "migration/migration_context.h"
 #include "registry/offreg_wrapper.h"
 
 namespace tw {

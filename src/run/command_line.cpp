@@ -15,27 +15,12 @@
 #include "base/wide_string.h"
 #include "config/configuration_loader.h"
 #include "log/log.h"
+#include "migration/process_state.h"
+#include "migration/run_mode.h"
 
 namespace tw {
 
-std::int32_t g_sourceVersion = 0;
-std::int32_t g_targetVersion = 0;
-
 namespace {
-
-struct ModeOption {
-  const wchar_t* option;
-  std::int32_t source;
-  std::int32_t target;
-};
-
-constexpr ModeOption kModeOptions[] = {
-    {L"/V2TOV5", 2, 5}, {L"/V2TOV6", 2, 6}, {L"/V5TOV6", 5, 6}, {L"/V6TOV6", 6, 6}};
-
-bool IsConfigurationMode(std::int32_t source, std::int32_t target) {
-  return (source == 2 && target == 5) || (source == 2 && target == 6) ||
-         (source == 5 && target == 6) || (source == 6 && target == 6);
-}
 
 // Values collected while the arguments are read.
 struct Collected {
@@ -73,10 +58,9 @@ bool ReadArgument(const std::wstring& argument, Collected& collected,
   } else {
     std::wstring upper = lower;
     UpperCaseCrt(upper);
-    for (const ModeOption& mode : kModeOptions) {
-      if (StartsWith(upper, mode.option)) {
-        g_sourceVersion = mode.source;
-        g_targetVersion = mode.target;
+    for (const NamedRunMode& named : kNamedRunModes) {
+      if (StartsWith(upper, named.option)) {
+        g_runMode = named.mode;  // a later mode option replaces an earlier one
         return true;
       }
     }
@@ -107,10 +91,8 @@ bool ParseCommandLine(std::span<const std::wstring> args, MigrationSettings& set
     }
   }
 
-  if (IsConfigurationMode(settings.sourceVersion, settings.targetVersion)) {
-    g_sourceVersion = settings.sourceVersion;
-    g_targetVersion = settings.targetVersion;
-  }
+  const RunMode configured{settings.sourceVersion, settings.targetVersion};
+  if (IsNamedRunMode(configured)) g_runMode = configured;
 
   if (!collected.sourcePath.empty()) settings.sourcePath = collected.sourcePath;
   if (!collected.targetPath.empty()) settings.targetPath = collected.targetPath;

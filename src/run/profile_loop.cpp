@@ -4,7 +4,8 @@
 
 #include "base/format.h"
 #include "log/log.h"
-#include "run/command_line.h"
+#include "migration/process_state.h"
+#include "migration/run_mode.h"
 #include "run/report.h"
 
 namespace tw {
@@ -36,13 +37,13 @@ void TakeResult(HResult code, const std::wstring& sourcePath, const std::wstring
 
 }  // namespace
 
-bool IsSuffixLoop() { return g_sourceVersion == 2 || g_sourceVersion == 5; }
+bool IsSuffixLoop() { return IsSuffixLoopMode(g_runMode); }
 
 ProfileLoopOutcome RunProfileLoop(CSourceProfileEnum& profiles, MigrationContext& context,
                                   const MigrateProfileFunction& migrateProfile, Console& console) {
   ProfileLoopOutcome outcome;
   const bool suffixLoop = IsSuffixLoop();
-  const wchar_t* suffix = suffixLoop ? (g_sourceVersion == 2 ? L"V2" : L"V5") : nullptr;
+  const wchar_t* suffix = suffixLoop ? SourceSuffixOf(g_runMode) : nullptr;
   std::wstring sourcePath;
   for (bool found = profiles.FindFirstProfile(sourcePath, suffix); found;
        found = profiles.FindNextProfile(sourcePath)) {
@@ -51,8 +52,9 @@ ProfileLoopOutcome RunProfileLoop(CSourceProfileEnum& profiles, MigrationContext
     if (suffixLoop) {
       Log(L"Migrating profile: %s", sourcePath);
       console.Write(FormatMessageText(L"Migrating profile: %s...\r\n", sourcePath));
-      code = migrateProfile(context, sourcePath, static_cast<std::uint32_t>(g_sourceVersion),
-                            targetPath, static_cast<std::uint32_t>(g_targetVersion));
+      code =
+          migrateProfile(context, sourcePath, static_cast<std::uint32_t>(g_runMode.sourceVersion),
+                         targetPath, static_cast<std::uint32_t>(g_runMode.targetVersion));
     } else {
       code = migrateProfile(context, sourcePath, 1, targetPath, 2);
     }

@@ -13,7 +13,7 @@ struct ProfileLoopOutcome {
   int migrated = 0;     // profiles whose migration returned 0
 };
 
-// Walks `profiles` for the current mode (g_sourceVersion, g_targetVersion): with the suffix
+// Walks `profiles` for the run mode (g_runMode): with the suffix
 // "V2" or "V5" in the V2/V5 modes, announcing each profile; with no suffix otherwise, migrating
 // each as V1 to V2 (the 6/6 selection too, deliberately).
 ProfileLoopOutcome RunProfileLoop(CSourceProfileEnum& profiles, MigrationContext& context,

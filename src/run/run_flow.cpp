@@ -4,7 +4,9 @@
 
 #include "base/format.h"
 #include "base/wide_string.h"
-#include "config/migration_settings.h"
+#include "migration/migration_settings.h"
+#include "migration/process_state.h"
+#include "migration/run_mode.h"
 #include "profile/profile_migration.h"
 #include "run/command_line.h"
 #include "run/profile_loop.h"
@@ -24,11 +26,6 @@ constexpr int kExitFailure = -1;
 void EndCom(RunServices& services) {
   services.configDocument.Close();
   services.com.Uninitialize();
-}
-
-bool IsVersionMode(std::int32_t source, std::int32_t target) {
-  return (source == 2 && target == 5) || (source == 2 && target == 6) ||
-         (source == 5 && target == 6);
 }
 
 // A source path whose last two characters (the whole path when shorter) name a profile version
@@ -60,7 +57,7 @@ bool CheckModeAndBinding(const MigrationSettings& settings, const RunServices& s
   Console& console = services.console;
   const bool userenvBound = services.offreg.IsUserenvBound();
   const bool offregComplete = services.offreg.IsOffregComplete();
-  if (IsVersionMode(g_sourceVersion, g_targetVersion)) {
+  if (IsVersionMode(g_runMode)) {
     if (!userenvBound) {
       // This wording is deliberate: the userenv functions choose it, not offreg.
       Report(console,

@@ -9,13 +9,13 @@
 #include <string>
 
 #include "base/hresult.h"
+#include "migration/migration_context.h"
 #include "ports/com_runtime.h"
 #include "ports/console.h"
 #include "ports/file_system.h"
 #include "ports/network_port.h"
 #include "ports/security_port.h"
 #include "ports/xml_document.h"
-#include "profile/migration_context.h"
 #include "registry/offreg_wrapper.h"
 
 namespace tw {

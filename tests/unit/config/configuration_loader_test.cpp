@@ -16,8 +16,8 @@
 #include "base/text_encoding.h"
 #include "fakes/log_capture.h"
 #include "fakes/temp_folder.h"
+#include "migration/registry_key_table.h"
 #include "os/posix/paths/native_path.h"
-#include "registry/registry_key_table.h"
 
 namespace tw {
 namespace {

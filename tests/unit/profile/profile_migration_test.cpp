@@ -13,11 +13,11 @@
 #include <string>
 #include <vector>
 
+#include "migration/special_folder_table.h"
 #include "os/posix/files/folder_lock.h"
 #include "os/posix/paths/share_map.h"
 #include "ports/file_system.h"
 #include "ports/last_error.h"
-#include "profile/special_folder_table.h"
 #include "profile_test_bed.h"
 #include "unit/registry/registry_test_bed.h"
 

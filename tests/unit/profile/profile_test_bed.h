@@ -9,7 +9,6 @@
 #include <string_view>
 #include <vector>
 
-#include "config/migration_settings.h"
 #include "descriptor/ace.h"
 #include "descriptor/acl.h"
 #include "descriptor/security_descriptor.h"
@@ -19,7 +18,8 @@
 #include "fakes/fake_offreg.h"
 #include "fakes/fake_security_port.h"
 #include "fakes/log_capture.h"
-#include "profile/migration_context.h"
+#include "migration/migration_context.h"
+#include "migration/migration_settings.h"
 #include "security/current_user_sid.h"
 
 namespace tw::testing {

@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "config/migration_settings.h"
 #include "descriptor/ace.h"
 #include "descriptor/acl.h"
 #include "descriptor/security_descriptor.h"
@@ -22,10 +21,11 @@
 #include "fakes/log_capture.h"
 #include "fakes/process_runner.h"
 #include "fakes/temp_folder.h"
+#include "migration/migration_context.h"
+#include "migration/migration_settings.h"
 #include "os/posix/paths/native_path.h"
 #include "ports/file_system.h"
 #include "ports/security_port.h"
-#include "profile/migration_context.h"
 
 namespace tw::testing {
 

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "base/win32_error.h"
-#include "profile/folder_mapping.h"
+#include "migration/folder_mapping.h"
+#include "migration/process_state.h"
 #include "registry_test_bed.h"
-#include "run/command_line.h"
 #include "security/current_user_sid.h"
 
 namespace tw {

@@ -8,10 +8,11 @@
 #include <vector>
 
 #include "base/text_encoding.h"
-#include "config/migration_settings.h"
 #include "fakes/fake_console.h"
 #include "fakes/log_capture.h"
 #include "fakes/temp_folder.h"
+#include "migration/migration_settings.h"
+#include "migration/process_state.h"
 #include "ports/file_system.h"
 #include "ports/xml_document.h"
 

@@ -16,10 +16,10 @@
 #include "fakes/fake_security_port.h"
 #include "fakes/log_capture.h"
 #include "fakes/temp_folder.h"
+#include "migration/process_state.h"
 #include "ports/file_system.h"
 #include "ports/xml_document.h"
 #include "registry/offreg_wrapper.h"
-#include "run/command_line.h"
 
 namespace tw {
 namespace {

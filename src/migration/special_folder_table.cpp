@@ -1,4 +1,4 @@
-#include "profile/special_folder_table.h"
+#include "migration/special_folder_table.h"
 
 namespace tw {
 

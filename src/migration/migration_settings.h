@@ -22,7 +22,9 @@ struct MigrationSettings {
   std::wstring sourcePath;
   // Folder under which target profiles are created; empty: beside the source.
   std::wstring targetPath;
-  // Mode read from the configuration file: (2, 5), (2, 6), (5, 6), (6, 6); 0/0 when none.
+  // Mode read from the configuration file: (2, 5), (2, 6), (5, 6), (6, 6); 0/0 when none. The
+  // run's own mode is g_runMode (migration/process_state.h): the command line copies this pair
+  // into it when the file names a mode.
   std::int32_t sourceVersion = 0;
   std::int32_t targetVersion = 0;
   // One bit per special folder migrated; kMaskOff alone: file and folder migration is off.

@@ -8,13 +8,16 @@
 #include <string>
 
 #include "base/wide_string.h"
-#include "config/migration_settings.h"
+#include "migration/migration_settings.h"
 #include "ports/file_system.h"
 #include "ports/network_port.h"
 #include "ports/security_port.h"
-#include "registry/offreg_wrapper.h"
 
 namespace tw {
+
+// The bound offline-registry and user-profile functions; the registry and profile migrations that
+// call them include its header, the model only holds a reference.
+class COffregWrapper;
 
 // Orders paths without regard to case (the Windows rule).
 struct PathLessNoCase {

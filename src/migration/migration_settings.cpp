@@ -1,4 +1,4 @@
-#include "config/migration_settings.h"
+#include "migration/migration_settings.h"
 
 namespace tw {
 

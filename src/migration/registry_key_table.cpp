@@ -1,4 +1,4 @@
-#include "registry/registry_key_table.h"
+#include "migration/registry_key_table.h"
 
 namespace tw {
 

@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "profile/special_folder_table.h"
+#include "migration/special_folder_table.h"
 
 namespace tw {
 

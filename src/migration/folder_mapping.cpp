@@ -1,4 +1,4 @@
-#include "profile/folder_mapping.h"
+#include "migration/folder_mapping.h"
 
 namespace tw {
 
