@@ -13,6 +13,7 @@
 #include "ports/network_port.h"
 #include "ports/process_ports.h"
 #include "ports/security_port.h"
+#include "ports/survey_port.h"
 #include "ports/system_services.h"
 #include "ports/xml_document.h"
 
@@ -25,6 +26,8 @@ SecurityPort& NativeSecurityPort();
 NetworkPort& NativeNetworkPort();
 ModuleLoader& NativeModuleLoader();
 SystemServices& NativeSystemServices();
+// The survey's read-only port (tarnwick-survey hands it to the scan; not a process-wide port).
+SurveyPort& NativeSurveyPort();
 std::unique_ptr<XmlDocument> NewNativeXmlDocument();
 std::uint32_t NativeThreadLastError();
 void SetNativeThreadLastError(std::uint32_t error);

@@ -38,19 +38,6 @@ std::wstring StringFromData(const std::uint8_t* data, OrDword size) {
   return text;
 }
 
-// ORGetValue of one "Shell Folders" value into the 520-byte buffer; false when it cannot be
-// read.
-bool ReadShellFolder(const COffregWrapper& offreg, OrKey key, const std::wstring& name,
-                     std::wstring& value) {
-  std::uint8_t data[kDataLength] = {};
-  OrDword size = kDataLength;
-  if (registry::CallGetValue(offreg, key, name.c_str(), nullptr, data, &size) != err::kSuccess) {
-    return false;
-  }
-  value = StringFromData(data, size);
-  return true;
-}
-
 void ReplaceAll(std::wstring& text, std::wstring_view from, std::wstring_view to) {
   if (from.empty()) return;
   for (std::size_t at = text.find(from); at != std::wstring::npos;
@@ -184,6 +171,19 @@ HResult SyncUserShellFoldersKey(const COffregWrapper& offreg, OrKey hive, Folder
 }
 
 }  // namespace
+
+// ORGetValue of one "Shell Folders" value into the 520-byte buffer; false when it cannot be
+// read.
+bool ReadShellFolder(const COffregWrapper& offreg, OrKey key, const std::wstring& name,
+                     std::wstring& value) {
+  std::uint8_t data[kDataLength] = {};
+  OrDword size = kDataLength;
+  if (registry::CallGetValue(offreg, key, name.c_str(), nullptr, data, &size) != err::kSuccess) {
+    return false;
+  }
+  value = StringFromData(data, size);
+  return true;
+}
 
 HResult SyncUserShellFolders(MigrationContext& context, FolderMapping& mapping,
                              const std::wstring& profilePath, std::int32_t profileVersion,

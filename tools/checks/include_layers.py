@@ -2,6 +2,7 @@
 """Checks the #include graph between the rooms of the code against the layer table below.
 
 Each first-level folder of src/ is one node ("base", "os", ...), src/main.cpp is the node "main",
+a file below a room's program/ folder (an executable's wiring) also belongs to "main",
 and each first-level folder of tools/ and bench/ is one node ("tools/hive", "bench/migration");
 a file directly in tools/ or bench/ belongs to the node "tools" or "bench". An include is
 resolved as the compiler resolves it: beside the including file, then below src/, then in the
@@ -48,6 +49,10 @@ LAYERS = {
     "profile": PORTABLE | {"log", "migration", "security", "config", "registry"},
     # The run: the command line, the loop over the profiles, the report.
     "run": PORTABLE | {"log", "migration", "security", "config", "registry", "profile"},
+    # The companion programs' libraries, above the whole core: the share survey reuses the tool's
+    # own rules; the batch plans from the survey and runs the tool as child processes.
+    "survey": PORTABLE | {"log", "migration", "security", "config", "registry", "profile", "run"},
+    "batch": PORTABLE | {"log", "survey"},
 }
 SRC_ROOMS = set(LAYERS)
 # The program's wiring (src/main.cpp): installs the ports and may use any room.
@@ -65,6 +70,9 @@ def node_of(root, path):
     if rel[0] == "src":
         if len(rel) == 2:
             return "main" if rel[1] == "main.cpp" else "src"
+        # A room's program/ folder holds an executable's wiring, as src/main.cpp does.
+        if len(rel) > 3 and rel[2] == "program":
+            return "main"
         return rel[1]
     if rel[0] in ("tools", "bench"):
         return rel[0] if len(rel) == 2 else f"{rel[0]}/{rel[1]}"
