@@ -9,6 +9,7 @@
 #include <regex>
 
 #include "base/text_encoding.h"
+#include "fakes/reg_text_hive.h"
 #include "platform/posix/descriptor_store.h"
 #include "security/codec/security_descriptor.h"
 #include "security/codec/sid.h"
@@ -111,6 +112,12 @@ E2eShare::E2eShare(const E2eTools& tools) : tools_(tools) {
 }
 
 void E2eShare::MakeHive(const fs::path& file, const std::string& reg) const {
+  ASSERT_EQ(WriteHiveFromRegText(fs::path(tools_.testData) / "hives" / "windows-2003-minimal.hiv",
+                                 reg, file),
+            "");
+}
+
+void E2eShare::MakeHiveWithHivex(const fs::path& file, const std::string& reg) const {
   fs::create_directories(file.parent_path());
   fs::copy_file(fs::path(tools_.testData) / "hives" / "windows-2003-minimal.hiv", file,
                 fs::copy_options::overwrite_existing);
@@ -124,9 +131,13 @@ void E2eShare::MakeHive(const fs::path& file, const std::string& reg) const {
 }
 
 fs::path E2eShare::AddProfile(const std::string& name, const std::string& reg,
-                              const ProfileFiles& files) const {
+                              const ProfileFiles& files, HiveMaker maker) const {
   const fs::path folder = share() / name;
-  MakeHive(folder / "ntuser.dat", reg);
+  if (maker == HiveMaker::kHivex) {
+    MakeHiveWithHivex(folder / "ntuser.dat", reg);
+  } else {
+    MakeHive(folder / "ntuser.dat", reg);
+  }
   for (const auto& [relative, content] : files) WriteText(folder / relative, content);
   return folder;
 }
