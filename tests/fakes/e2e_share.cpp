@@ -106,7 +106,11 @@ E2eShare::E2eShare(const E2eTools& tools) : tools_(tools) {
   fs::create_directories(targets());
   fs::create_directories(root() / "bin");
   exe_ = root() / "bin" / "tarnwick";
-  fs::copy_file(tools_.binary, exe_);
+  // A hard link where the file system allows it: the program finds itself (and puts its log)
+  // here all the same, without a copy of the whole binary per share.
+  std::error_code linkFailed;
+  fs::create_hard_link(tools_.binary, exe_, linkFailed);
+  if (linkFailed) fs::copy_file(tools_.binary, exe_);
   WriteText(root() / "shares.conf", std::string(kShare) + " = " + share().string() + "\n" +
                                         kTargets + " = " + targets().string() + "\n");
 }

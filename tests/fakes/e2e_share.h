@@ -1,8 +1,8 @@
 // Fixtures of the end-to-end tests: a share in a temp folder, mapped as \\fs\profiles (and a
 // second share \\fs\targets for target folders), profiles with hives made from .reg text (by the
 // project's own engine, or by hivexregedit --merge where a test reads another writer's hive),
-// the built binary copied beside them so that its log lands there, and readers for what a run
-// leaves behind (console, exit status, log with its timestamps masked, trees, hives read back
+// the built binary linked (or copied) beside them so that its log lands there, and readers for what
+// a run leaves behind (console, exit status, log with its timestamps masked, trees, hives read back
 // with hivexregedit --export).
 #pragma once
 
