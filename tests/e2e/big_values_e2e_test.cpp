@@ -2,7 +2,7 @@
 // menu ProgramsCache, a REG_MULTI_SZ over one big data segment whose last segment holds only the
 // list's final NUL, a value of exactly 16,345 bytes) is migrated to V2 by the built binary; the
 // new ntuser.dat is read whole by reglookup, hivex and libregf: every byte equal to the source
-// value. The source hive is made by hivexregedit --merge.
+// value. The source hive is made by hivexregedit --merge (big data records of another writer).
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -118,7 +118,7 @@ TEST(BigValuesE2eTest, V1MigrationKeepsEveryByteOfBigValuesForEveryReader) {
                    RegSection(testing::kUserShellFolders,
                               testing::RegString("Desktop", "%USERPROFILE%\\Desktop")) +
                        RegSection(kBigKey, RegValues(values)),
-                   {{"Desktop/desk.txt", "desk"}});
+                   {{"Desktop/desk.txt", "desk"}}, testing::HiveMaker::kHivex);
   const std::string tool = std::string(TARNWICK_TESTDATA_DIR) + "/hives/hive_tool.py";
   const fs::path source = share.share() / "alice" / "ntuser.dat";
   // The source holds the values as written (hivex reads back what it merged).

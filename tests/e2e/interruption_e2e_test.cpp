@@ -18,6 +18,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "fakes/e2e_share.h"
@@ -182,6 +183,8 @@ class InterruptionE2eTest : public ::testing::Test {
         break;
       }
       if (waitpid(pid, &status, WNOHANG) == pid) return false;
+      // A short pause between looks: the watcher leaves the cores to the run it watches.
+      std::this_thread::sleep_for(std::chrono::microseconds(100));
     }
     if (!killed) kill(pid, SIGKILL);
     waitpid(pid, &status, 0);

@@ -11,6 +11,7 @@
 #include "base/text_encoding.h"
 #include "descriptor/security_descriptor.h"
 #include "descriptor/sid.h"
+#include "fakes/reg_text_hive.h"
 #include "os/posix/security/descriptor_store.h"
 
 namespace tw::testing {
@@ -105,12 +106,22 @@ E2eShare::E2eShare(const E2eTools& tools) : tools_(tools) {
   fs::create_directories(targets());
   fs::create_directories(root() / "bin");
   exe_ = root() / "bin" / "tarnwick";
-  fs::copy_file(tools_.binary, exe_);
+  // A hard link where the file system allows it: the program finds itself (and puts its log)
+  // here all the same, without a copy of the whole binary per share.
+  std::error_code linkFailed;
+  fs::create_hard_link(tools_.binary, exe_, linkFailed);
+  if (linkFailed) fs::copy_file(tools_.binary, exe_);
   WriteText(root() / "shares.conf", std::string(kShare) + " = " + share().string() + "\n" +
                                         kTargets + " = " + targets().string() + "\n");
 }
 
 void E2eShare::MakeHive(const fs::path& file, const std::string& reg) const {
+  ASSERT_EQ(WriteHiveFromRegText(fs::path(tools_.testData) / "hives" / "windows-2003-minimal.hiv",
+                                 reg, file),
+            "");
+}
+
+void E2eShare::MakeHiveWithHivex(const fs::path& file, const std::string& reg) const {
   fs::create_directories(file.parent_path());
   fs::copy_file(fs::path(tools_.testData) / "hives" / "windows-2003-minimal.hiv", file,
                 fs::copy_options::overwrite_existing);
@@ -124,9 +135,13 @@ void E2eShare::MakeHive(const fs::path& file, const std::string& reg) const {
 }
 
 fs::path E2eShare::AddProfile(const std::string& name, const std::string& reg,
-                              const ProfileFiles& files) const {
+                              const ProfileFiles& files, HiveMaker maker) const {
   const fs::path folder = share() / name;
-  MakeHive(folder / "ntuser.dat", reg);
+  if (maker == HiveMaker::kHivex) {
+    MakeHiveWithHivex(folder / "ntuser.dat", reg);
+  } else {
+    MakeHive(folder / "ntuser.dat", reg);
+  }
   for (const auto& [relative, content] : files) WriteText(folder / relative, content);
   return folder;
 }

@@ -1,8 +1,9 @@
 // Fixtures of the end-to-end tests: a share in a temp folder, mapped as \\fs\profiles (and a
-// second share \\fs\targets for target folders), profiles made with independent tools (hives by
-// hivexregedit --merge from .reg text), the built binary copied beside them so that its log lands
-// there, and readers for what a run leaves behind (console, exit status, log with its timestamps
-// masked, trees, hives read back with hivexregedit --export).
+// second share \\fs\targets for target folders), profiles with hives made from .reg text (by the
+// project's own engine, or by hivexregedit --merge where a test reads another writer's hive),
+// the built binary linked (or copied) beside them so that its log lands there, and readers for what
+// a run leaves behind (console, exit status, log with its timestamps masked, trees, hives read back
+// with hivexregedit --export).
 #pragma once
 
 #include <filesystem>
@@ -52,6 +53,10 @@ std::string ExportedString(const std::string& name, const std::string& data);
 inline constexpr char kUserShellFolders[] =
     "Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\User Shell Folders";
 
+// Who writes a test hive: the project's own engine (fakes/reg_text_hive.h), or hivexregedit
+// --merge where the test is about reading a hive another writer made.
+enum class HiveMaker { kEngine, kHivex };
+
 // One file of a profile made by AddProfile: path relative to the profile folder ("/"-separated)
 // and content.
 using ProfileFiles = std::map<std::string, std::string>;
@@ -71,13 +76,16 @@ class E2eShare {
 
   // A profile folder share()/name with an ntuser.dat made from `reg` and the given files.
   std::filesystem::path AddProfile(const std::string& name, const std::string& reg,
-                                   const ProfileFiles& files) const;
+                                   const ProfileFiles& files,
+                                   HiveMaker maker = HiveMaker::kEngine) const;
   // A V1 profile: "User Shell Folders" naming Desktop, Personal (My Documents) and Local AppData
   // (Local Settings\Application Data); keys Software\Tw, Console and Environment each with one
   // value holding `name`; files in those folders, in a folder "Other" and at the top.
   std::filesystem::path AddV1Profile(const std::string& name) const;
-  // A hive at `file`: the minimal hive of tests/data with `reg` merged in by hivexregedit.
+  // A hive at `file`: the minimal hive of tests/data with `reg` merged in by the project's own
+  // engine; the same merged in by hivexregedit.
   void MakeHive(const std::filesystem::path& file, const std::string& reg) const;
+  void MakeHiveWithHivex(const std::filesystem::path& file, const std::string& reg) const;
 
   // Stores a descriptor with owner `sid` (string form) on `path`, as the security adapter keeps
   // it: the folder's current descriptor with its owner replaced.

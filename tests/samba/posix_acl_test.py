@@ -9,8 +9,8 @@ smbcacls sets the descriptor on one through smbd, and tarnwick stores the very d
 stored on the other. Then:
 - the mode, "system.posix_acl_access", "system.posix_acl_default" and "user.SAMBA_PAI" of the two
   are byte for byte the same;
-- smbd serves tarnwick's descriptor as it is (smbcacls --numeric shows the same as for smbd's),
-  so its "security.NTACL" hashes are current;
+- smbd serves tarnwick's descriptor as it is (the descriptor an SMB client reads, NDR-encoded, is
+  the same as for smbd's), so its "security.NTACL" hashes are current;
 - the kernel grants what the DACL grants: a user with an allow entry (not the owner) reads
   tarnwick's file through SMB, a user without one cannot.
 Exit code 77 when it cannot run (not root, Samba missing), as the harness decides.
@@ -153,6 +153,12 @@ def run(results, server, share, tool):
     sids = {"A": server.user_sid(alice), "B": server.user_sid(bob), "G": "S-1-22-2-0"}
     env = dict(os.environ, TARNWICK_SMB_CONF=server.conf)
 
+    def served_hex(item):
+        """The descriptor smbd serves for item (owner, group, DACL as smbcacls asks for them),
+        NDR-encoded in hex: read over one SMB session rather than one smbcacls each."""
+        from samba.ndr import ndr_pack
+        return ndr_pack(server.served_descriptor(root, "s", item)).hex()
+
     def compare(name, folder, smbcacls_args, mode=None):
         theirs, ours = f"smbd-{name}", f"ours-{name}"
         for item in (theirs, ours):
@@ -172,8 +178,8 @@ def run(results, server, share, tool):
         for key in want:
             results.check(f"{name}: {key} as smbd sets it", want[key] == got[key],
                           f"smbd {want[key]}\n    ours {got[key]}")
-        served_theirs = server.smbcacls(root, "s", theirs, "--numeric").stdout
-        served_ours = server.smbcacls(root, "s", ours, "--numeric").stdout
+        served_theirs = served_hex(theirs)
+        served_ours = served_hex(ours)
         results.check(f"{name}: smbd serves tarnwick's descriptor as it is",
                       served_theirs == served_ours, f"smbd\n{served_theirs}\n    ours\n{served_ours}")
 

@@ -22,7 +22,6 @@ Exit status: 0 all passed, 1 a check failed, 77 skipped (not root, or tools miss
 CI=true that is a failure instead).
 """
 
-import concurrent.futures
 import os
 import re
 import subprocess
@@ -97,14 +96,24 @@ def format_aces(aces):
                            for kind, flags, mask, sid in aces) + "]"
 
 
+def served_sd(server, user, path):
+    """The descriptor of a share-relative path as smbd serves it to user, in parse_smbcacls's
+    form (control, owner, group, entries in their order), or {"error": ...}."""
+    try:
+        sd = server.served_descriptor(user, SHARE, path)
+    except Exception as error:  # noqa: BLE001 - any failure to read it is the finding
+        return {"error": str(error)}
+    return {"control": sd.type,
+            "owner": str(sd.owner_sid) if sd.owner_sid else None,
+            "group": str(sd.group_sid) if sd.group_sid else None,
+            "aces": [(a.type, a.flags, a.access_mask, str(a.trustee))
+                     for a in (sd.dacl.aces if sd.dacl else [])]}
+
+
 def query_acls(server, user, paths):
-    """The descriptors of share-relative paths as smbd serves them to user."""
-    def one(path):
-        result = server.smbcacls(user, SHARE, path, "--numeric", check=False)
-        return path, (parse_smbcacls(result.stdout) if result.returncode == 0
-                      else {"error": (result.stdout + result.stderr).strip()})
-    with concurrent.futures.ThreadPoolExecutor(4) as pool:
-        return dict(pool.map(one, paths))
+    """The descriptors of share-relative paths as smbd serves them to user (one SMB session for
+    all of them)."""
+    return {path: served_sd(server, user, path) for path in paths}
 
 
 ALLINFO_FIELDS = ("create_time", "write_time", "attributes")
@@ -269,6 +278,12 @@ def prepare_and_check(results, server, share, sample, work, tarnwick):
     results.check("the uploaded source profiles are readable through smbd",
                   all("error" not in v for v in before_acls.values()) and
                   all("error" not in v for v in before_infos.values()))
+    # The session's answers are what smbcacls shows (checked on the folder and the file whose
+    # descriptors the users set with smbcacls).
+    for path in (v1, share_path(v1, extra[v1])):
+        shown = parse_smbcacls(server.smbcacls(root, SHARE, path, "--numeric").stdout)
+        results.check(f"smbcacls shows the descriptor the SMB session reads for {path}",
+                      shown == before_acls[path], f"{shown} != {before_acls[path]}")
     results.check("the explicit extra entry is on the source file",
                   before_acls[share_path(v1, extra[v1])]["aces"][0] == (0, 0, READ, "S-1-5-32-551"),
                   format_aces(before_acls[share_path(v1, extra[v1])]["aces"]))

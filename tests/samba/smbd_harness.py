@@ -96,6 +96,7 @@ class SambaServer:
         self.extra_global = extra_global
         self.users = []
         self.smbd = None
+        self.connections = {}
         self.root = tempfile.mkdtemp(prefix="tarnwick-smbd-")
         os.chmod(self.root, 0o755)
         self.conf = os.path.join(self.root, "smb.conf")
@@ -181,6 +182,7 @@ class SambaServer:
             return ""
 
     def close(self):
+        self.connections = {}
         if self.smbd is not None and self.smbd.poll() is None:
             try:
                 os.killpg(self.smbd.pid, signal.SIGTERM)  # smbd and the children it forked
@@ -256,3 +258,14 @@ class SambaServer:
         creds.set_username(user)
         creds.set_password(PASSWORD)
         return libsmb.Conn("127.0.0.1", share, lp, creds)
+
+    def served_descriptor(self, user, share, path):
+        """The descriptor smbd serves for a share-relative path, asked as smbcacls asks (owner,
+        group and DACL, opened for READ_CONTROL) over one SMB session per user and share, so
+        that many queries cost no client process each: a samba.dcerpc.security.descriptor."""
+        from samba.dcerpc import security
+        if (user, share) not in self.connections:
+            self.connections[(user, share)] = self.connection(user, share)
+        return self.connections[(user, share)].get_acl(
+            path, security.SECINFO_OWNER | security.SECINFO_GROUP | security.SECINFO_DACL,
+            security.SEC_STD_READ_CONTROL)

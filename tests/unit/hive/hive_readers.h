@@ -40,14 +40,27 @@ inline std::string RunShell(const std::string& command, bool* ok) {
   return out;
 }
 
-inline bool HaveHivex() {
-  static const bool have = HaveCommand(kPython + " -c 'import hivex'");
-  return have;
+// Which of the two Python readers import, asked of one Python process (a test process asks
+// once): bit 1 hivex, bit 2 pyregf.
+inline unsigned PythonReaders() {
+  static const unsigned readers = [] {
+    bool ok = false;
+    const std::string out = RunShell(
+        kPython +
+            " -c 'import importlib\nfor i, m in enumerate((\"hivex\", \"pyregf\")):\n"
+            "    try: importlib.import_module(m); print(i + 1)\n    except ImportError: pass'"
+            " 2>/dev/null",
+        &ok);
+    unsigned found = 0;
+    for (const char c : out) {
+      if (c == '1' || c == '2') found |= static_cast<unsigned>(c - '0');
+    }
+    return ok ? found : 0u;
+  }();
+  return readers;
 }
-inline bool HavePyregf() {
-  static const bool have = HaveCommand(kPython + " -c 'import pyregf'");
-  return have;
-}
+inline bool HaveHivex() { return (PythonReaders() & 1u) != 0; }
+inline bool HavePyregf() { return (PythonReaders() & 2u) != 0; }
 inline bool HaveReglookup() {
   static const bool have = HaveCommand("command -v reglookup");
   return have;

@@ -1,5 +1,6 @@
-// Helpers of the registry migration's tests: hive files made by an independent writer
-// (hivexregedit --merge from .reg text over the minimal hive of tests/data/hives), read back by
+// Helpers of the registry migration's tests: hive files made from .reg text over the minimal hive
+// of tests/data/hives (by the project's own engine: these tests are about the migration, not
+// about reading other writers' hives, which the hive suite's oracle tests cover), read back by
 // independent readers (hivexregedit --export, reglookup), and a migration context over the fake
 // offline-registry table (the real hive engine with failure switches).
 #pragma once
@@ -20,6 +21,7 @@
 #include "fakes/fake_security_port.h"
 #include "fakes/log_capture.h"
 #include "fakes/process_runner.h"
+#include "fakes/reg_text_hive.h"
 #include "fakes/temp_folder.h"
 #include "migration/migration_context.h"
 #include "migration/migration_settings.h"
@@ -34,26 +36,14 @@ inline std::wstring WinPath(const std::filesystem::path& path) {
   return posix::ToWindowsPath(path.string());
 }
 
-// Writes a hive at `file`: the minimal hive with the keys and values of `reg` merged in by
-// hivexregedit. `reg` is the body of a .reg file (without its header line); its keys are written
-// "[\Software\Foo]", each parent before its children.
+// Writes a hive at `file`: the minimal hive with the keys and values of `reg` merged in by the
+// project's own hive engine (fakes/reg_text_hive.h). `reg` is the body of a .reg file (without
+// its header line); its keys are written "[\Software\Foo]".
 inline void MakeHive(const std::filesystem::path& file, const std::string& reg) {
-  std::filesystem::create_directories(file.parent_path());
-  std::filesystem::remove(file);  // a new file: nothing of an earlier one's security stays
-  std::filesystem::copy_file(
-      std::filesystem::path(TARNWICK_TESTDATA_DIR) / "hives" / "windows-2003-minimal.hiv", file,
-      std::filesystem::copy_options::overwrite_existing);
-  std::filesystem::permissions(
-      file, std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
-  const std::string regFile = file.string() + ".reg";
-  {
-    std::ofstream out(regFile, std::ios::binary | std::ios::trunc);
-    out << "Windows Registry Editor Version 5.00\n\n" << reg;
-  }
-  const ProcessResult merged =
-      RunProcess("/usr/bin/hivexregedit", {"--merge", "--prefix", "", file.string(), regFile});
-  ASSERT_EQ(merged.exitStatus, 0) << merged.errors;
-  std::filesystem::remove(regFile);
+  ASSERT_EQ(WriteHiveFromRegText(
+                std::filesystem::path(TARNWICK_TESTDATA_DIR) / "hives" / "windows-2003-minimal.hiv",
+                reg, file),
+            "");
 }
 
 // hivexregedit --export of the whole hive: .reg text, keys sorted by hivex.

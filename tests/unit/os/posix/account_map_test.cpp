@@ -199,15 +199,23 @@ TEST_F(PassdbAccountMapTest, AnyDamagedByteMapsTheUserOrNothing) {
   const std::string bytes = testing::ReadWholeFile(passdb);
   ASSERT_GT(bytes.size(), 1000u);
   const std::size_t step = bytes.size() / 400;
+  // The file is the passdb with one byte damaged: that byte is written in place, and put back
+  // before the next one is damaged.
+  std::fstream file(passdb, std::ios::binary | std::ios::in | std::ios::out);
+  ASSERT_TRUE(file.is_open());
+  const auto putByte = [&file](std::size_t at, char byte) {
+    file.seekp(static_cast<std::streamoff>(at));
+    file.put(byte);
+    file.flush();
+  };
   for (std::size_t at = 0; at < bytes.size(); at += step + (at % 7)) {
-    std::string damaged = bytes;
-    damaged[at] = static_cast<char>(damaged[at] ^ 0x5A);
-    std::ofstream(passdb, std::ios::binary | std::ios::trunc) << damaged;
+    putByte(at, static_cast<char>(bytes[at] ^ 0x5A));
     const std::unique_ptr<AccountMap> map = MapOf(conf_);
     const std::optional<std::uint32_t> uid = map->UidOf(sid_);
     EXPECT_TRUE(!uid || *uid == uid_) << "byte " << at;
     const Sid back = map->SidOfUid(uid_);
     EXPECT_TRUE(back == sid_ || back == security::UnixUserSid(uid_)) << "byte " << at;
+    putByte(at, bytes[at]);
   }
 }
 
