@@ -237,6 +237,20 @@ HResult CreateUserProfile(const ProfileSettings& settings, const wchar_t* sid,
   return hr::kOk;
 }
 
+std::wstring RegisteredProfileOf(const ProfileSettings& settings, const wchar_t* sid) {
+  std::string sidText;
+  std::string root;
+  if (sid == nullptr || !CanonicalSid(sid, sidText) ||
+      MapSetting(settings.root, root) != err::kSuccess)
+    return {};
+  std::string folder;
+  struct stat info {};
+  if (ProfileList(root).Find(sidText, folder) != err::kSuccess ||
+      ::lstat(folder.c_str(), &info) != 0 || !S_ISDIR(info.st_mode))
+    return {};
+  return ToWindowsPath(folder);
+}
+
 err::Win32Error DeleteUserProfile(const ProfileSettings& settings, const wchar_t* sid,
                                   const wchar_t* profilePath, const wchar_t* computerName) {
   if (sid == nullptr) return err::kInvalidParameter;

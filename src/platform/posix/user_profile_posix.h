@@ -99,6 +99,10 @@ HResult CreateUserProfile(const ProfileSettings& settings, const wchar_t* sid,
 err::Win32Error DeleteUserProfile(const ProfileSettings& settings, const wchar_t* sid,
                                   const wchar_t* profilePath, const wchar_t* computerName);
 
+// The folder (Windows form) of the profile registered for sid that is still there, or empty when
+// the SID has none (read only: nothing is created, locked or removed).
+std::wstring RegisteredProfileOf(const ProfileSettings& settings, const wchar_t* sid);
+
 // The functions as "userenv.dll" exports them, over ProcessProfileSettings(). DeleteProfileW
 // returns TRUE (1) or FALSE (0) and on failure sets the thread's last error (last_error.h).
 HResult TW_OR_CALL BuiltInCreateProfile(const wchar_t* sid, const wchar_t* userName,

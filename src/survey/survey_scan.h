@@ -1,0 +1,42 @@
+// The survey of a share: one row per folder of the share (or of the parent folder) that a UNC
+// path names, read without changing anything and without following any link. Each entry is
+// stat-ed once (by its directory search), hives are judged by their base blocks only.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/win32_error.h"
+#include "platform/file_system.h"
+#include "platform/security_port.h"
+#include "survey/survey_row.h"
+
+namespace tw::survey {
+
+// The services the scan reads through.
+struct SurveyServices {
+  FileSystem& files;
+  SecurityPort& security;
+  // The root under which the temporary profiles of runs are made (local Windows-form path), to
+  // find leftovers; empty: not looked for.
+  std::wstring temporaryProfileRoot;
+  // The settings' target root folder (UNC), as tarnwick's /t: would give it; empty: targets lie
+  // beside their sources.
+  std::wstring targetRoot;
+};
+
+// Surveys the folders under sharePath (a UNC path of a share or of a parent folder), or
+// sharePath itself when it is a profile folder. Rows are sorted by name (case-insensitively).
+// Returns kSuccess, or the Win32 error that kept the folder from being listed (nothing in result
+// then).
+err::Win32Error SurveyShare(const SurveyServices& services, std::wstring_view sharePath,
+                            SurveyResult& result);
+
+// Surveys one folder (the row of SurveyShare for it).
+SurveyRow SurveyFolder(const SurveyServices& services, const std::wstring& folderPath);
+
+// The rows that a batch of `mode` would run: folders of the mode's source kind, in order.
+std::vector<const SurveyRow*> SourcesOf(const SurveyResult& result, Mode mode);
+
+}  // namespace tw::survey
