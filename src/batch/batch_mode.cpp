@@ -1,32 +1,11 @@
 #include "batch/batch_mode.h"
 
-#include <array>
 #include <cctype>
+
+#include "base/text_encoding.h"
 
 namespace tw::batch {
 namespace {
-
-struct ModeInfo {
-  BatchMode mode;
-  std::string_view name;
-  std::string_view option;
-  std::string_view sourceSuffix;
-  std::string_view targetSuffix;
-};
-
-constexpr std::array<ModeInfo, 4> kModes = {{
-    {BatchMode::kV1ToV2, "v1tov2", "", "", "V2"},
-    {BatchMode::kV2ToV5, "v2tov5", "/V2TOV5", "V2", "V5"},
-    {BatchMode::kV2ToV6, "v2tov6", "/V2TOV6", "V2", "V6"},
-    {BatchMode::kV5ToV6, "v5tov6", "/V5TOV6", "V5", "V6"},
-}};
-
-const ModeInfo& Info(BatchMode mode) {
-  for (const ModeInfo& info : kModes) {
-    if (info.mode == mode) return info;
-  }
-  return kModes[0];
-}
 
 char Lower(char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); }
 
@@ -38,18 +17,17 @@ bool EqualNoCase(std::string_view a, std::string_view b) {
   return true;
 }
 
-}  // namespace
-
-std::optional<BatchMode> ParseBatchMode(std::string_view word) {
-  for (const ModeInfo& info : kModes) {
-    if (EqualNoCase(word, info.name)) return info.mode;
-  }
-  return std::nullopt;
+// The tool's option for a mode; none for V1 to V2, its default.
+std::string ModeOption(BatchMode mode) {
+  if (mode == BatchMode::kV1ToV2) return std::string();
+  std::string option = "/" + ModeWord(mode);
+  for (char& c : option) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  return option;
 }
 
-std::string ModeName(BatchMode mode) { return std::string(Info(mode).name); }
-std::string SourceSuffix(BatchMode mode) { return std::string(Info(mode).sourceSuffix); }
-std::string TargetSuffix(BatchMode mode) { return std::string(Info(mode).targetSuffix); }
+}  // namespace
+
+std::string ModeWord(BatchMode mode) { return WideToUtf8(survey::ModeName(mode)); }
 
 std::string TargetPathFor(std::string_view source, BatchMode mode, std::string_view targetRoot) {
   while (source.size() > 1 && source.back() == '\\') source.remove_suffix(1);
@@ -65,14 +43,15 @@ std::string TargetPathFor(std::string_view source, BatchMode mode, std::string_v
   }
   std::string folder = targetRoot.empty() ? std::string(parent) : std::string(targetRoot);
   if (!folder.empty() && folder.back() != '\\') folder += '\\';
-  return folder + std::string(name) + "." + TargetSuffix(mode);
+  return folder + std::string(name) + ".V" + std::to_string(survey::TargetVersionOf(mode));
 }
 
 std::vector<std::string> TarnwickArguments(std::string_view source, BatchMode mode,
                                            std::string_view targetRoot) {
   std::vector<std::string> arguments = {"/s:" + std::string(source)};
   if (!targetRoot.empty()) arguments.push_back("/t:" + std::string(targetRoot));
-  if (!Info(mode).option.empty()) arguments.emplace_back(Info(mode).option);
+  const std::string option = ModeOption(mode);
+  if (!option.empty()) arguments.push_back(option);
   return arguments;
 }
 

@@ -2,23 +2,19 @@
 // would type it.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "survey/survey_row.h"
+
 namespace tw::batch {
 
-enum class BatchMode { kV1ToV2, kV2ToV5, kV2ToV6, kV5ToV6 };
+// The modes are the survey's (its names are the batch's --mode words).
+using BatchMode = survey::Mode;
 
-// "v1tov2", "v2tov5", "v2tov6", "v5tov6" (any case); nothing for another word.
-std::optional<BatchMode> ParseBatchMode(std::string_view word);
-std::string ModeName(BatchMode mode);  // "v1tov2", ...
-
-// The suffix of the source folders the mode takes ("" for V1, "V2", "V5") and of the targets it
-// makes ("V2", "V5", "V6").
-std::string SourceSuffix(BatchMode mode);
-std::string TargetSuffix(BatchMode mode);
+// "v1tov2", ... as UTF-8.
+std::string ModeWord(BatchMode mode);
 
 // The target folder a run makes for `source` (a UNC path): the source's name with a version
 // suffix (".V2", ".V5", ".V6", any case) removed and the mode's appended, beside the source or

@@ -15,6 +15,7 @@ enum class TargetState {
   kNone,         // no target yet: the run makes it
   kInterrupted,  // a target with the marker of an interrupted run: the run rebuilds it
   kFinished,     // a finished target: skipped, the run would refuse it
+  kLocked,       // a target whose marker a live run outside the batch holds: not run
   kDuplicate,    // another profile of the list has the same target: not run
 };
 

@@ -22,6 +22,8 @@ std::string TargetStateName(TargetState state) {
       return "interrupted";
     case TargetState::kFinished:
       return "finished";
+    case TargetState::kLocked:
+      return "locked";
     case TargetState::kDuplicate:
       break;
   }
@@ -127,7 +129,7 @@ std::string ReportJson(const std::vector<PlannedProfile>& plan,
   }
   nlohmann::json report;
   report["tarnwick"] = context.settings.tarnwick.string();
-  report["mode"] = ModeName(context.settings.mode);
+  report["mode"] = ModeWord(context.settings.mode);
   report["target"] = context.settings.targetRoot;
   report["jobs"] = context.settings.jobs;
   report["dryRun"] = context.dryRun;

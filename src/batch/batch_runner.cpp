@@ -101,6 +101,7 @@ std::vector<ProfileRun> BatchRunner::Run(const std::vector<PlannedProfile>& plan
     std::unique_lock<std::mutex> hold(shared.lock);
     while (shared.active > 0) {
       shared.changed.wait_for(hold, std::chrono::milliseconds(200));
+      stopped = stopRequested() || stopped;  // asked again only to let it tell about interrupts
       observer.Tick();
     }
   }

@@ -80,6 +80,10 @@ ProfileRun UnrunProfile(const PlannedProfile& profile, bool interrupted) {
       run.outcome = Outcome::kSkippedFinished;
       run.cause = "target is finished: " + profile.target;
       break;
+    case TargetState::kLocked:
+      run.outcome = Outcome::kFailed;
+      run.cause = "target is locked by a live run: " + profile.target;
+      break;
     case TargetState::kDuplicate:
       run.outcome = Outcome::kDuplicate;
       run.cause = "same target as " + profile.duplicateOf + ": " + profile.target;
