@@ -14,6 +14,7 @@
 #include "platform/console.h"
 #include "platform/file_system.h"
 #include "platform/security_port.h"
+#include "platform/survey_port.h"
 
 namespace tw::batch {
 namespace {
@@ -83,8 +84,9 @@ std::filesystem::path TarnwickProgram(const BatchOptions& options) {
 }
 
 survey::SurveyServices SurveyServicesFor(const BatchOptions& options) {
-  return survey::SurveyServices{ProcessFileSystem(), ProcessSecurityPort(), std::wstring(),
-                                Utf8ToWide(options.targetRoot)};
+  // Sizes and target states only: the hives' redirected folders do not matter to a run.
+  return survey::SurveyServices{ProcessFileSystem(), ProcessSecurityPort(), ProcessSurveyPort(),
+                                Utf8ToWide(options.targetRoot), false};
 }
 
 // The plan, or an exit value when there is none.

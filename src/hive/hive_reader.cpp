@@ -64,32 +64,11 @@ class Reader {
   }
 
   bool ReadBaseBlock() {
-    if (file_.empty()) return Fail(L"the file is empty", err::kBadDb);
-    if (file_.size() > kMaxFileSize) return Fail(L"the file is larger than 4 GB", err::kBadDb);
-    if (file_.size() < regf::kBaseBlockSize) return Fail(L"the base block is truncated");
-    const std::uint8_t* base = file_.data();
-    if (base[0] != 'r' || base[1] != 'e' || base[2] != 'g' || base[3] != 'f') {
-      return Fail(L"the file does not begin with the signature \"regf\"");
-    }
-    if (Get32(base + regf::kBaseChecksum) != regf::BaseBlockChecksum(base)) {
-      return Fail(L"the base block checksum is wrong");
-    }
-    const std::uint32_t major = Get32(base + regf::kBaseMajor);
-    minorVersion_ = Get32(base + regf::kBaseMinor);
-    if (major != 1 || minorVersion_ < 3 || minorVersion_ > 6) {
-      return Fail(Format(L"unsupported format version %u.%u", major, minorVersion_));
-    }
-    if (Get32(base + regf::kBaseFileType) != 0) return Fail(L"not a primary hive file");
-    const std::uint32_t dataSize = Get32(base + regf::kBaseDataSize);
-    if (dataSize == 0 || dataSize % regf::kBinAlignment != 0) {
-      return Fail(Format(L"invalid hive bins data size 0x%08X", dataSize));
-    }
-    if (file_.size() - regf::kBaseBlockSize < dataSize) {
-      return Fail(
-          Format(L"the file is truncated: hive bins data of 0x%08X bytes announced", dataSize));
-    }
-    data_ = file_.subspan(regf::kBaseBlockSize, dataSize);
-    rootOffset_ = Get32(base + regf::kBaseRootCell);
+    const BaseBlockCheck check = CheckBaseBlock(file_, file_.size());
+    if (check.error != err::kSuccess) return Fail(check.reason, check.error);
+    minorVersion_ = check.minorVersion;
+    data_ = file_.subspan(regf::kBaseBlockSize, check.dataSize);
+    rootOffset_ = Get32(file_.data() + regf::kBaseRootCell);
     return true;
   }
 
@@ -386,6 +365,41 @@ class Reader {
 };
 
 }  // namespace
+
+BaseBlockCheck CheckBaseBlock(std::span<const std::uint8_t> head, std::uint64_t fileSize) {
+  BaseBlockCheck check;
+  const auto fail = [&check](std::wstring reason, err::Win32Error code = err::kNotRegistryFile) {
+    check.error = code;
+    check.reason = std::move(reason);
+    return check;
+  };
+  if (fileSize == 0) return fail(L"the file is empty", err::kBadDb);
+  if (fileSize > kMaxFileSize) return fail(L"the file is larger than 4 GB", err::kBadDb);
+  if (fileSize < regf::kBaseBlockSize || head.size() < regf::kBaseBlockSize)
+    return fail(L"the base block is truncated");
+  const std::uint8_t* base = head.data();
+  if (base[0] != 'r' || base[1] != 'e' || base[2] != 'g' || base[3] != 'f') {
+    return fail(L"the file does not begin with the signature \"regf\"");
+  }
+  if (Get32(base + regf::kBaseChecksum) != regf::BaseBlockChecksum(base)) {
+    return fail(L"the base block checksum is wrong");
+  }
+  const std::uint32_t major = Get32(base + regf::kBaseMajor);
+  check.minorVersion = Get32(base + regf::kBaseMinor);
+  if (major != 1 || check.minorVersion < 3 || check.minorVersion > 6) {
+    return fail(Format(L"unsupported format version %u.%u", major, check.minorVersion));
+  }
+  if (Get32(base + regf::kBaseFileType) != 0) return fail(L"not a primary hive file");
+  check.dataSize = Get32(base + regf::kBaseDataSize);
+  if (check.dataSize == 0 || check.dataSize % regf::kBinAlignment != 0) {
+    return fail(Format(L"invalid hive bins data size 0x%08X", check.dataSize));
+  }
+  if (fileSize - regf::kBaseBlockSize < check.dataSize) {
+    return fail(
+        Format(L"the file is truncated: hive bins data of 0x%08X bytes announced", check.dataSize));
+  }
+  return check;
+}
 
 ReadResult ParseHive(std::span<const std::uint8_t> file) { return Reader(file).Run(); }
 

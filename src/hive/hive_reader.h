@@ -38,4 +38,16 @@ struct ReadResult {
 
 ReadResult ParseHive(std::span<const std::uint8_t> file);
 
+// The checks of a file's base block that ParseHive makes first, on its first bytes (`head`, at
+// least the 4096 of the base block for a valid one) and the file's size: empty or over 4 GB
+// (ERROR_BADDB), then truncated base block, signature, checksum, version 1.3 to 1.6, primary file
+// type, hive bins data size (ERROR_NOT_REGISTRY_FILE), each with ParseHive's reason.
+struct BaseBlockCheck {
+  err::Win32Error error = err::kSuccess;
+  std::wstring reason;
+  std::uint32_t minorVersion = 0;
+  std::uint32_t dataSize = 0;
+};
+BaseBlockCheck CheckBaseBlock(std::span<const std::uint8_t> head, std::uint64_t fileSize);
+
 }  // namespace tw::hive

@@ -12,14 +12,6 @@
 namespace tw {
 namespace {
 
-// True when `name` ends in ".V2", ".V5" or ".V6", compared case-insensitively.
-bool HasVersionSuffix(std::wstring_view name) {
-  if (name.size() < 3) return false;
-  const std::wstring_view tail = name.substr(name.size() - 3);
-  if (tail[0] != L'.' || (tail[1] != L'V' && tail[1] != L'v')) return false;
-  return tail[2] == L'2' || tail[2] == L'5' || tail[2] == L'6';
-}
-
 // How often, and how far apart, the creation of a locked marker is tried while another run holds
 // the fresh folder's lock for a look.
 constexpr int kMarkerLockAttempts = 40;
@@ -71,6 +63,22 @@ err::Win32Error CreateLockedMarker(MigrationContext& context, const std::wstring
   return error;
 }
 
+bool HasVersionSuffix(std::wstring_view name) {
+  if (name.size() < 3) return false;
+  const std::wstring_view tail = name.substr(name.size() - 3);
+  if (tail[0] != L'.' || (tail[1] != L'V' && tail[1] != L'v')) return false;
+  return tail[2] == L'2' || tail[2] == L'5' || tail[2] == L'6';
+}
+
+err::Win32Error TryTargetLock(FileSystem& files, const std::wstring& markerPath,
+                              UniqueFileHandle& lock) {
+  lock.reset();
+  FileHandle handle = kInvalidFileHandle;
+  const err::Win32Error locked = files.OpenLocked(markerPath, MarkerLockRequest(), handle);
+  if (locked == err::kSuccess) lock = UniqueFileHandle(files, handle);
+  return locked;
+}
+
 std::wstring MarkerPathOf(const std::wstring& targetPath) {
   return Format(L"%s\\%s", targetPath, kMarkerFileName);
 }
@@ -117,12 +125,10 @@ HResult CreateTargetProfileFolder(MigrationContext& context, const std::wstring&
       Log(L"The target profile path already exists: %s", targetPath);
       return hr::kAlreadyExists;
     }
-    FileHandle handle = kInvalidFileHandle;
-    const err::Win32Error locked =
-        context.files.OpenLocked(markerPath, MarkerLockRequest(), handle);
+    UniqueFileHandle lock;
+    const err::Win32Error locked = TryTargetLock(context.files, markerPath, lock);
     if (locked == err::kSuccess) {
       // The run that left the marker has ended.
-      UniqueFileHandle lock(context.files, handle);
       Log(L"The target profile contains an interrupted migration, rebuilding profile: %s",
           targetPath);
       DeleteLockedTarget(context, targetPath, lock);

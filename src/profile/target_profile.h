@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "base/hresult.h"
 #include "base/win32_error.h"
@@ -22,6 +23,18 @@ inline constexpr wchar_t kMarkerFileName[] = L"_qzk_mig_marker_";
 
 // Characters of DeleteFolderTree's double-zero buffer (1040 bytes): a path is cut to 519.
 inline constexpr std::size_t kDeleteBufferChars = 520;
+
+// True when `name` ends in ".V2", ".V5" or ".V6", compared case-insensitively: the suffix that
+// the target naming removes from a source folder's name.
+bool HasVersionSuffix(std::wstring_view name);
+
+// Tries the lock of a target's marker as a run does before it rebuilds the target: the marker
+// opened through FileSystem::OpenLocked (read access, backup semantics). kSuccess with `lock`
+// holding it: no live run has the target (the caller lets go of it by resetting `lock`);
+// kSharingViolation: a live run holds the target; kFileNotFound / kPathNotFound: no marker;
+// another error: the lock cannot be tried.
+err::Win32Error TryTargetLock(FileSystem& files, const std::wstring& markerPath,
+                              UniqueFileHandle& lock);
 
 // target\_qzk_mig_marker_.
 std::wstring MarkerPathOf(const std::wstring& targetPath);

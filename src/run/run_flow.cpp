@@ -31,28 +31,16 @@ bool IsVersionMode(std::int32_t source, std::int32_t target) {
          (source == 5 && target == 6);
 }
 
-// A source path whose last two characters (the whole path when shorter) name a profile version
-// is refused in the V1 to V2 mode and in the 6/6 selection, deliberately even when "/V6TOV6" was
-// given for a V6 source. Returns false after reporting the refusal.
+// Reports the refusal of a source path that names a profile version in the V1 to V2 mode and in
+// the 6/6 selection. Returns false after reporting it.
 bool AcceptSourceForV1Mode(const std::wstring& sourcePath, Console& console) {
-  struct Suffix {
-    const wchar_t* suffix;
-    const wchar_t* advice;
-  };
-  static constexpr Suffix kSuffixes[] = {
-      {L"V2", L"/V2toV5 or /V2toV6"}, {L"V5", L"/V5toV6"}, {L"V6", L"/V6toV6"}};
-  const std::wstring_view tail =
-      std::wstring_view(sourcePath).substr(sourcePath.size() < 2 ? 0 : sourcePath.size() - 2);
-  for (const Suffix& s : kSuffixes) {
-    if (CompareNoCaseCrt(tail, s.suffix) == 0) {
-      Report(console,
-             L"Source profile is %s. %s option must be specified for V2 to V5 or V2 to V6 "
-             L"or V5 to V6\r\n---------- Exiting tarnwick.exe (return -1) ----------",
-             s.suffix, s.advice);
-      return false;
-    }
-  }
-  return true;
+  const VersionSuffixAdvice* refused = RefusedSourceSuffixForV1Mode(sourcePath);
+  if (refused == nullptr) return true;
+  Report(console,
+         L"Source profile is %s. %s option must be specified for V2 to V5 or V2 to V6 "
+         L"or V5 to V6\r\n---------- Exiting tarnwick.exe (return -1) ----------",
+         refused->suffix, refused->advice);
+  return false;
 }
 
 // The mode and binding checks. Returns false after reporting why the run cannot go on.
@@ -87,6 +75,16 @@ bool CheckModeAndBinding(const MigrationSettings& settings, const RunServices& s
 }
 
 }  // namespace
+
+const VersionSuffixAdvice* RefusedSourceSuffixForV1Mode(std::wstring_view sourcePath) {
+  static constexpr VersionSuffixAdvice kSuffixes[] = {
+      {L"V2", L"/V2toV5 or /V2toV6"}, {L"V5", L"/V5toV6"}, {L"V6", L"/V6toV6"}};
+  const std::wstring_view tail = sourcePath.substr(sourcePath.size() < 2 ? 0 : sourcePath.size() - 2);
+  for (const VersionSuffixAdvice& s : kSuffixes) {
+    if (CompareNoCaseCrt(tail, s.suffix) == 0) return &s;
+  }
+  return nullptr;
+}
 
 int RunTarnwick(std::span<const std::wstring> args, RunServices& services) {
   Console& console = services.console;

@@ -7,6 +7,7 @@
 #include <functional>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "base/hresult.h"
 #include "platform/com_runtime.h"
@@ -39,6 +40,17 @@ struct RunServices {
 };
 
 // args are the process arguments, args[0] the program. Returns the exit value, 0 or -1.
+// A version suffix and the mode option a refused source is advised to use.
+struct VersionSuffixAdvice {
+  const wchar_t* suffix;  // "V2", "V5", "V6"
+  const wchar_t* advice;  // "/V2toV5 or /V2toV6", "/V5toV6", "/V6toV6"
+};
+
+// The V1 to V2 mode (and the 6/6 selection) refuses a source path whose last two characters (the
+// whole path when shorter) equal "V2", "V5" or "V6" without regard to case, deliberately even when
+// "/V6TOV6" was given for a V6 source: the suffix that matched, or null.
+const VersionSuffixAdvice* RefusedSourceSuffixForV1Mode(std::wstring_view sourcePath);
+
 int RunTarnwick(std::span<const std::wstring> args, RunServices& services);
 
 }  // namespace tw

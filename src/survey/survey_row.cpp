@@ -11,13 +11,27 @@ const TargetInfo* SurveyRow::TargetOf(Mode mode) const {
 }
 
 bool SurveyRow::WouldFail(Mode mode) const {
-  const TargetInfo* target = TargetOf(mode);
-  if (target == nullptr) return true;
-  if (!wouldFail.empty()) return true;
-  if (hive.state == HiveState::kCorrupt || hive.state == HiveState::kMissing ||
-      hive.state == HiveState::kDirtyWithoutLogs)
-    return true;
-  return target->state == TargetState::kFinished || target->state == TargetState::kLocked;
+  if (TargetOf(mode) == nullptr) return true;
+  return !Failures(mode).empty();
+}
+
+std::vector<std::wstring> SurveyRow::Failures(std::optional<Mode> only) const {
+  std::vector<std::wstring> failures;
+  if (kind == ProfileKind::kNone) return failures;
+  if (only && SourceKindOf(*only) != kind) return failures;
+  if (targets.empty() && wouldFail.empty()) return failures;
+  failures = wouldFail;
+  for (const TargetInfo& target : targets) {
+    if (only && target.mode != *only) continue;
+    if (target.state == TargetState::kFinished) {
+      failures.push_back(std::wstring(ModeName(target.mode)) + L": the target exists, finished: " +
+                         target.path);
+    } else if (target.state == TargetState::kLocked) {
+      failures.push_back(std::wstring(ModeName(target.mode)) +
+                         L": the target is locked by a live run: " + target.path);
+    }
+  }
+  return failures;
 }
 
 const wchar_t* KindName(ProfileKind kind) {

@@ -90,8 +90,13 @@ struct SurveyRow {
   // The target of `mode`, or null when this folder is not a source of that mode.
   const TargetInfo* TargetOf(Mode mode) const;
   // True when a run of `mode` on this folder would fail (a refused name, a corrupt or missing
-  // hive, a dirty hive without logs, a finished or locked target).
+  // hive, a finished or locked target). A dirty hive without usable logs is migrated as it
+  // stands (stale), which the row shows but does not count as a failure.
   bool WouldFail(Mode mode) const;
+  // Why runs on this folder would fail: the refusals of wouldFail, then for each target of
+  // `only` (every target when absent) that is finished or locked, a line naming it. Empty for a
+  // folder that is no profile, and for a V6 profile (no mode migrates it).
+  std::vector<std::wstring> Failures(std::optional<Mode> only) const;
 };
 
 // The whole survey.

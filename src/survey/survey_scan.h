@@ -10,6 +10,7 @@
 #include "base/win32_error.h"
 #include "platform/file_system.h"
 #include "platform/security_port.h"
+#include "platform/survey_port.h"
 #include "survey/survey_row.h"
 
 namespace tw::survey {
@@ -18,12 +19,13 @@ namespace tw::survey {
 struct SurveyServices {
   FileSystem& files;
   SecurityPort& security;
-  // The root under which the temporary profiles of runs are made (local Windows-form path), to
-  // find leftovers; empty: not looked for.
-  std::wstring temporaryProfileRoot;
+  SurveyPort& port;
   // The settings' target root folder (UNC), as tarnwick's /t: would give it; empty: targets lie
   // beside their sources.
   std::wstring targetRoot;
+  // Whether each clean profile's ntuser.dat is opened to find special folders redirected to UNC
+  // paths (the only look past a hive's base block).
+  bool readRedirects = true;
 };
 
 // Surveys the folders under sharePath (a UNC path of a share or of a parent folder), or
