@@ -101,10 +101,10 @@ int MakePlan(const BatchOptions& options, BatchMode mode, std::vector<PlannedPro
     return -1;
   }
   FileSystem& files = ProcessFileSystem();
-  plan = PlanProfiles(options.profiles, mode, options.targetRoot, [&files](const std::string& path) {
-    return files.PathExists(Utf8ToWide(path));
-  });
-  AddSourceSizes(services, plan);
+  plan = PlanProfiles(
+      options.profiles, mode, options.targetRoot,
+      [&files](const std::string& path) { return files.PathExists(Utf8ToWide(path)); });
+  AddSourceFacts(services, plan);
   return -1;
 }
 
@@ -148,7 +148,8 @@ int BatchMain(const std::vector<std::string>& arguments) {
   RunSettings settings;
   settings.mode = *survey::ModeFromName(Utf8ToWide(options.mode));
   settings.targetRoot = options.targetRoot;
-  settings.jobs = options.jobs != 0 ? options.jobs : std::max(1u, std::thread::hardware_concurrency());
+  settings.jobs =
+      options.jobs != 0 ? options.jobs : std::max(1u, std::thread::hardware_concurrency());
   settings.tarnwick = TarnwickProgram(options);
   std::error_code missing;
   if (!std::filesystem::is_regular_file(settings.tarnwick, missing)) {

@@ -7,7 +7,7 @@
 namespace tw::batch {
 
 // The exit values of the program.
-inline constexpr int kExitAllDone = 0;    // every profile migrated or skipped as finished
+inline constexpr int kExitAllDone = 0;     // every profile migrated or skipped as finished
 inline constexpr int kExitSomeFailed = 1;  // a profile failed, or was not started
 inline constexpr int kExitBadUsage = 2;    // bad command line, no tool to run, unreadable share
 

@@ -32,7 +32,8 @@ std::string ModeWord(BatchMode mode) { return WideToUtf8(survey::ModeName(mode))
 std::string TargetPathFor(std::string_view source, BatchMode mode, std::string_view targetRoot) {
   while (source.size() > 1 && source.back() == '\\') source.remove_suffix(1);
   const std::size_t separator = source.find_last_of('\\');
-  std::string_view name = separator == std::string_view::npos ? source : source.substr(separator + 1);
+  std::string_view name =
+      separator == std::string_view::npos ? source : source.substr(separator + 1);
   const std::string_view parent =
       separator == std::string_view::npos ? std::string_view() : source.substr(0, separator);
   if (name.size() >= 3) {

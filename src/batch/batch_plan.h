@@ -23,9 +23,12 @@ struct PlannedProfile {
   std::string source;  // the UNC path handed to the tool
   std::string target;  // the UNC path of the folder its run makes
   TargetState targetState = TargetState::kNone;
-  std::string duplicateOf;   // kDuplicate: the source that keeps the target
-  std::uint64_t bytes = 0;   // the source's size when known (progress), else 0
-  std::uint64_t files = 0;   // its file count when known
+  std::string duplicateOf;  // kDuplicate: the source that keeps the target
+  std::uint64_t bytes = 0;  // the source's size when known (progress), else 0
+  std::uint64_t files = 0;  // its file count when known
+  // The source folder's owner (SID string; "" when unknown). Two runs for profiles of one owner
+  // never run at once: each makes a temporary profile for that owner, and the second would fail.
+  std::string owner;
 };
 
 // Whether a UNC path names an existing file or folder (links are not followed).

@@ -81,8 +81,8 @@ std::string SummaryTable(const std::vector<PlannedProfile>& plan,
     if (run.outcome != Outcome::kMigrated && !run.cause.empty()) row += "  (" + run.cause + ")";
     table += row + "\n";
   }
-  table += "\n" + std::to_string(totals.profiles) + " profiles: " +
-           std::to_string(totals.migrated) + " migrated";
+  table += "\n" + std::to_string(totals.profiles) +
+           " profiles: " + std::to_string(totals.migrated) + " migrated";
   if (totals.migratedWithItemFailures > 0) {
     table += " (" + std::to_string(totals.migratedWithItemFailures) + " with " +
              std::to_string(totals.itemsNotCopied) + " items not copied)";
@@ -95,9 +95,8 @@ std::string SummaryTable(const std::vector<PlannedProfile>& plan,
   return table + "\n";
 }
 
-std::string ReportJson(const std::vector<PlannedProfile>& plan,
-                       const std::vector<ProfileRun>& runs, const BatchTotals& totals,
-                       const ReportContext& context) {
+std::string ReportJson(const std::vector<PlannedProfile>& plan, const std::vector<ProfileRun>& runs,
+                       const BatchTotals& totals, const ReportContext& context) {
   nlohmann::json profiles = nlohmann::json::array();
   for (std::size_t i = 0; i < runs.size(); ++i) {
     const PlannedProfile& profile = plan[i];

@@ -41,8 +41,7 @@ struct ReportContext {
 };
 
 // The JSON report (UTF-8 text, pretty-printed).
-std::string ReportJson(const std::vector<PlannedProfile>& plan,
-                       const std::vector<ProfileRun>& runs, const BatchTotals& totals,
-                       const ReportContext& context);
+std::string ReportJson(const std::vector<PlannedProfile>& plan, const std::vector<ProfileRun>& runs,
+                       const BatchTotals& totals, const ReportContext& context);
 
 }  // namespace tw::batch

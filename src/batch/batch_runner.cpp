@@ -1,9 +1,11 @@
 #include "batch/batch_runner.h"
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <map>
 #include <mutex>
+#include <set>
 #include <thread>
 
 namespace tw::batch {
@@ -16,6 +18,8 @@ struct Shared {
   unsigned active = 0;
   // Log entries of the runs going on, by the thread id their lines carry.
   std::map<std::uint32_t, std::vector<std::string>> logByThread;
+  // Owners of the source profiles of the runs going on.
+  std::set<std::string> busyOwners;
 };
 
 }  // namespace
@@ -29,7 +33,6 @@ std::vector<ProfileRun> BatchRunner::Run(const std::vector<PlannedProfile>& plan
                                          RunObserver& observer,
                                          const std::function<bool()>& stopRequested) {
   std::vector<ProfileRun> runs(plan.size());
-  std::vector<bool> started(plan.size(), false);
   Shared shared;
   std::vector<std::thread> workers;
 
@@ -61,27 +64,39 @@ std::vector<ProfileRun> BatchRunner::Run(const std::vector<PlannedProfile>& plan
     Judge(run);
     std::lock_guard<std::mutex> hold(shared.lock);
     observer.Finished(index, run);
+    shared.busyOwners.erase(plan[index].owner);
     --shared.active;
     shared.changed.notify_all();
   };
 
-  bool stopped = false;
+  // Runnable entries not started yet, in plan order; the others are told at once.
+  std::vector<std::size_t> pending;
   for (std::size_t index = 0; index < plan.size(); ++index) {
-    if (!IsRunnable(plan[index])) {
-      runs[index] = UnrunProfile(plan[index], false);
-      std::lock_guard<std::mutex> hold(shared.lock);
-      observer.Finished(index, runs[index]);
+    if (IsRunnable(plan[index])) {
+      pending.push_back(index);
       continue;
     }
-    std::unique_lock<std::mutex> hold(shared.lock);
-    while (!(stopped = stopRequested()) && shared.active >= settings_.jobs) {
+    runs[index] = UnrunProfile(plan[index], false);
+    std::lock_guard<std::mutex> hold(shared.lock);
+    observer.Finished(index, runs[index]);
+  }
+
+  bool stopped = false;
+  std::unique_lock<std::mutex> hold(shared.lock);
+  while (!pending.empty() && !(stopped = stopRequested())) {
+    // The first entry in order whose owner has no run going.
+    const auto next = std::find_if(pending.begin(), pending.end(), [&](std::size_t index) {
+      return shared.busyOwners.count(plan[index].owner) == 0;
+    });
+    if (shared.active >= settings_.jobs || next == pending.end()) {
       shared.changed.wait_for(hold, std::chrono::milliseconds(200));
       observer.Tick();
+      continue;
     }
-    if (stopped) break;
+    const std::size_t index = *next;
+    pending.erase(next);
     ProfileRun& run = runs[index];
     run.command = TarnwickArguments(plan[index].source, settings_.mode, settings_.targetRoot);
-    started[index] = true;
     const auto begin = std::chrono::steady_clock::now();
     // Started under the lock and its thread id claimed at once, so that no log read in between
     // drops the new run's first entries.
@@ -94,25 +109,21 @@ std::vector<ProfileRun> BatchRunner::Run(const std::vector<PlannedProfile>& plan
       continue;
     }
     shared.logByThread[child->LogThreadId()];
+    shared.busyOwners.insert(plan[index].owner);
     ++shared.active;
     workers.emplace_back(work, index, std::move(child), begin);
   }
-  {
-    std::unique_lock<std::mutex> hold(shared.lock);
-    while (shared.active > 0) {
-      shared.changed.wait_for(hold, std::chrono::milliseconds(200));
-      stopped = stopRequested() || stopped;  // asked again only to let it tell about interrupts
-      observer.Tick();
-    }
+  while (shared.active > 0) {
+    shared.changed.wait_for(hold, std::chrono::milliseconds(200));
+    stopped = stopRequested() || stopped;  // asked again only to let it tell about interrupts
+    observer.Tick();
   }
+  for (const std::size_t index : pending) {
+    runs[index] = UnrunProfile(plan[index], stopped);
+    observer.Finished(index, runs[index]);
+  }
+  hold.unlock();
   for (std::thread& worker : workers) worker.join();
-  for (std::size_t index = 0; index < plan.size(); ++index) {
-    if (IsRunnable(plan[index]) && !started[index]) {
-      runs[index] = UnrunProfile(plan[index], stopped);
-      std::lock_guard<std::mutex> hold(shared.lock);
-      observer.Finished(index, runs[index]);
-    }
-  }
   return runs;
 }
 

@@ -24,6 +24,10 @@ ItemKind ItemFailureKind(std::string_view message) {
       {"Failed to copy registry value to target hive (", ItemKind::kRegistry},
       {"Failed to open source registry key (", ItemKind::kRegistry},
   }};
+  // A key of the copied-key table that the source simply does not have is no loss.
+  if (StartsWith(message, "Failed to open source registry key (0x80070002)")) {
+    return ItemKind::kNone;
+  }
   for (const auto& [start, kind] : kStarts) {
     if (StartsWith(message, start)) {
       // "Failed getting security descriptor (0x%08X)" without a path is the hive's, not an item's.

@@ -51,7 +51,8 @@ void Judge(ProfileRun& run) {
   std::vector<LogEntry> entries;
   for (const std::string& message : run.log) entries.push_back(LogEntry{0, message});
   run.items = CountItemFailures(entries);
-  run.outcome = run.startError.empty() && run.exitValue == 0 ? Outcome::kMigrated : Outcome::kFailed;
+  run.outcome =
+      run.startError.empty() && run.exitValue == 0 ? Outcome::kMigrated : Outcome::kFailed;
   run.cause.clear();
   run.detail.clear();
   if (run.outcome == Outcome::kMigrated) return;

@@ -26,12 +26,12 @@ struct ProfileRun {
   Outcome outcome = Outcome::kNotStarted;
   std::vector<std::string> command;  // the arguments the tool got
   int exitValue = 0;
-  std::string startError;            // when the tool could not be started
-  std::string console;               // standard output and standard error, as bytes
-  std::vector<std::string> log;      // the run's own log messages, in order
+  std::string startError;        // when the tool could not be started
+  std::string console;           // standard output and standard error, as bytes
+  std::vector<std::string> log;  // the run's own log messages, in order
   ItemFailures items;
-  std::string cause;                 // why it failed (a console line), or ""
-  std::string detail;                // the first failure its log names beyond items, or ""
+  std::string cause;   // why it failed (a console line), or ""
+  std::string detail;  // the first failure its log names beyond items, or ""
   double seconds = 0;
 };
 

@@ -22,7 +22,8 @@ std::string DurationText(double seconds) {
   const long long total = seconds < 0 ? 0 : static_cast<long long>(seconds + 0.5);
   char text[32];
   if (total >= 3600) {
-    std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", total / 3600, total / 60 % 60, total % 60);
+    std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", total / 3600, total / 60 % 60,
+                  total % 60);
   } else {
     std::snprintf(text, sizeof text, "%lld:%02lld", total / 60, total % 60);
   }
@@ -30,13 +31,14 @@ std::string DurationText(double seconds) {
 }
 
 std::string LiveLine(const ProgressCounts& counts, double elapsedSeconds) {
-  std::string line = std::to_string(counts.done) + "/" + std::to_string(counts.total) +
-                     " done, " + std::to_string(counts.failed) + " failed";
+  std::string line = std::to_string(counts.done) + "/" + std::to_string(counts.total) + " done, " +
+                     std::to_string(counts.failed) + " failed";
   if (counts.skipped > 0) line += ", " + std::to_string(counts.skipped) + " skipped";
   line += ", " + ByteText(counts.bytesCopied) + " copied";
   if (elapsedSeconds > 0 && counts.bytesCopied > 0) {
-    line += ", " + ByteText(static_cast<std::uint64_t>(static_cast<double>(counts.bytesCopied) /
-                                                       elapsedSeconds)) +
+    line += ", " +
+            ByteText(static_cast<std::uint64_t>(static_cast<double>(counts.bytesCopied) /
+                                                elapsedSeconds)) +
             "/s";
   }
   double left = -1;

@@ -26,6 +26,7 @@ PlannedProfile FromSurveyRow(const survey::SurveyRow& row, BatchMode mode) {
   profile.source = WideToUtf8(row.path);
   profile.bytes = row.bytes;
   profile.files = row.files;
+  profile.owner = WideToUtf8(row.ownerSid);
   if (const survey::TargetInfo* target = row.TargetOf(mode); target != nullptr) {
     profile.target = WideToUtf8(target->path);
     profile.targetState = FromSurveyState(target->state);
@@ -46,11 +47,12 @@ err::Win32Error PlanShare(const survey::SurveyServices& services, const std::str
   return err::kSuccess;
 }
 
-void AddSourceSizes(const survey::SurveyServices& services, std::vector<PlannedProfile>& plan) {
+void AddSourceFacts(const survey::SurveyServices& services, std::vector<PlannedProfile>& plan) {
   for (PlannedProfile& profile : plan) {
     const survey::SurveyRow row = survey::SurveyFolder(services, Utf8ToWide(profile.source));
     profile.bytes = row.bytes;
     profile.files = row.files;
+    profile.owner = WideToUtf8(row.ownerSid);
   }
 }
 

@@ -19,8 +19,8 @@ PlannedProfile FromSurveyRow(const survey::SurveyRow& row, BatchMode mode);
 err::Win32Error PlanShare(const survey::SurveyServices& services, const std::string& share,
                           BatchMode mode, std::vector<PlannedProfile>& plan);
 
-// The bytes and file counts of the sources of `plan` (explicit profiles), from the survey of
-// each folder.
-void AddSourceSizes(const survey::SurveyServices& services, std::vector<PlannedProfile>& plan);
+// The bytes, file counts and owners of the sources of `plan` (explicit profiles), from the
+// survey of each folder.
+void AddSourceFacts(const survey::SurveyServices& services, std::vector<PlannedProfile>& plan);
 
 }  // namespace tw::batch

@@ -68,7 +68,8 @@ std::vector<std::vector<std::string>> FakeChildLauncher::Commands() const {
   return commands_;
 }
 
-void FakeChildLauncher::AppendLog(std::uint32_t threadId, const std::vector<std::string>& messages) {
+void FakeChildLauncher::AppendLog(std::uint32_t threadId,
+                                  const std::vector<std::string>& messages) {
   std::lock_guard<std::mutex> hold(lock_);
   std::ofstream out(log_, std::ios::binary | std::ios::app);
   for (const std::string& message : messages) {

@@ -102,8 +102,8 @@ class PosixLauncher : public ChildProcessLauncher {
     posix_spawnattr_setpgroup(&setup.attributes, 0);
     posix_spawnattr_setsigdefault(&setup.attributes, &defaults);
     posix_spawnattr_setsigmask(&setup.attributes, &none);
-    posix_spawnattr_setflags(&setup.attributes,
-                             POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+    posix_spawnattr_setflags(
+        &setup.attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
     posix_spawn_file_actions_addopen(&setup.actions, 0, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&setup.actions, pipeEnds[1], 1);
     posix_spawn_file_actions_adddup2(&setup.actions, pipeEnds[1], 2);
@@ -150,8 +150,7 @@ std::filesystem::path ProgramLogFile(const std::filesystem::path& program, bool 
   const char* variable = std::getenv(posix::kLogDirVariable);
   const std::string folder =
       posix::LogFolder(std::filesystem::weakly_canonical(program).parent_path().string(),
-                       variable == nullptr ? "" : variable,
-                       posix::BuildInstallDirs());
+                       variable == nullptr ? "" : variable, posix::BuildInstallDirs());
   const std::string name = program.stem().string() + (previous ? " (previous).log" : ".log");
   return std::filesystem::path(folder) / name;
 }

@@ -20,7 +20,8 @@ TEST(BatchModeTest, TargetLiesBesideTheSourceOrInTheTargetRoot) {
 }
 
 TEST(BatchModeTest, ArgumentsAreTheToolsOwnOptions) {
-  EXPECT_EQ(TarnwickArguments("\\\\fs\\p\\anna", BatchMode::kV1ToV2, ""), Args{"/s:\\\\fs\\p\\anna"});
+  EXPECT_EQ(TarnwickArguments("\\\\fs\\p\\anna", BatchMode::kV1ToV2, ""),
+            Args{"/s:\\\\fs\\p\\anna"});
   EXPECT_EQ(TarnwickArguments("\\\\fs\\p\\anna.V2", BatchMode::kV2ToV6, "\\\\fs\\t"),
             (Args{"/s:\\\\fs\\p\\anna.V2", "/t:\\\\fs\\t", "/V2TOV6"}));
   EXPECT_EQ(TarnwickArguments("x", BatchMode::kV2ToV5, "")[1], "/V2TOV5");

@@ -12,10 +12,9 @@ TEST(BatchPlanTest, ProbesTargetsAndMarksDuplicateTargets) {
   const std::set<std::string> existing = {"\\\\fs\\p\\done.V2", "\\\\fs\\p\\half.V2",
                                           "\\\\fs\\p\\half.V2\\_qzk_mig_marker_"};
   const PathProbe exists = [&](const std::string& path) { return existing.count(path) > 0; };
-  const std::vector<PlannedProfile> plan =
-      PlanProfiles({"\\\\fs\\p\\new", "\\\\fs\\p\\done", "\\\\fs\\p\\half", "\\\\fs\\p\\NEW",
-                    "\\\\fs\\q\\new"},
-                   BatchMode::kV1ToV2, "", exists);
+  const std::vector<PlannedProfile> plan = PlanProfiles(
+      {"\\\\fs\\p\\new", "\\\\fs\\p\\done", "\\\\fs\\p\\half", "\\\\fs\\p\\NEW", "\\\\fs\\q\\new"},
+      BatchMode::kV1ToV2, "", exists);
   ASSERT_EQ(plan.size(), 5u);
   EXPECT_EQ(plan[0].targetState, TargetState::kNone);
   EXPECT_EQ(plan[1].targetState, TargetState::kFinished);
@@ -30,9 +29,9 @@ TEST(BatchPlanTest, ProbesTargetsAndMarksDuplicateTargets) {
 }
 
 TEST(BatchPlanTest, OneTargetRootGathersSameNamesOfTwoShares) {
-  const std::vector<PlannedProfile> plan = PlanProfiles(
-      {"\\\\a\\p\\anna", "\\\\b\\p\\anna"}, BatchMode::kV1ToV2, "\\\\fs\\t",
-      [](const std::string&) { return false; });
+  const std::vector<PlannedProfile> plan =
+      PlanProfiles({"\\\\a\\p\\anna", "\\\\b\\p\\anna"}, BatchMode::kV1ToV2, "\\\\fs\\t",
+                   [](const std::string&) { return false; });
   EXPECT_EQ(plan[1].targetState, TargetState::kDuplicate);
 }
 

@@ -72,8 +72,9 @@ TEST(BatchReportTest, SummaryTableHasARowPerProfileAndTheTotals) {
 TEST(BatchReportTest, JsonReportNamesEachProfilesResultAndCause) {
   const Sample sample = MakeSample();
   RunSettings settings{"/opt/tarnwick", BatchMode::kV1ToV2, "", 4};
-  const nlohmann::json report = nlohmann::json::parse(ReportJson(
-      sample.plan, sample.runs, CountTotals(sample.plan, sample.runs), {settings, 1.5, true, false}));
+  const nlohmann::json report = nlohmann::json::parse(
+      ReportJson(sample.plan, sample.runs, CountTotals(sample.plan, sample.runs),
+                 {settings, 1.5, true, false}));
   EXPECT_EQ(report["mode"], "v1tov2");
   EXPECT_EQ(report["jobs"], 4);
   EXPECT_EQ(report["interrupted"], true);

@@ -30,6 +30,7 @@ std::vector<PlannedProfile> Plan(int count) {
     PlannedProfile profile;
     profile.source = "\\\\fs\\p\\user" + std::to_string(i);
     profile.target = profile.source + ".V2";
+    profile.owner = "S-1-5-21-1-2-3-" + std::to_string(1000 + i);
     plan.push_back(profile);
   }
   return plan;
@@ -69,12 +70,24 @@ TEST_F(BatchRunnerTest, RunsAtMostJobsAtOnceAndGivesEachRunItsOwnLogEntries) {
     const std::string& source = plan[i].source;
     EXPECT_EQ(runs[i].command, std::vector<std::string>{"/s:" + source});
     EXPECT_EQ(runs[i].console, source + "\r\n");
-    EXPECT_EQ(runs[i].log, (std::vector<std::string>{source + " one",
-                                                     "Failed migrating file (0x5): " + source + "\\f",
-                                                     source + " two"}));
+    EXPECT_EQ(runs[i].log, (std::vector<std::string>{
+                               source + " one", "Failed migrating file (0x5): " + source + "\\f",
+                               source + " two"}));
     EXPECT_EQ(runs[i].items.files, 1);
     EXPECT_EQ(runs[i].outcome, i == 3 ? Outcome::kFailed : Outcome::kMigrated) << i;
   }
+}
+
+TEST_F(BatchRunnerTest, ProfilesOfOneOwnerNeverRunAtOnce) {
+  FakeChildLauncher launcher(log, Script);
+  LogFollower follower(log, temp.path() / "old.log");
+  BatchRunner runner(launcher, follower, {"tarnwick", BatchMode::kV1ToV2, "", 4});
+  NullObserver observer;
+  std::vector<PlannedProfile> plan = Plan(5);
+  for (PlannedProfile& profile : plan) profile.owner = "S-1-5-21-1-2-3-1001";
+  runner.Run(plan, observer, [] { return false; });
+  EXPECT_EQ(launcher.MostAtOnce(), 1);
+  EXPECT_EQ(launcher.Commands().size(), 5u);
 }
 
 TEST_F(BatchRunnerTest, ProfilesWithoutARunAreNotStartedAndAFailedStartIsAFailure) {

@@ -14,7 +14,8 @@ TEST(ItemFailuresTest, CountsFilesFoldersAndRegistryItemsAndNothingElse) {
       {1, "Failed getting security descriptor (0x80070005): \\\\fs\\p\\a\\y"},
       {1, "Failed getting security descriptor (0x80070005)"},
       {1, "Failed to copy registry value to target hive (0x80070057): Name"},
-      {1, "Failed to open source registry key (0x80070002), skipping this key: Software\\X"},
+      {1, "Failed to open source registry key (0x80070005), skipping this key: Software\\X"},
+      {1, "Failed to open source registry key (0x80070002), skipping this key: Printers"},
       {1, "Failed migrating profile (0x800700B7): \\\\fs\\p\\a"},
       {1, "Migrating profile: \\\\fs\\p\\a"},
   };

@@ -42,7 +42,7 @@ TEST(ProfileRunTest, ARunThatCouldNotStartFailsWithThatReason) {
 }
 
 TEST(ProfileRunTest, ProfilesWithoutARunSayWhy) {
-  PlannedProfile finished{"\\\\fs\\p\\a", "\\\\fs\\p\\a.V2", TargetState::kFinished, "", 0, 0};
+  PlannedProfile finished{"\\\\fs\\p\\a", "\\\\fs\\p\\a.V2", TargetState::kFinished, "", 0, 0, ""};
   EXPECT_EQ(UnrunProfile(finished, false).outcome, Outcome::kSkippedFinished);
   PlannedProfile locked = finished;
   locked.targetState = TargetState::kLocked;
