@@ -20,6 +20,7 @@ set(generated ${PROJECT_BINARY_DIR}/packaging)
 
 if(WIN32)
   install(TARGETS tarnwick tarnwick-hive RUNTIME DESTINATION .)
+  install(TARGETS tarnwick-batch RUNTIME DESTINATION .)
   install(TARGETS offreg RUNTIME DESTINATION offreg-dll LIBRARY DESTINATION offreg-dll)
   configure_file(${packaging}/windows/README.txt ${generated}/README.txt @ONLY NEWLINE_STYLE CRLF)
   install(FILES ${generated}/README.txt DESTINATION .)
@@ -29,6 +30,8 @@ if(WIN32)
 else()
   install(TARGETS tarnwick RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
   install(TARGETS tarnwick-hive RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  # Beside tarnwick, which it runs.
+  install(TARGETS tarnwick-batch RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
   # The template is built beside the program (tools/default_profile).
   install(DIRECTORY $<TARGET_FILE_DIR:tarnwick>/default-profile/
           DESTINATION ${CMAKE_INSTALL_DATADIR}/tarnwick/default-profile)
@@ -36,7 +39,7 @@ else()
   # Man pages and Debian's changelog, gzip-compressed without a timestamp.
   set(TARNWICK_DATADIR ${CMAKE_INSTALL_FULL_DATADIR}/tarnwick)
   set(compressed)
-  foreach(page tarnwick.8 tarnwick-hive.1)
+  foreach(page tarnwick.8 tarnwick-hive.1 tarnwick-batch.8)
     configure_file(${packaging}/man/${page} ${generated}/${page} @ONLY)
     list(APPEND compressed ${page})
   endforeach()
@@ -53,6 +56,7 @@ else()
   endforeach()
   add_custom_target(tarnwick_packaging_files ALL DEPENDS ${outputs})
   install(FILES ${generated}/tarnwick.8.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+  install(FILES ${generated}/tarnwick-batch.8.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
   install(FILES ${generated}/tarnwick-hive.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 
   configure_file(${packaging}/debian/copyright ${generated}/copyright @ONLY)
