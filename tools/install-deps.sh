@@ -14,6 +14,7 @@ packages=(
   samba samba-vfs-modules smbclient winbind libwbclient-dev samba-dev python3-samba
   attr acl iproute2
   dpkg-dev fakeroot lintian man-db gzip unzip
+  nlohmann-json3-dev libcli11-dev
 )
 
 missing=()

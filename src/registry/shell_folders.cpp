@@ -36,8 +36,16 @@ std::wstring StringFromData(const std::uint8_t* data, OrDword size) {
   return text;
 }
 
-// ORGetValue of one "Shell Folders" value into the 520-byte buffer; false when it cannot be
-// read.
+void ReplaceAll(std::wstring& text, std::wstring_view from, std::wstring_view to) {
+  if (from.empty()) return;
+  for (std::size_t at = text.find(from); at != std::wstring::npos;
+       at = text.find(from, at + to.size())) {
+    text.replace(at, from.size(), to);
+  }
+}
+
+}  // namespace
+
 bool ReadShellFolder(const COffregWrapper& offreg, OrKey key, const std::wstring& name,
                      std::wstring& value) {
   std::uint8_t data[kDataLength] = {};
@@ -48,16 +56,6 @@ bool ReadShellFolder(const COffregWrapper& offreg, OrKey key, const std::wstring
   value = StringFromData(data, size);
   return true;
 }
-
-void ReplaceAll(std::wstring& text, std::wstring_view from, std::wstring_view to) {
-  if (from.empty()) return;
-  for (std::size_t at = text.find(from); at != std::wstring::npos;
-       at = text.find(from, at + to.size())) {
-    text.replace(at, from.size(), to);
-  }
-}
-
-}  // namespace
 
 HResult SyncUserShellFolders(MigrationContext& context, FolderMapping& mapping,
                              const std::wstring& profilePath, std::int32_t profileVersion,

@@ -30,6 +30,11 @@ inline constexpr wchar_t kShellFoldersKey[] =
 inline constexpr wchar_t kHiveOwnershipFailedFormat[] =
     L"Failed getting ownership of hive (0x%08): %s";
 
+// ORGetValue of one string value of the open `key` (a "Shell Folders" or "User Shell Folders"
+// key) into the fixed 520-byte buffer, as text up to its first zero; false when it cannot be read.
+bool ReadShellFolder(const COffregWrapper& offreg, OrKey key, const std::wstring& name,
+                     std::wstring& value);
+
 // Reads (writeMode false: the source profile) or fixes up (writeMode true: the target profile)
 // the "User Shell Folders" values of profilePath\ntuser.dat against `mapping`:
 // - read mode: each string value whose name is in the mapping becomes that row's source

@@ -22,8 +22,8 @@ struct NoCaseLess {
 };
 
 // What the walk of a folder's tree saw besides the row's counts: every file of the folder itself
-// and of the folder that holds the classes hive, with its size (by full path), and whether the
-// hive names were links.
+// and of the folder that holds the classes hive, with its size (by full path), and the links
+// among their entries.
 struct WalkFacts {
   std::map<std::wstring, std::uint64_t, NoCaseLess> files;
   std::map<std::wstring, bool, NoCaseLess> links;  // entries of the folder itself that are links
@@ -33,7 +33,8 @@ struct WalkFacts {
 // counts files and bytes into row, and records as the copy of the migration would meet them: names
 // that differ from an earlier one only in case (case_twins.h), items whose path or whose target
 // path (the same relative path below targetFolder) does not fit MAX_PATH, and folders that cannot
-// be listed. Links are never followed. keepFilesOf: the folders whose files go into facts.files.
+// be listed. Links are never followed. The files of folder itself and of classesFolder (the
+// folder of the classes hive) go into facts.files, their links into facts.links.
 void WalkProfileTree(FileSystem& files, const std::wstring& folder,
                      const std::wstring& targetFolder, const std::wstring& classesFolder,
                      SurveyRow& row, WalkFacts& facts);

@@ -1,5 +1,4 @@
 // Target states and redirected folders, by the run's own rules.
-#include <algorithm>
 #include <vector>
 
 #include "base/shell_path.h"
@@ -31,15 +30,8 @@ std::vector<std::wstring> RedirectedFoldersOf(COffregWrapper& offreg,
   OrKey key = nullptr;
   if (offreg.OROpenKey(hive, kUserShellFoldersKey, &key) == err::kSuccess) {
     for (const SpecialFolderRow& row : SpecialFolders()) {
-      std::vector<wchar_t> value(kMaxPath * 4, L'\0');
-      OrDword type = 0;
-      auto size = static_cast<OrDword>(value.size() * sizeof(wchar_t));
-      if (offreg.ORGetValue(key, nullptr, row.name.c_str(), &type, value.data(), &size) !=
-          err::kSuccess)
-        continue;
-      std::wstring location(value.data(),
-                            std::min<std::size_t>(size / sizeof(wchar_t), value.size()));
-      location.resize(std::min(location.size(), location.find(L'\0')));
+      std::wstring location;
+      if (!ReadShellFolder(offreg, key, row.name, location)) continue;
       // As the shell-folder fix-up decides: a UNC location is carried over, not copied.
       if (PathIsUNCW(location)) found.push_back(row.name + L"=" + location);
     }
