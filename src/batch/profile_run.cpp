@@ -1,5 +1,6 @@
 #include "batch/profile_run.h"
 
+#include <algorithm>
 #include <string_view>
 
 namespace tw::batch {
@@ -51,17 +52,27 @@ void Judge(ProfileRun& run) {
   std::vector<LogEntry> entries;
   for (const std::string& message : run.log) entries.push_back(LogEntry{0, message});
   run.items = CountItemFailures(entries);
-  run.outcome =
-      run.startError.empty() && run.exitValue == 0 ? Outcome::kMigrated : Outcome::kFailed;
   run.cause.clear();
   run.detail.clear();
+  // A run that found no profile at its path returns 0 all the same; for the batch that profile
+  // was not migrated.
+  const std::vector<std::string> lines = ConsoleLines(run.console);
+  const auto nothing = std::find_if(lines.begin(), lines.end(), [](const std::string& line) {
+    return StartsWith(line, "The source does not contain any profiles to migrate: ");
+  });
+  const bool succeeded = run.startError.empty() && run.exitValue == 0;
+  run.outcome = succeeded && nothing == lines.end() ? Outcome::kMigrated : Outcome::kFailed;
   if (run.outcome == Outcome::kMigrated) return;
+  if (succeeded) {
+    run.cause = *nothing;
+    return;
+  }
   if (!run.startError.empty()) {
     run.cause = run.startError;
     return;
   }
   // The profile's own failure line comes last among the lines that are not routine.
-  for (const std::string& line : ConsoleLines(run.console)) {
+  for (const std::string& line : lines) {
     if (!IsRoutineLine(line)) run.cause = line;
   }
   if (run.cause.empty()) run.cause = "exit value " + std::to_string(run.exitValue);

@@ -33,6 +33,18 @@ TEST(ProfileRunTest, TheCauseIsTheProfilesFailureLineAndTheDetailTheLogsFirstFai
   EXPECT_EQ(run.detail, "Failed to open registry hive (0x80070005): \\\\fs\\p\\bob\\ntuser.dat");
 }
 
+TEST(ProfileRunTest, ARunThatFoundNoProfileFailsAlthoughItReturnedZero) {
+  ProfileRun run;
+  run.exitValue = 0;
+  run.console =
+      "---------- Starting tarnwick.exe ----------\r\n"
+      "---------- Exiting tarnwick.exe (return 0) ----------\r\n"
+      "The source does not contain any profiles to migrate: \\\\fs\\p\\nobody\r\n\r\n";
+  Judge(run);
+  EXPECT_EQ(run.outcome, Outcome::kFailed);
+  EXPECT_EQ(run.cause, "The source does not contain any profiles to migrate: \\\\fs\\p\\nobody");
+}
+
 TEST(ProfileRunTest, ARunThatCouldNotStartFailsWithThatReason) {
   ProfileRun run;
   run.startError = "cannot start /x/tarnwick: No such file or directory";
