@@ -1,8 +1,10 @@
 #include "batch/batch_app.h"
 
 #include <CLI/CLI.hpp>
+#include <cctype>
 #include <cstdio>
 #include <fstream>
+#include <optional>
 #include <thread>
 
 #include "base/text_encoding.h"
@@ -146,7 +148,14 @@ int BatchMain(const std::vector<std::string>& arguments) {
   BatchOptions options;
   if (const int exitValue = ParseOptions(arguments, options); exitValue >= 0) return exitValue;
   RunSettings settings;
-  settings.mode = *survey::ModeFromName(Utf8ToWide(options.mode));
+  std::string modeWord = options.mode;
+  for (char& c : modeWord) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  const std::optional<BatchMode> mode = survey::ModeFromName(Utf8ToWide(modeWord));
+  if (!mode) {
+    PrintError("unknown mode " + options.mode + " (see --help)");
+    return kExitBadUsage;
+  }
+  settings.mode = *mode;
   settings.targetRoot = options.targetRoot;
   settings.jobs =
       options.jobs != 0 ? options.jobs : std::max(1u, std::thread::hardware_concurrency());

@@ -136,6 +136,10 @@ TEST_F(BatchE2eTest, FinishedTargetsAreSkippedNotFailedAndDryRunRunsNothing) {
   share_.AddV1Profile("bert");
   testing::WriteText(share_.share() / "anna.V2" / "mine.txt", "finished before");
 
+  const ProcessResult upper =
+      Batch({"--dry-run", "--mode", "V2TOV6", "--target", E2eShare::kTargets, Profile("x.V2")});
+  EXPECT_EQ(upper.output, (share_.root() / "bin" / "tarnwick").string() +
+                              " /s:\\\\fs\\profiles\\x.V2 /t:\\\\fs\\targets /V2TOV6\n");
   const ProcessResult dry = Batch({"--dry-run", Profile("anna"), Profile("bert")});
   EXPECT_EQ(dry.exitStatus, 0) << dry.errors;
   EXPECT_EQ(dry.output,
