@@ -298,5 +298,43 @@ run_both "failed profile" '/s:\\sample\profiles\gina'
 check "failed profile: exit value" 255 "$wine_status"
 check "failed profile: target deleted" "" "$(ls -d "$wine_share/gina.V2" 2>/dev/null)"
 
+echo "== tarnwick-batch.exe runs tarnwick.exe beside it, two at a time"
+# ivy and jill (copies of bob and alice, so of two owners) through the batch on both builds: the
+# same targets, and each Windows run's own log lines found by its main thread's id.
+batch_exe=$mingw/src/tarnwick-batch.exe
+if [ -f "$batch_exe" ] && [ -x "$linux/src/tarnwick-batch" ]; then
+  cp "$batch_exe" "$work/app/"
+  cp "$linux/src/tarnwick-batch" "$work/linux-app/"
+  for share in "$linux_share" "$wine_share"; do
+    cp -a "$share/bob" "$share/ivy"
+    cp -a "$share/alice" "$share/jill"
+  done
+  linux_batch=$(cd "$work" && TARNWICK_SHARES="$work/linux-sample/shares.conf" \
+    TARNWICK_PROFILE_ROOT="$work/linux-profiles" "$work/linux-app/tarnwick-batch" --jobs 2 \
+    '\\sample\profiles\ivy' '\\sample\profiles\jill' 2>&1)
+  linux_batch_status=$?
+  wine_report="Z:$(printf '%s' "$work/batch.json" | tr '/' '\\')"
+  wine_batch=$(cd "$work" && "$wine" "$work/app/tarnwick-batch.exe" --jobs 2 --report \
+    "$wine_report" '\\sample\profiles\ivy' '\\sample\profiles\jill' 2>/dev/null)
+  wine_batch_status=$?
+  check "batch: exit value 0 (Linux)" 0 "$linux_batch_status"
+  check "batch: exit value 0" 0 "$wine_batch_status"
+  contains "batch: both migrated" "$wine_batch" "2 profiles: 2 migrated"
+  for name in ivy jill; do
+    check "batch: $name.V2 as on Linux" "$(listing "$linux_share/$name.V2")" \
+      "$(listing "$wine_share/$name.V2")"
+  done
+  # Per run: it has log lines, and none of them names the other profile.
+  report_logs=$("$python" -c 'import json, sys
+r = json.load(open(sys.argv[1]))
+names = [p["source"].split("\\")[-1] for p in r["profiles"]]
+print(" ".join(str(bool(p["log"]) and not any(other in m for m in p["log"] for other in names
+                                               if other != name))
+               for p, name in zip(r["profiles"], names)))' "$work/batch.json" 2>&1)
+  check "batch: each run's own log lines in the report" "True True" "$report_logs"
+else
+  fail "batch: tarnwick-batch.exe or the Linux tarnwick-batch not built"
+fi
+
 echo "$passed passed, $failed failed"
 [ "$failed" -eq 0 ]
