@@ -1,7 +1,7 @@
-// The child process port on Windows: CreateProcessW with CREATE_NEW_PROCESS_GROUP (a console's
-// Ctrl-C then reaches only the parent), one anonymous pipe for standard output and standard error,
-// the NUL device as standard input. The process handle stays open until the object is destroyed,
-// so the child's ids are not reused before.
+// The child process port on Windows: CreateProcessW with CREATE_NEW_PROCESS_GROUP and
+// CREATE_NO_WINDOW (a console's Ctrl-C and Ctrl-Break then reach only the parent), one anonymous
+// pipe for standard output and standard error, the NUL device as standard input. The process handle
+// stays open until the object is destroyed, so the child's ids are not reused before.
 #include <atomic>
 #include <mutex>
 
@@ -116,9 +116,11 @@ class Win32Launcher : public ChildProcessLauncher {
     startup.hStdOutput = writeEnd;
     startup.hStdError = writeEnd;
     PROCESS_INFORMATION information{};
-    const BOOL started =
-        ::CreateProcessW(file.c_str(), commandLine.data(), nullptr, nullptr, TRUE,
-                         CREATE_NEW_PROCESS_GROUP, nullptr, nullptr, &startup, &information);
+    // A group of its own (Ctrl-C is off in it) and a console of its own that no window shows, so
+    // that neither Ctrl-C nor Ctrl-Break typed in the batch's console reaches the run.
+    const BOOL started = ::CreateProcessW(file.c_str(), commandLine.data(), nullptr, nullptr, TRUE,
+                                          CREATE_NEW_PROCESS_GROUP | CREATE_NO_WINDOW, nullptr,
+                                          nullptr, &startup, &information);
     if (!started) error = LastErrorText("CreateProcessW");
     ::CloseHandle(writeEnd);
     if (input != INVALID_HANDLE_VALUE) ::CloseHandle(input);
