@@ -79,7 +79,8 @@ bool CheckModeAndBinding(const MigrationSettings& settings, const RunServices& s
 const VersionSuffixAdvice* RefusedSourceSuffixForV1Mode(std::wstring_view sourcePath) {
   static constexpr VersionSuffixAdvice kSuffixes[] = {
       {L"V2", L"/V2toV5 or /V2toV6"}, {L"V5", L"/V5toV6"}, {L"V6", L"/V6toV6"}};
-  const std::wstring_view tail = sourcePath.substr(sourcePath.size() < 2 ? 0 : sourcePath.size() - 2);
+  const std::wstring_view tail =
+      sourcePath.substr(sourcePath.size() < 2 ? 0 : sourcePath.size() - 2);
   for (const VersionSuffixAdvice& s : kSuffixes) {
     if (CompareNoCaseCrt(tail, s.suffix) == 0) return &s;
   }

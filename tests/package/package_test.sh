@@ -41,6 +41,7 @@ fi
 echo "== content"
 dpkg-deb -x "$deb" "$work/x"
 for path in usr/sbin/tarnwick usr/bin/tarnwick-hive usr/share/man/man8/tarnwick.8.gz \
+            usr/sbin/tarnwick-survey usr/share/man/man8/tarnwick-survey.8.gz \
             usr/share/man/man1/tarnwick-hive.1.gz usr/share/doc/tarnwick/copyright \
             usr/share/doc/tarnwick/changelog.gz usr/share/doc/tarnwick/README.md \
             usr/share/tarnwick/default-profile/ntuser.dat etc/tarnwick/shares.conf.example; do
@@ -64,8 +65,10 @@ apt-get install -y -q "$deb" >/dev/null
 [ -x /usr/sbin/tarnwick ] || fail "no /usr/sbin/tarnwick after installing"
 /usr/sbin/tarnwick /help > "$work/help.txt" || true
 grep -q "/takeownership" "$work/help.txt" || fail "tarnwick /help printed no usage text"
+/usr/sbin/tarnwick-survey --help | grep -q -- "--json" || fail "tarnwick-survey --help printed no usage"
+/usr/sbin/tarnwick-batch --help | grep -q -- "--jobs" || fail "tarnwick-batch --help printed no usage"
 for page in /usr/share/man/man8/tarnwick.8.gz /usr/share/man/man1/tarnwick-hive.1.gz \
-            /usr/share/man/man8/tarnwick-batch.8.gz; do
+            /usr/share/man/man8/tarnwick-survey.8.gz /usr/share/man/man8/tarnwick-batch.8.gz; do
   warnings=$(LC_ALL=C.UTF-8 MANWIDTH=80 man --warnings -l "$page" 2>&1 >/dev/null || true)
   [ -z "$warnings" ] || fail "man -l $page: $warnings"
   LC_ALL=C.UTF-8 MANWIDTH=80 man -l "$page" | grep -q "SYNOPSIS" || fail "man -l $page shows no page"

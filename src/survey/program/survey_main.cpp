@@ -49,28 +49,36 @@ void LoadShares() {
 #endif
 }
 
-int Run(std::vector<std::string> args) {
+// The command line, as given.
+struct Options {
+  std::string share;
+  std::string mode;
+  std::string targetRoot;
+  bool json = false;
+  bool csv = false;
+  bool baseBlocksOnly = false;
+};
+
+// Parses args into options; returns an exit value when the program is to end at once (help,
+// usage error), else nothing.
+std::optional<int> ParseOptions(std::vector<std::string> args, Options& options) {
   CLI::App app{
       "Lists the folders of a share (or of a parent folder) of Windows user profiles: kind, "
       "owner, size, hive states, the target each migration mode would build and its state, and "
       "what a migration would lose or refuse. Changes nothing.",
       "tarnwick-survey"};
-  std::string share;
-  std::string modeName;
-  std::string targetRoot;
-  bool json = false;
-  bool csv = false;
-  bool baseBlocksOnly = false;
-  app.add_option("share", share, "The share or parent folder, as a UNC path (\\\\server\\share)")
+  app.add_option("share", options.share,
+                 "The share or parent folder, as a UNC path (\\\\server\\share)")
       ->required();
-  auto* jsonFlag = app.add_flag("--json", json, "Write a JSON object to standard output");
-  app.add_flag("--csv", csv, "Write the rows as CSV to standard output")->excludes(jsonFlag);
-  app.add_option("--mode", modeName, "Show only this mode's profiles and targets")
+  auto* jsonFlag = app.add_flag("--json", options.json, "Write a JSON object to standard output");
+  app.add_flag("--csv", options.csv, "Write the rows as CSV to standard output")
+      ->excludes(jsonFlag);
+  app.add_option("--mode", options.mode, "Show only this mode's profiles and targets")
       ->check(CLI::IsMember({"v1tov2", "v2tov5", "v2tov6", "v5tov6"}));
-  app.add_option("--target", targetRoot,
+  app.add_option("--target", options.targetRoot,
                  "The target root folder (UNC) as tarnwick's /t: gives it; default: beside "
                  "each source");
-  app.add_flag("--base-blocks-only", baseBlocksOnly,
+  app.add_flag("--base-blocks-only", options.baseBlocksOnly,
                "Read hives by their base blocks only (redirected folders are not looked for)");
   std::reverse(args.begin(), args.end());
   args.pop_back();  // the program's name
@@ -80,32 +88,38 @@ int Run(std::vector<std::string> args) {
     const int code = app.exit(error);
     return code == 0 ? kExitNothingFails : kExitUsage;
   }
+  return std::nullopt;
+}
 
-  const std::wstring sharePath = tw::Utf8ToWide(share);
+int Run(std::vector<std::string> args) {
+  Options options;
+  if (const std::optional<int> exit = ParseOptions(std::move(args), options)) return *exit;
+  const std::wstring sharePath = tw::Utf8ToWide(options.share);
   if (!tw::PathIsUNCW(sharePath)) {
-    Complain("the share must be given as a UNC path (\\\\server\\share\\folder): " + share);
+    Complain("the share must be given as a UNC path (\\\\server\\share\\folder): " + options.share);
     return kExitUsage;
   }
   std::optional<tw::survey::Mode> mode;
-  if (!modeName.empty()) mode = tw::survey::ModeFromName(tw::Utf8ToWide(modeName));
-  const std::wstring target = tw::Utf8ToWide(targetRoot);
+  if (!options.mode.empty()) mode = tw::survey::ModeFromName(tw::Utf8ToWide(options.mode));
+  const std::wstring target = tw::Utf8ToWide(options.targetRoot);
   if (!target.empty() && !tw::PathIsUNCW(target)) {
-    Complain("the target root must be a UNC path: " + targetRoot);
+    Complain("the target root must be a UNC path: " + options.targetRoot);
     return kExitUsage;
   }
 
   LoadShares();
   const tw::survey::SurveyServices services{tw::ProcessFileSystem(), tw::ProcessSecurityPort(),
-                                            tw::ProcessSurveyPort(), target, !baseBlocksOnly};
+                                            tw::ProcessSurveyPort(), target,
+                                            !options.baseBlocksOnly};
   tw::survey::SurveyResult result;
   const tw::err::Win32Error error = tw::survey::SurveyShare(services, sharePath, result);
   if (error != tw::err::kSuccess) {
-    Complain("cannot read " + share + " (error " + std::to_string(error) + ")");
+    Complain("cannot read " + options.share + " (error " + std::to_string(error) + ")");
     return kExitUsage;
   }
-  if (json) {
+  if (options.json) {
     Write(tw::survey::SurveyJson(result, mode));
-  } else if (csv) {
+  } else if (options.csv) {
     Write(tw::survey::SurveyCsv(result, mode));
   } else {
     Write(tw::survey::SurveyText(result, mode));

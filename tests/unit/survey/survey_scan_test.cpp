@@ -145,7 +145,8 @@ TEST_F(SurveyScanTest, LossesAndRefusals) {
   // The folder that cannot be listed, and (the fake holds no descriptor) the profile's owner.
   ASSERT_EQ(anna.unreadable.size(), 2u);
   EXPECT_EQ(anna.unreadable[0], L"\\\\srv\\profiles\\anna\\Docs (error 5)");
-  EXPECT_EQ(anna.unreadable[1].rfind(L"\\\\srv\\profiles\\anna (owner and access list, error ", 0), 0u);
+  EXPECT_EQ(anna.unreadable[1].rfind(L"\\\\srv\\profiles\\anna (owner and access list, error ", 0),
+            0u);
   EXPECT_EQ(anna.longPaths.size(), 1u);
   EXPECT_EQ(Row(result, L"bertV5").Failures(std::nullopt).at(0),
             L"the name ends in V5, which the default mode refuses (/V5toV6 is needed)");
