@@ -86,8 +86,10 @@ std::filesystem::path TarnwickProgram(const BatchOptions& options) {
 }
 
 survey::SurveyServices SurveyServicesFor(const BatchOptions& options) {
-  // Sizes and target states only: the hives' redirected folders do not matter to a run.
-  return survey::SurveyServices{ProcessFileSystem(), ProcessSecurityPort(), ProcessSurveyPort(),
+  // Sizes, owners and target states only: the hives' redirected folders, account names and
+  // leftover temporary profiles do not matter to a run.
+  static PlanningSurveyPort port(ProcessSurveyPort());
+  return survey::SurveyServices{ProcessFileSystem(), ProcessSecurityPort(), port,
                                 Utf8ToWide(options.targetRoot), false};
 }
 

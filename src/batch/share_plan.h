@@ -7,9 +7,27 @@
 
 #include "base/win32_error.h"
 #include "batch/batch_plan.h"
+#include "platform/survey_port.h"
 #include "survey/survey_scan.h"
 
 namespace tw::batch {
+
+// The survey port as the batch needs it: file heads through `base`, but no account names and no
+// temporary-profile look-ups (a run needs neither, and naming accounts can wait on a directory
+// service for every profile).
+class PlanningSurveyPort : public SurveyPort {
+ public:
+  explicit PlanningSurveyPort(SurveyPort& base) : base_(base) {}
+  err::Win32Error ReadFileHead(std::wstring_view path, std::size_t count,
+                               std::vector<std::uint8_t>& bytes) override {
+    return base_.ReadFileHead(path, count, bytes);
+  }
+  std::wstring AccountNameOf(const security::Sid&) override { return std::wstring(); }
+  std::wstring TemporaryProfileOf(const security::Sid&) override { return std::wstring(); }
+
+ private:
+  SurveyPort& base_;
+};
 
 // The plan entry of a surveyed source folder of `mode`.
 PlannedProfile FromSurveyRow(const survey::SurveyRow& row, BatchMode mode);

@@ -318,6 +318,7 @@ if [ -f "$batch_exe" ] && [ -x "$linux/src/tarnwick-batch" ]; then
     "$wine_report" '\\sample\profiles\ivy' '\\sample\profiles\jill' 2>/dev/null)
   wine_batch_status=$?
   check "batch: exit value 0 (Linux)" 0 "$linux_batch_status"
+  contains "batch: both migrated (Linux)" "$linux_batch" "2 profiles: 2 migrated"
   check "batch: exit value 0" 0 "$wine_batch_status"
   contains "batch: both migrated" "$wine_batch" "2 profiles: 2 migrated"
   for name in ivy jill; do
