@@ -276,28 +276,6 @@ contains "manifest: asInvoker" "$manifest" 'level="asInvoker"'
 contains "manifest: Windows 7 supported" "$manifest" '{35138b9a-5d96-4fbd-8e2d-a2440225f93a}'
 contains "manifest: Windows 10 and 11 supported" "$manifest" '{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}'
 
-echo "== one run per target: an interrupted target is rebuilt, a failed one deleted"
-# hank.V2 carries the marker of a run that has ended (nothing holds it); gina's hive is not a hive,
-# so her migration fails after the target was made and marked, and the target, whose marker the
-# run holds open, is deleted again.
-for share in "$linux_share" "$wine_share"; do
-  cp -a "$share/bob" "$share/hank"
-  mkdir -p "$share/hank.V2"
-  : >"$share/hank.V2/_qzk_mig_marker_"
-  echo half >"$share/hank.V2/half.txt"
-  cp -a "$share/alice" "$share/gina"
-  printf 'not a hive' >"$share/gina/ntuser.dat"
-done
-run_both "interrupted target" '/s:\\sample\profiles\hank'
-check "interrupted target: exit value 0" 0 "$wine_status"
-check "interrupted target: rebuilt" "$(listing "$linux_share/hank.V2")" \
-  "$(listing "$wine_share/hank.V2")"
-check "interrupted target: no marker, nothing of before" "" \
-  "$(ls "$wine_share/hank.V2/_qzk_mig_marker_" "$wine_share/hank.V2/half.txt" 2>/dev/null)"
-run_both "failed profile" '/s:\\sample\profiles\gina'
-check "failed profile: exit value" 255 "$wine_status"
-check "failed profile: target deleted" "" "$(ls -d "$wine_share/gina.V2" 2>/dev/null)"
-
 echo "== tarnwick-batch.exe runs tarnwick.exe beside it, two at a time"
 # ivy and jill (copies of bob and alice, so of two owners) through the batch on both builds: the
 # same targets, and each Windows run's own log lines found by its main thread's id.
@@ -336,6 +314,28 @@ print(" ".join(str(bool(p["log"]) and not any(other in m for m in p["log"] for o
 else
   fail "batch: tarnwick-batch.exe or the Linux tarnwick-batch not built"
 fi
+
+echo "== one run per target: an interrupted target is rebuilt, a failed one deleted"
+# hank.V2 carries the marker of a run that has ended (nothing holds it); gina's hive is not a hive,
+# so her migration fails after the target was made and marked, and the target, whose marker the
+# run holds open, is deleted again.
+for share in "$linux_share" "$wine_share"; do
+  cp -a "$share/bob" "$share/hank"
+  mkdir -p "$share/hank.V2"
+  : >"$share/hank.V2/_qzk_mig_marker_"
+  echo half >"$share/hank.V2/half.txt"
+  cp -a "$share/alice" "$share/gina"
+  printf 'not a hive' >"$share/gina/ntuser.dat"
+done
+run_both "interrupted target" '/s:\\sample\profiles\hank'
+check "interrupted target: exit value 0" 0 "$wine_status"
+check "interrupted target: rebuilt" "$(listing "$linux_share/hank.V2")" \
+  "$(listing "$wine_share/hank.V2")"
+check "interrupted target: no marker, nothing of before" "" \
+  "$(ls "$wine_share/hank.V2/_qzk_mig_marker_" "$wine_share/hank.V2/half.txt" 2>/dev/null)"
+run_both "failed profile" '/s:\\sample\profiles\gina'
+check "failed profile: exit value" 255 "$wine_status"
+check "failed profile: target deleted" "" "$(ls -d "$wine_share/gina.V2" 2>/dev/null)"
 
 echo "$passed passed, $failed failed"
 [ "$failed" -eq 0 ]

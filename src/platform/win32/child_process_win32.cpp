@@ -1,5 +1,5 @@
 // The child process port on Windows: CreateProcessW with CREATE_NEW_PROCESS_GROUP and
-// CREATE_NO_WINDOW (a console's Ctrl-C and Ctrl-Break then reach only the parent), one anonymous
+// DETACHED_PROCESS (a console's Ctrl-C and Ctrl-Break then reach only the parent), one anonymous
 // pipe for standard output and standard error, the NUL device as standard input. The process handle
 // stays open until the object is destroyed, so the child's ids are not reused before.
 #include <atomic>
@@ -53,13 +53,25 @@ class Win32Child : public ChildProcess {
     ::CloseHandle(process_);
   }
 
+  // Takes what the pipe holds, and once the child has exited what is left; the end of the pipe
+  // is not waited for, since a process the child started may have inherited its write end.
   bool ReadOutput(std::string& output) override {
     if (output_ == nullptr) return false;
-    char buffer[16384];
-    DWORD count = 0;
-    if (::ReadFile(output_, buffer, sizeof buffer, &count, nullptr) && count > 0) {
-      output.append(buffer, count);
-      return true;
+    for (;;) {
+      const bool exited = ::WaitForSingleObject(process_, 0) == WAIT_OBJECT_0;
+      DWORD available = 0;
+      if (!::PeekNamedPipe(output_, nullptr, 0, nullptr, &available, nullptr)) available = 0;
+      if (available > 0) {
+        char buffer[16384];
+        DWORD count = 0;
+        const DWORD wanted = available < sizeof buffer ? available : DWORD{sizeof buffer};
+        if (::ReadFile(output_, buffer, wanted, &count, nullptr) && count > 0) {
+          output.append(buffer, count);
+          return true;
+        }
+      }
+      if (exited) break;
+      ::WaitForSingleObject(process_, 50);
     }
     ::CloseHandle(output_);
     output_ = nullptr;
@@ -116,10 +128,10 @@ class Win32Launcher : public ChildProcessLauncher {
     startup.hStdOutput = writeEnd;
     startup.hStdError = writeEnd;
     PROCESS_INFORMATION information{};
-    // A group of its own (Ctrl-C is off in it) and a console of its own that no window shows, so
-    // that neither Ctrl-C nor Ctrl-Break typed in the batch's console reaches the run.
+    // A group of its own and no console at all (its output goes to the pipe), so that neither
+    // Ctrl-C nor Ctrl-Break typed in the batch's console reaches the run.
     const BOOL started = ::CreateProcessW(file.c_str(), commandLine.data(), nullptr, nullptr, TRUE,
-                                          CREATE_NEW_PROCESS_GROUP | CREATE_NO_WINDOW, nullptr,
+                                          CREATE_NEW_PROCESS_GROUP | DETACHED_PROCESS, nullptr,
                                           nullptr, &startup, &information);
     if (!started) error = LastErrorText("CreateProcessW");
     ::CloseHandle(writeEnd);
