@@ -1,7 +1,8 @@
 # What `cmake --install` installs, and the packages CPack makes of it.
 #
 # Linux (GNUInstallDirs below the install prefix, /etc and /var absolute, as FHS wants them for
-# any prefix): tarnwick and tarnwick-survey in sbin/ (administrators' tools), tarnwick-hive in bin/, the default
+# any prefix): tarnwick, tarnwick-survey and tarnwick-batch in sbin/ (administrators' tools),
+# tarnwick-hive in bin/, the default
 # profile template in share/tarnwick/default-profile, README and docs in share/doc/tarnwick, man
 # pages tarnwick(8) and tarnwick-hive(1) (gzip-compressed), the example share map
 # /etc/tarnwick/shares.conf.example and the log folder /var/log/tarnwick (mode 0750). The
@@ -21,6 +22,7 @@ set(generated ${PROJECT_BINARY_DIR}/packaging)
 if(WIN32)
   install(TARGETS tarnwick tarnwick-hive RUNTIME DESTINATION .)
   install(TARGETS tarnwick-survey RUNTIME DESTINATION .)
+  install(TARGETS tarnwick-batch RUNTIME DESTINATION .)
   install(TARGETS offreg RUNTIME DESTINATION offreg-dll LIBRARY DESTINATION offreg-dll)
   configure_file(${packaging}/windows/README.txt ${generated}/README.txt @ONLY NEWLINE_STYLE CRLF)
   install(FILES ${generated}/README.txt DESTINATION .)
@@ -31,6 +33,8 @@ else()
   install(TARGETS tarnwick RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
   install(TARGETS tarnwick-survey RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
   install(TARGETS tarnwick-hive RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  # Beside tarnwick, which it runs.
+  install(TARGETS tarnwick-batch RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
   # The template is built beside the program (tools/default_profile).
   install(DIRECTORY $<TARGET_FILE_DIR:tarnwick>/default-profile/
           DESTINATION ${CMAKE_INSTALL_DATADIR}/tarnwick/default-profile)
@@ -38,7 +42,7 @@ else()
   # Man pages and Debian's changelog, gzip-compressed without a timestamp.
   set(TARNWICK_DATADIR ${CMAKE_INSTALL_FULL_DATADIR}/tarnwick)
   set(compressed)
-  foreach(page tarnwick.8 tarnwick-hive.1 tarnwick-survey.8)
+  foreach(page tarnwick.8 tarnwick-hive.1 tarnwick-survey.8 tarnwick-batch.8)
     configure_file(${packaging}/man/${page} ${generated}/${page} @ONLY)
     list(APPEND compressed ${page})
   endforeach()
@@ -56,6 +60,7 @@ else()
   add_custom_target(tarnwick_packaging_files ALL DEPENDS ${outputs})
   install(FILES ${generated}/tarnwick.8.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
   install(FILES ${generated}/tarnwick-survey.8.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+  install(FILES ${generated}/tarnwick-batch.8.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
   install(FILES ${generated}/tarnwick-hive.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 
   configure_file(${packaging}/debian/copyright ${generated}/copyright @ONLY)

@@ -13,13 +13,13 @@ count=${2:-200}
 rounds=${TARNWICK_BENCH_ROUNDS:-3}
 mkdir -p "$build"
 build=$(cd "$build" && pwd)
-if [ ! -x "$build/src/tarnwick" ] || [ ! -x "$build/tools/sample_share/tarnwick-sample-share" ]; then
+if [ ! -x "$build/src/tarnwick" ] || [ ! -x "$build/src/tarnwick-batch" ] || [ ! -x "$build/tools/sample_share/tarnwick-sample-share" ]; then
   # -Wno-restrict: GCC 12 at -O3 reports a false -Wrestrict inside std::string for the sample
   # share generator's description parser.
   cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DTARNWICK_BUILD_TESTS=OFF \
     -DCMAKE_CXX_FLAGS=-Wno-restrict >/dev/null
 fi
-cmake --build "$build" --target tarnwick tarnwick-sample-share -j2 >/dev/null
+cmake --build "$build" --target tarnwick tarnwick-sample-share tarnwick-batch -j2 >/dev/null
 tarnwick=$build/src/tarnwick
 generator=$build/tools/sample_share/tarnwick-sample-share
 layouts_src=$root/tools/sample_share
@@ -100,6 +100,7 @@ disk_profiles="$work/profiles"
 mkdir -p "$work/trash" "$memory/app"
 cp "$tarnwick" "$work/tarnwick"
 cp "$tarnwick" "$memory/app/tarnwick"
+cp "$build/src/tarnwick-batch" "$work/tarnwick-batch"  # beside the tarnwick it runs
 sync
 
 now() { date +%s.%N; }
@@ -173,6 +174,17 @@ time_v1() {
   finish_run "$1" "$work/v1/share" V2
 }
 
+# tarnwick-batch over a whole share (--share), temporary profiles in memory. $1 step name,
+# $2 runs at once, $3 share (v1|v5), $4 mode, $5 the targets' suffix.
+time_batch() {
+  prepare "$work/$3/share"
+  t0=$(now)
+  TARNWICK_PROFILE_ROOT=$memory_profiles "$work/tarnwick-batch" --jobs "$2" --mode "$4" \
+    --share "\\\\bench\\$3" >"$work/$1.out" || {
+    echo "the batch ($1) failed:" >&2; tail -5 "$work/$1.out" >&2; exit 1; }
+  finish_run "$1" "$work/$3/share" "$5"
+}
+
 # The steps, in rounds. The main runs keep the temporary profiles on the memory file system, as
 # recommended (README, TARNWICK_PROFILE_ROOT). Two variants show what moves the figures:
 #   disk-profiles: the temporary profiles on the share's own disk;
@@ -188,6 +200,9 @@ while [ "$round" -le "$rounds" ]; do
   time_v1 tw-v1-memory-log "$memory/app/tarnwick" "$memory_profiles"
   time_v5 tw-v5-memory-log "$memory/app/tarnwick" "$memory_profiles"
   time_v5 tw-v5-disk-profiles "$work/tarnwick" "$disk_profiles"
+  time_batch batch-v1-j2 2 v1 v1tov2 V2
+  time_batch batch-v1-j1 1 v1 v1tov2 V2
+  time_batch batch-v5-j2 2 v5 v5tov6 V6
   # That variant deleted its temporary profiles on the disk: let their inodes age (see record).
   [ "$round" -lt "$rounds" ] && sleep 35
   round=$((round + 1))
@@ -237,5 +252,9 @@ row "cp -a of the V5 share" cp-v5 ""
 row "tarnwick V5 to V6, one *.V5 run" tw-v5 cp-v5
 row "  the same, log on the memory file system" tw-v5-memory-log cp-v5
 row "  the same, temporary profiles on the disk" tw-v5-disk-profiles cp-v5
+row "tarnwick-batch --jobs 2 --share, V1 to V2" batch-v1-j2 cp-v1
+row "tarnwick-batch --jobs 1 --share, V1 to V2" batch-v1-j1 cp-v1
+row "  --jobs 1 against the one-run-per-profile loop" batch-v1-j1 tw-v1
+row "tarnwick-batch --jobs 2 --share, V5 to V6" batch-v5-j2 cp-v5
 echo "ratio: median time over the median time of cp -a of the same share; paired: the median of"
 echo "the rounds' ratios to cp -a of the same share; goal: within 1.5"

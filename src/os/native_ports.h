@@ -3,8 +3,10 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 
+#include "ports/child_process.h"
 #include "ports/com_runtime.h"
 #include "ports/console.h"
 #include "ports/diagnostics.h"
@@ -28,6 +30,26 @@ ModuleLoader& NativeModuleLoader();
 SystemServices& NativeSystemServices();
 // The survey's read-only port (tarnwick-survey hands it to the scan; not a process-wide port).
 SurveyPort& NativeSurveyPort();
+
+// The companion programs' own system services (tarnwick-batch hands them to its library).
+// The launcher of the real system.
+ChildProcessLauncher& NativeChildLauncher();
+
+// The running program's own file (its folder holds the programs the build made beside it).
+std::filesystem::path OwnProgramFile();
+
+// The log file the tool at `program` writes: beside the program on Windows; on Linux as the
+// install layout decides (the folder TARNWICK_LOG_DIR names, /var/log/tarnwick for an installed
+// program, else beside it). `previous` names the rotated log instead.
+std::filesystem::path ProgramLogFile(const std::filesystem::path& program, bool previous = false);
+
+// Whether the program's standard output is a terminal (a console on Windows).
+bool StandardOutputIsTerminal();
+
+// Ctrl-C: after WatchInterrupts, each interrupt (SIGINT; on Windows CTRL_C and CTRL_BREAK)
+// only increments InterruptCount and no longer ends the process.
+void WatchInterrupts();
+int InterruptCount();
 std::unique_ptr<XmlDocument> NewNativeXmlDocument();
 std::uint32_t NativeThreadLastError();
 void SetNativeThreadLastError(std::uint32_t error);

@@ -112,9 +112,10 @@ class E2eShare {
   // hivexregedit --export of `key` ("\\" for all) of the hive `file`.
   static std::string ExportHive(const std::filesystem::path& file, const std::string& key = "\\");
 
- private:
+  // The share map, profile root and template settings every run gets (environment variables).
   std::map<std::string, std::string> RunEnvironment() const;
 
+ private:
   TempFolder temp_;
   E2eTools tools_;
   std::filesystem::path exe_;

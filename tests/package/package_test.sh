@@ -49,6 +49,8 @@ for path in usr/sbin/tarnwick usr/bin/tarnwick-hive usr/share/man/man8/tarnwick.
 done
 [ -d "$work/x/var/log/tarnwick" ] || fail "missing /var/log/tarnwick"
 [ "$(stat -c %a "$work/x/var/log/tarnwick")" = 750 ] || fail "/var/log/tarnwick is not 0750"
+[ -e "$work/x/usr/sbin/tarnwick-batch" ] || fail "missing /usr/sbin/tarnwick-batch"
+[ -e "$work/x/usr/share/man/man8/tarnwick-batch.8.gz" ] || fail "missing tarnwick-batch.8.gz"
 [ ! -e "$work/x/usr/bin/default-profile" ] || fail "a default profile in /usr/bin"
 gzip -t "$work/x/usr/share/man/man8/tarnwick.8.gz" || fail "tarnwick.8.gz is no gzip file"
 dpkg-deb -f "$deb" Depends | grep -q libpugixml || fail "dependencies not computed"
@@ -64,8 +66,9 @@ apt-get install -y -q "$deb" >/dev/null
 /usr/sbin/tarnwick /help > "$work/help.txt" || true
 grep -q "/takeownership" "$work/help.txt" || fail "tarnwick /help printed no usage text"
 /usr/sbin/tarnwick-survey --help | grep -q -- "--json" || fail "tarnwick-survey --help printed no usage"
+/usr/sbin/tarnwick-batch --help | grep -q -- "--jobs" || fail "tarnwick-batch --help printed no usage"
 for page in /usr/share/man/man8/tarnwick.8.gz /usr/share/man/man1/tarnwick-hive.1.gz \
-            /usr/share/man/man8/tarnwick-survey.8.gz; do
+            /usr/share/man/man8/tarnwick-survey.8.gz /usr/share/man/man8/tarnwick-batch.8.gz; do
   warnings=$(LC_ALL=C.UTF-8 MANWIDTH=80 man --warnings -l "$page" 2>&1 >/dev/null || true)
   [ -z "$warnings" ] || fail "man -l $page: $warnings"
   LC_ALL=C.UTF-8 MANWIDTH=80 man -l "$page" | grep -q "SYNOPSIS" || fail "man -l $page shows no page"
@@ -83,6 +86,12 @@ grep -q "1 profiles were migrated" "$work/console.txt" || fail "the migration di
 [ -f "$work/demo/share/alice.V2/ntuser.dat" ] || [ -f "$work/demo/share/alice.V2/NTUSER.DAT" ] ||
   fail "no ntuser.dat in the target"
 grep -q "Starting tarnwick" /var/log/tarnwick/tarnwick.log || fail "no log in /var/log/tarnwick"
+# The installed batch runs the installed tarnwick and finds each run's lines in that log.
+(cd "$work" && /usr/sbin/tarnwick-batch --report "$work/batch.json" '\\sample\profiles\bob') |
+  tee "$work/batch.txt"
+grep -q "1 profiles: 1 migrated" "$work/batch.txt" || fail "the batch did not migrate bob"
+python3 -c 'import json,sys; r=json.load(open(sys.argv[1])); sys.exit(0 if r["profiles"][0]["log"] else 1)' \
+  "$work/batch.json" || fail "the batch report holds no log lines of the run"
 [ ! -e /usr/sbin/tarnwick.log ] || fail "a log beside the installed program"
 TARNWICK_LOG_DIR=$work/logs bash -c "mkdir -p '$work/logs' && cd '$work' && /usr/sbin/tarnwick /help >/dev/null" || true
 grep -q "Starting tarnwick" "$work/logs/tarnwick.log" || fail "TARNWICK_LOG_DIR not honoured"

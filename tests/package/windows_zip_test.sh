@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The Windows zip of a MinGW build: made with CPack, it holds tarnwick.exe, tarnwick-hive.exe,
-# tarnwick-survey.exe,
+# tarnwick-survey.exe, tarnwick-batch.exe,
 # offreg-dll\offreg.dll and README.txt (CR LF lines) in one top folder, and nothing else.
 #   tests/package/windows_zip_test.sh [MINGW_BUILD_DIR]   (default build/mingw)
 set -euo pipefail
@@ -15,7 +15,8 @@ zip=$build/$name.zip
 [ -f "$zip" ] || fail "no $zip"
 listing=$(unzip -Z1 "$zip" | grep -v '/$' | sort)
 expected=$(printf '%s\n' "$name/README.txt" "$name/offreg-dll/offreg.dll" \
-  "$name/tarnwick-hive.exe" "$name/tarnwick.exe" "$name/tarnwick-survey.exe" | sort)
+  "$name/tarnwick-hive.exe" "$name/tarnwick.exe" "$name/tarnwick-survey.exe" \
+  "$name/tarnwick-batch.exe" | sort)
 [ "$listing" = "$expected" ] || fail "the zip holds:"$'\n'"$listing"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

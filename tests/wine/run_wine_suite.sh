@@ -276,6 +276,45 @@ contains "manifest: asInvoker" "$manifest" 'level="asInvoker"'
 contains "manifest: Windows 7 supported" "$manifest" '{35138b9a-5d96-4fbd-8e2d-a2440225f93a}'
 contains "manifest: Windows 10 and 11 supported" "$manifest" '{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}'
 
+echo "== tarnwick-batch.exe runs tarnwick.exe beside it, two at a time"
+# ivy and jill (copies of bob and alice, so of two owners) through the batch on both builds: the
+# same targets, and each Windows run's own log lines found by its main thread's id.
+batch_exe=$mingw/src/tarnwick-batch.exe
+if [ -f "$batch_exe" ] && [ -x "$linux/src/tarnwick-batch" ]; then
+  cp "$batch_exe" "$work/app/"
+  cp "$linux/src/tarnwick-batch" "$work/linux-app/"
+  for share in "$linux_share" "$wine_share"; do
+    cp -a "$share/bob" "$share/ivy"
+    cp -a "$share/alice" "$share/jill"
+  done
+  linux_batch=$(cd "$work" && TARNWICK_SHARES="$work/linux-sample/shares.conf" \
+    TARNWICK_PROFILE_ROOT="$work/linux-profiles" "$work/linux-app/tarnwick-batch" --jobs 2 \
+    '\\sample\profiles\ivy' '\\sample\profiles\jill' 2>&1)
+  linux_batch_status=$?
+  wine_report="Z:$(printf '%s' "$work/batch.json" | tr '/' '\\')"
+  wine_batch=$(cd "$work" && "$wine" "$work/app/tarnwick-batch.exe" --jobs 2 --report \
+    "$wine_report" '\\sample\profiles\ivy' '\\sample\profiles\jill' 2>/dev/null)
+  wine_batch_status=$?
+  check "batch: exit value 0 (Linux)" 0 "$linux_batch_status"
+  contains "batch: both migrated (Linux)" "$linux_batch" "2 profiles: 2 migrated"
+  check "batch: exit value 0" 0 "$wine_batch_status"
+  contains "batch: both migrated" "$wine_batch" "2 profiles: 2 migrated"
+  for name in ivy jill; do
+    check "batch: $name.V2 as on Linux" "$(listing "$linux_share/$name.V2")" \
+      "$(listing "$wine_share/$name.V2")"
+  done
+  # Per run: it has log lines, and none of them names the other profile.
+  report_logs=$("$python" -c 'import json, sys
+r = json.load(open(sys.argv[1]))
+names = [p["source"].split("\\")[-1] for p in r["profiles"]]
+print(" ".join(str(bool(p["log"]) and not any(other in m for m in p["log"] for other in names
+                                               if other != name))
+               for p, name in zip(r["profiles"], names)))' "$work/batch.json" 2>&1)
+  check "batch: each run's own log lines in the report" "True True" "$report_logs"
+else
+  fail "batch: tarnwick-batch.exe or the Linux tarnwick-batch not built"
+fi
+
 echo "== one run per target: an interrupted target is rebuilt, a failed one deleted"
 # hank.V2 carries the marker of a run that has ended (nothing holds it); gina's hive is not a hive,
 # so her migration fails after the target was made and marked, and the target, whose marker the
