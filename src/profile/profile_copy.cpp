@@ -80,7 +80,7 @@ HResult CopyDefaultFolder(MigrationContext& context, const std::wstring& default
         }
         const HResult copied = CopyDefaultFolder(context, sourceItem, targetItem, owner, nullptr);
         if (copied != hr::kOk) {
-          Log(L"Failed copying folder (0x%08X): %s", HResultFromWin32(copied), targetItem);
+          Log(L"Failed copying folder (0x%08X): %s", copied, targetItem);
         }
       }
     } else if (!files.PathExists(targetItem)) {
@@ -234,7 +234,7 @@ HResult CopyFolder(FolderMigrator& migrator, const std::wstring& sourceFolder,
       }
       const HResult copied = CopyFolder(migrator, sourceItem, targetItem);
       if (copied != hr::kOk) {
-        Log(L"Failed migrating folder (0x%08X): %s", HResultFromWin32(copied), sourceItem);
+        Log(L"Failed migrating folder (0x%08X): %s", copied, sourceItem);
       }
     }
 

@@ -3,6 +3,7 @@
 #include <array>
 #include <optional>
 
+#include "base/result_conversions.h"
 #include "base/win32_error.h"
 #include "log/log.h"
 #include "platform/file_system.h"
@@ -127,11 +128,11 @@ HResult MigrateProfile(MigrationContext& context, const std::wstring& sourcePath
   do {
     // 9.
     if (context.offreg.CreateProfile == nullptr) {
-      result = 1;
+      result = RawWin32CodeAsResult(err::kInvalidFunction);  // the bare 1, as documented
     } else {
-      result = context.offreg.CreateProfile(ownerText.c_str(), kTemporaryProfileUser,
-                                            temporaryBuffer.data(),
-                                            static_cast<OrDword>(temporaryBuffer.size()));
+      result = HResult{context.offreg.CreateProfile(ownerText.c_str(), kTemporaryProfileUser,
+                                                    temporaryBuffer.data(),
+                                                    static_cast<OrDword>(temporaryBuffer.size()))};
       temporaryBuffer.back() = L'\0';
     }
     if (context.offreg.CreateProfile == nullptr || Failed(result)) {
@@ -144,7 +145,7 @@ HResult MigrateProfile(MigrationContext& context, const std::wstring& sourcePath
     // 10.
     const std::wstring temporaryPath(temporaryBuffer.data());
     if (targetPath.empty() || temporaryPath.empty()) {
-      result = static_cast<HResult>(err::kPathNotFound);
+      result = RawWin32CodeAsResult(err::kPathNotFound);  // the bare 3, as documented
     } else {
       result = CopyDefaultProfile(context, temporaryPath, targetPath, sourceSecurity);
     }

@@ -19,7 +19,8 @@ namespace {
 
 // Closes a hive handle unless it is -1, and makes it -1.
 void CloseHive(const COffregWrapper& offreg, OrKey& hive) {
-  if (hive != kNoOrKey) registry::CallCloseHive(offreg, hive);
+  // The close's result is not checked.
+  if (hive != kNoOrKey) static_cast<void>(registry::CallCloseHive(offreg, hive));
   hive = kNoOrKey;
 }
 
@@ -129,7 +130,7 @@ HResult MigrateHiveSecurity(MigrationContext& context, OrKey sourceHive,
 
   // 2-3. The size of the root key's DACL-only descriptor.
   OrDword size = 0;
-  const OrDword sized = registry::CallGetKeySecurity(
+  const err::Win32Error sized = registry::CallGetKeySecurity(
       context.offreg, sourceHive, registry::kDaclSecurityInformation, nullptr, &size);
   if (size == 0) {
     const HResult hr = HResultFromWin32(sized);
@@ -140,7 +141,7 @@ HResult MigrateHiveSecurity(MigrationContext& context, OrKey sourceHive,
   // 4. The descriptor itself.
   registry::WorkBuffer descriptor;
   descriptor.AllocateOrThrow(size);
-  const OrDword got = registry::CallGetKeySecurity(
+  const err::Win32Error got = registry::CallGetKeySecurity(
       context.offreg, sourceHive, registry::kDaclSecurityInformation, descriptor.bytes(), &size);
   if (got != err::kSuccess) {
     const HResult hr = HResultFromWin32(got);

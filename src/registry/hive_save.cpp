@@ -49,7 +49,7 @@ err::Win32Error SaveTargetHive(MigrationContext& context, OrKey& hive, std::int3
 
   // 3. Save; a failure falls through to the copy, which then fails and is logged (intended).
   if (hive != kNoOrKey) {
-    const OrDword saved =
+    const err::Win32Error saved =
         registry::CallSaveHive(offreg, hive, temporaryPath.c_str(), format.major, format.minor);
     if (saved != err::kSuccess) {
       Log(L"Failed saving hive file (0x%08X): %s", HResultFromWin32(saved), temporaryPath);
@@ -57,7 +57,7 @@ err::Win32Error SaveTargetHive(MigrationContext& context, OrKey& hive, std::int3
   }
 
   // 4. The hive is closed; the caller's handle is -1 until the re-open.
-  if (hive != kNoOrKey) registry::CallCloseHive(offreg, hive);
+  if (hive != kNoOrKey) static_cast<void>(registry::CallCloseHive(offreg, hive));  // not checked
   hive = kNoOrKey;
 
   // 5. The hive file's owner and DACL, to put back after the copy.

@@ -36,7 +36,7 @@ class KeyCloser {
  public:
   KeyCloser(const COffregWrapper& offreg, OrKey& key) : offreg_(offreg), key_(key) {}
   ~KeyCloser() {
-    if (key_ != kNoOrKey) CallCloseKey(offreg_, key_);
+    if (key_ != kNoOrKey) static_cast<void>(CallCloseKey(offreg_, key_));  // not checked
   }
   KeyCloser(const KeyCloser&) = delete;
   KeyCloser& operator=(const KeyCloser&) = delete;
@@ -67,7 +67,7 @@ HResult CopyRegistryKey(MigrationContext& context, OrKey sourceParent, OrKey tar
 
   // 1. The source key.
   OrKey sourceKey = kNoOrKey;
-  const OrDword opened = CallOpenKey(offreg, sourceParent, keyName.c_str(), &sourceKey);
+  const err::Win32Error opened = CallOpenKey(offreg, sourceParent, keyName.c_str(), &sourceKey);
   if (opened != err::kSuccess) {
     const HResult hr = HResultFromWin32(opened);
     Log(L"Failed to open source registry key (0x%08X), skipping this key: %s", hr, keyName);
@@ -85,7 +85,7 @@ HResult CopyRegistryKey(MigrationContext& context, OrKey sourceParent, OrKey tar
   OrDword maxValueNameLength = 0;
   OrDword maxValueLength = 0;
   OrDword securitySize = 0;
-  OrDword queried =
+  err::Win32Error queried =
       CallQueryInfoKey(offreg, sourceKey, classBuffer.chars(), &classLength, &maxSubKeyLength,
                        &maxValueNameLength, &maxValueLength, &securitySize);
   if (queried == err::kMoreData) {
@@ -111,11 +111,12 @@ HResult CopyRegistryKey(MigrationContext& context, OrKey sourceParent, OrKey tar
   HResult result = hr::kOk;
 
   // 5. An existing target key keeps its class and security.
-  const OrDword targetOpened = CallOpenKey(offreg, targetParent, keyName.c_str(), &targetKey);
+  const err::Win32Error targetOpened =
+      CallOpenKey(offreg, targetParent, keyName.c_str(), &targetKey);
   if (targetOpened != err::kSuccess) {
     // 6. Create it, with the source's class when it has one.
     wchar_t* keyClass = classLength != 0 ? classBuffer.chars() : nullptr;
-    const OrDword created =
+    const err::Win32Error created =
         CallCreateKey(offreg, targetParent, keyName.c_str(), keyClass, &targetKey);
     if (created != err::kSuccess) {
       Log(L"Failed to open or create target registry key (0x%08X) %d: %s, class: %s",
@@ -131,7 +132,7 @@ HResult CopyRegistryKey(MigrationContext& context, OrKey sourceParent, OrKey tar
       Log(L"Failed allocating memory (0x%08X): %s", result, keyName);
     }
     OrDword size = securitySize;
-    const OrDword got = CallGetKeySecurity(
+    const err::Win32Error got = CallGetKeySecurity(
         offreg, sourceKey, registry::kOwnerSecurityInformation | registry::kDaclSecurityInformation,
         security.bytes(), &size);
     if (got != err::kSuccess) {
@@ -139,7 +140,7 @@ HResult CopyRegistryKey(MigrationContext& context, OrKey sourceParent, OrKey tar
           HResultFromWin32(got), keyName);
       return result;
     }
-    const OrDword set = CallSetKeySecurity(
+    const err::Win32Error set = CallSetKeySecurity(
         offreg, targetKey, registry::kOwnerSecurityInformation | registry::kDaclSecurityInformation,
         security.bytes());
     if (set != err::kSuccess) {
@@ -159,10 +160,10 @@ HResult CopyRegistryKey(MigrationContext& context, OrKey sourceParent, OrKey tar
       OrDword nameLength = maxValueNameLength;
       OrDword dataLength = maxValueLength;
       OrDword type = 0;
-      const OrDword enumerated = CallEnumValue(offreg, sourceKey, index, name.chars(), &nameLength,
-                                               &type, data.bytes(), &dataLength);
+      const err::Win32Error enumerated = CallEnumValue(
+          offreg, sourceKey, index, name.chars(), &nameLength, &type, data.bytes(), &dataLength);
       if (enumerated == err::kSuccess) {
-        const OrDword written =
+        const err::Win32Error written =
             CallSetValue(offreg, targetKey, name.chars(), type, data.bytes(), dataLength);
         if (written != err::kSuccess) {
           Log(L"Failed to copy registry value to target hive (0x%08X): %s",
@@ -183,7 +184,8 @@ HResult CopyRegistryKey(MigrationContext& context, OrKey sourceParent, OrKey tar
     name.AllocateOrThrow(static_cast<std::size_t>(maxSubKeyLength) * sizeof(wchar_t));
     for (OrDword index = 0;; ++index) {
       OrDword nameLength = maxSubKeyLength;
-      const OrDword enumerated = CallEnumKey(offreg, sourceKey, index, name.chars(), &nameLength);
+      const err::Win32Error enumerated =
+          CallEnumKey(offreg, sourceKey, index, name.chars(), &nameLength);
       if (enumerated == err::kSuccess) {
         // The name as the wide C string it is handed on as: up to its first NUL (a damaged hive
         // can hold a name that begins with one; opening it then fails and is logged).
@@ -191,8 +193,8 @@ HResult CopyRegistryKey(MigrationContext& context, OrKey sourceParent, OrKey tar
         const std::wstring subKeyName(enumeratedName.substr(0, enumeratedName.find(L'\0')));
         const HResult copied = CopyRegistryKey(context, sourceKey, targetKey, subKeyName);
         if (copied != hr::kOk) {
-          Log(L"Failed to copy registry key to target hive (0x%08X): %s/%s",
-              HResultFromWin32(static_cast<std::uint32_t>(copied)), keyName, subKeyName);
+          Log(L"Failed to copy registry key to target hive (0x%08X): %s/%s", copied, keyName,
+              subKeyName);
           break;
         }
         continue;
@@ -224,8 +226,8 @@ HResult SetKeyTreeSecurity(MigrationContext& context, OrKey key, void* securityD
   // 2. Longest sub key name and the size of the key's descriptor.
   OrDword maxSubKeyLength = 0;
   OrDword securitySize = 0;
-  const OrDword queried = CallQueryInfoKey(offreg, key, nullptr, nullptr, &maxSubKeyLength, nullptr,
-                                           nullptr, &securitySize);
+  const err::Win32Error queried = CallQueryInfoKey(offreg, key, nullptr, nullptr, &maxSubKeyLength,
+                                                   nullptr, nullptr, &securitySize);
   if (queried != err::kSuccess) {
     const HResult hr = HResultFromWin32(queried);
     Log(L"Failed to query key info (0x%08X)", hr);
@@ -234,12 +236,12 @@ HResult SetKeyTreeSecurity(MigrationContext& context, OrKey key, void* securityD
 
   // 3. The key's current DACL.
   maxSubKeyLength += 1;
-  OrDword setResult = err::kSuccess;
+  err::Win32Error setResult = err::kSuccess;
   {
     WorkBuffer current;
     current.AllocateOrThrow(securitySize);
     OrDword size = securitySize;
-    const OrDword got =
+    const err::Win32Error got =
         CallGetKeySecurity(offreg, key, registry::kDaclSecurityInformation, current.bytes(), &size);
     if (got != err::kSuccess) {
       const HResult hr = HResultFromWin32(got);
@@ -281,14 +283,14 @@ HResult SetKeyTreeSecurity(MigrationContext& context, OrKey key, void* securityD
   name.AllocateOrThrow(static_cast<std::size_t>(maxSubKeyLength) * sizeof(wchar_t));
   for (OrDword index = 0;; ++index) {
     OrDword length = maxSubKeyLength;
-    const OrDword enumerated = CallEnumKey(offreg, key, index, name.chars(), &length);
+    const err::Win32Error enumerated = CallEnumKey(offreg, key, index, name.chars(), &length);
     if (enumerated == err::kMoreData) {
       Log(L"Failed enumerating key (0x%08X). Need more buffer.", HResultFromWin32(enumerated));
       continue;
     }
     if (enumerated != err::kSuccess) break;
     OrKey child = kNoOrKey;
-    const OrDword opened = CallOpenKey(offreg, key, name.chars(), &child);
+    const err::Win32Error opened = CallOpenKey(offreg, key, name.chars(), &child);
     if (opened != err::kSuccess) {
       Log(L"Failed to open sub key (0x%08X): %s", HResultFromWin32(opened),
           static_cast<const wchar_t*>(name.chars()));
@@ -296,11 +298,10 @@ HResult SetKeyTreeSecurity(MigrationContext& context, OrKey key, void* securityD
     }
     const HResult childResult = SetKeyTreeSecurity(context, child, securityDescriptor, false);
     if (childResult != hr::kOk) {
-      Log(L"Failed setting key security (0x%08X): %s",
-          HResultFromWin32(static_cast<std::uint32_t>(childResult)),
+      Log(L"Failed setting key security (0x%08X): %s", childResult,
           static_cast<const wchar_t*>(name.chars()));
     }
-    CallCloseKey(offreg, child);
+    static_cast<void>(CallCloseKey(offreg, child));  // the close's result is not checked
   }
   return hr::kOk;
 }

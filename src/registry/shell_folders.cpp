@@ -93,7 +93,7 @@ HResult SyncUserShellFolders(MigrationContext& context, FolderMapping& mapping,
 
   HResult result = hr::kOk;
   OrKey key = kNoOrKey;
-  const OrDword keyOpened = registry::CallOpenKey(offreg, hive, kUserShellFoldersKey, &key);
+  const err::Win32Error keyOpened = registry::CallOpenKey(offreg, hive, kUserShellFoldersKey, &key);
   if (keyOpened != err::kSuccess) {
     // 2. The word "source" stands in both modes, as it is.
     result = HResultFromWin32(keyOpened);
@@ -108,7 +108,7 @@ HResult SyncUserShellFolders(MigrationContext& context, FolderMapping& mapping,
       OrDword nameLength = kNameLength;
       OrDword dataLength = kDataLength;
       OrDword type = 0;
-      const OrDword enumerated =
+      const err::Win32Error enumerated =
           registry::CallEnumValue(offreg, key, index, name, &nameLength, &type, data, &dataLength);
       if (enumerated == err::kNoMoreItems) {
         Log(L"No more value of %s %d", static_cast<const wchar_t*>(name), enumerated);
@@ -137,7 +137,7 @@ HResult SyncUserShellFolders(MigrationContext& context, FolderMapping& mapping,
       if (PathIsUNCW(row.sourceLocation)) {
         // The size counts the characters without the terminating zero (deliberate).
         const std::vector<std::uint8_t> bytes = WideToUtf16Le(row.sourceLocation);
-        const OrDword written =
+        const err::Win32Error written =
             registry::CallSetValue(offreg, key, name, type, bytes.data(),
                                    static_cast<OrDword>(Utf16Length(row.sourceLocation) * 2));
         if (written == err::kSuccess) {
@@ -152,7 +152,7 @@ HResult SyncUserShellFolders(MigrationContext& context, FolderMapping& mapping,
     }
 
     // 4. Close the key.
-    const OrDword closed = registry::CallCloseKey(offreg, key);
+    const err::Win32Error closed = registry::CallCloseKey(offreg, key);
     if (closed != err::kSuccess) {
       Log(L"Failed closing registry key (0x%08X)", HResultFromWin32(closed));
     }
@@ -163,7 +163,7 @@ HResult SyncUserShellFolders(MigrationContext& context, FolderMapping& mapping,
       if (saved != err::kSuccess) {
         const HResult hr = HResultFromWin32(saved);
         Log(L"Failed to save target registry hive (0x%08X)", hr);
-        if (hive != kNoOrKey) registry::CallCloseHive(offreg, hive);
+        if (hive != kNoOrKey) static_cast<void>(registry::CallCloseHive(offreg, hive));
         fileSecurity.ApplySecurity(hivePath, savedSecurity);
         return hr;
       }
@@ -181,7 +181,7 @@ HResult SyncUserShellFolders(MigrationContext& context, FolderMapping& mapping,
 
   // 7. Restore the file's security if ownership was taken, and close the hive.
   if (ownershipTaken) fileSecurity.ApplySecurity(hivePath, savedSecurity);
-  const OrDword closed = registry::CallCloseHive(offreg, hive);
+  const err::Win32Error closed = registry::CallCloseHive(offreg, hive);
   if (closed != err::kSuccess) Log(L"Failed closing hive file (0x%08X)", HResultFromWin32(closed));
   return result;
 }
@@ -193,7 +193,7 @@ HResult CompleteSpecialFolderPaths(MigrationContext& context, OrKey hive,
 
   // 1. The "Shell Folders" key.
   OrKey key = kNoOrKey;
-  const OrDword opened = registry::CallOpenKey(offreg, hive, kShellFoldersKey, &key);
+  const err::Win32Error opened = registry::CallOpenKey(offreg, hive, kShellFoldersKey, &key);
   if (opened != err::kSuccess) {
     const HResult hr = HResultFromWin32(opened);
     Log(L"Failed to open source 'Shell Folders' registry key (0x%08X)", hr);
@@ -216,7 +216,7 @@ HResult CompleteSpecialFolderPaths(MigrationContext& context, OrKey hive,
 
   // 3. Without one, nothing can be completed.
   if (profileFolder.empty()) {
-    registry::CallCloseKey(offreg, key);
+    static_cast<void>(registry::CallCloseKey(offreg, key));  // the close is not checked
     Log(L"Profile path is empty");
     return hr::kFail;
   }
@@ -233,7 +233,7 @@ HResult CompleteSpecialFolderPaths(MigrationContext& context, OrKey hive,
   }
 
   // 5. Done.
-  registry::CallCloseKey(offreg, key);
+  static_cast<void>(registry::CallCloseKey(offreg, key));  // the close is not checked
   return hr::kOk;
 }
 

@@ -3,12 +3,12 @@
 namespace tw {
 namespace {
 
-thread_local std::uint32_t lastError = 0;
+thread_local err::Win32Error lastError = err::kSuccess;
 
 }  // namespace
 
-std::uint32_t ThreadLastError() { return lastError; }
+err::Win32Error ThreadLastError() { return lastError; }
 
-void SetThreadLastError(std::uint32_t error) { lastError = error; }
+void SetThreadLastError(err::Win32Error error) { lastError = error; }
 
 }  // namespace tw

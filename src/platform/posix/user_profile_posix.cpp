@@ -264,16 +264,17 @@ err::Win32Error DeleteUserProfile(const ProfileSettings& settings, const wchar_t
   return err::kSuccess;
 }
 
-HResult TW_OR_CALL BuiltInCreateProfile(const wchar_t* sid, const wchar_t* userName,
-                                        wchar_t* profilePath, hive::DWORD cchProfilePath) {
+std::int32_t TW_OR_CALL BuiltInCreateProfile(const wchar_t* sid, const wchar_t* userName,
+                                             wchar_t* profilePath, hive::DWORD cchProfilePath) {
   try {
-    return CreateUserProfile(ProcessProfileSettings(), sid, userName, profilePath, cchProfilePath);
+    return CreateUserProfile(ProcessProfileSettings(), sid, userName, profilePath, cchProfilePath)
+        .Value();
   } catch (const HResultError& failure) {
-    return failure.code();
+    return failure.code().Value();
   } catch (const std::bad_alloc&) {
-    return hr::kOutOfMemory;
+    return hr::kOutOfMemory.Value();
   } catch (const std::exception&) {
-    return hr::kFail;
+    return hr::kFail.Value();
   }
 }
 

@@ -100,9 +100,10 @@ err::Win32Error DeleteUserProfile(const ProfileSettings& settings, const wchar_t
                                   const wchar_t* profilePath, const wchar_t* computerName);
 
 // The functions as "userenv.dll" exports them, over ProcessProfileSettings(). DeleteProfileW
-// returns TRUE (1) or FALSE (0) and on failure sets the thread's last error (last_error.h).
-HResult TW_OR_CALL BuiltInCreateProfile(const wchar_t* sid, const wchar_t* userName,
-                                        wchar_t* profilePath, hive::DWORD cchProfilePath);
+// returns TRUE (1) or FALSE (0) and on failure sets the thread's last error (last_error.h);
+// CreateProfile returns its HRESULT as the bare 32-bit integer of the C function.
+std::int32_t TW_OR_CALL BuiltInCreateProfile(const wchar_t* sid, const wchar_t* userName,
+                                             wchar_t* profilePath, hive::DWORD cchProfilePath);
 std::int32_t TW_OR_CALL BuiltInDeleteProfileW(const wchar_t* sid, const wchar_t* profilePath,
                                               const wchar_t* computerName);
 

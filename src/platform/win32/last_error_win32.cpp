@@ -3,8 +3,8 @@
 
 namespace tw {
 
-std::uint32_t ThreadLastError() { return ::GetLastError(); }
+err::Win32Error ThreadLastError() { return err::Win32Error{::GetLastError()}; }
 
-void SetThreadLastError(std::uint32_t error) { ::SetLastError(error); }
+void SetThreadLastError(err::Win32Error error) { ::SetLastError(error.Code()); }
 
 }  // namespace tw
