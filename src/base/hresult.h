@@ -24,7 +24,7 @@ class HResult {
   [[nodiscard]] static constexpr HResult FromBits(std::uint32_t bits) noexcept {
     return HResult(static_cast<std::int32_t>(bits));
   }
-  static HResult FromBits(err::Win32Error) = delete;
+  [[nodiscard]] static HResult FromBits(err::Win32Error) = delete;
 
   [[nodiscard]] constexpr std::int32_t Value() const noexcept { return value_; }
   [[nodiscard]] constexpr std::uint32_t Bits() const noexcept {

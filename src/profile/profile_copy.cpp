@@ -173,7 +173,9 @@ HResult CopyFolder(FolderMigrator& migrator, const std::wstring& sourceFolder,
   }
   const UniqueSearchHandle searching(files, search);
 
-  if (!files.PathExists(targetFolder)) CreateTargetFolderPath(migrator, sourceFolder, targetFolder);
+  if (!files.PathExists(targetFolder))
+    static_cast<void>(CreateTargetFolderPath(
+        migrator, sourceFolder, targetFolder));  // it logs its own failure; the copy goes on
 
   CaseTwins names;
   do {

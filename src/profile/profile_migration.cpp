@@ -118,7 +118,8 @@ HResult MigrateProfile(MigrationContext& context, const std::wstring& sourcePath
   if (!owner) {
     Log(L"Failed to get owner sid of source profile folder (0x%08X): %s",
         HResultFromWin32(ThreadLastError()), sourcePath);
-    DeleteLockedTarget(context, targetPath, targetLock);
+    // Cleanup on a failure path: not checked.
+    static_cast<void>(DeleteLockedTarget(context, targetPath, targetLock));
     restoreSource();
     return result;
   }
@@ -137,7 +138,8 @@ HResult MigrateProfile(MigrationContext& context, const std::wstring& sourcePath
     }
     if (context.offreg.CreateProfile == nullptr || Failed(result)) {
       Log(L"Failed creating profile (0x%08X)", result);
-      DeleteLockedTarget(context, targetPath, targetLock);
+      // Cleanup on a failure path: not checked.
+      static_cast<void>(DeleteLockedTarget(context, targetPath, targetLock));
       restoreSource();
       break;
     }
@@ -152,7 +154,8 @@ HResult MigrateProfile(MigrationContext& context, const std::wstring& sourcePath
     if (result != hr::kOk) {
       Log(L"Failed to copy the default profile (0x%08X - %s): %s", result, temporaryPath,
           targetPath);
-      DeleteLockedTarget(context, targetPath, targetLock);
+      // Cleanup on a failure path: not checked.
+      static_cast<void>(DeleteLockedTarget(context, targetPath, targetLock));
       restoreSource();
       break;
     }
@@ -165,7 +168,8 @@ HResult MigrateProfile(MigrationContext& context, const std::wstring& sourcePath
     }
     if (result != hr::kOk) {
       Log(L"Failed to migrate the user profile (0x%08X): %s", result, sourcePath);
-      DeleteLockedTarget(context, targetPath, targetLock);
+      // Cleanup on a failure path: not checked.
+      static_cast<void>(DeleteLockedTarget(context, targetPath, targetLock));
       restoreSource();
       return result;
     }
@@ -190,7 +194,8 @@ HResult MigrateProfile(MigrationContext& context, const std::wstring& sourcePath
   // 13.
   const std::wstring temporaryPath(temporaryBuffer.data());
   if (!temporaryPath.empty()) {
-    DeleteFolderTree(context, temporaryPath);
+    // DeleteProfileW decides the result.
+    static_cast<void>(DeleteFolderTree(context, temporaryPath));
     bool deleted = false;
     HResult deleteCode = HResultFromWin32(err::kProcNotFound);
     if (context.offreg.DeleteProfileW != nullptr) {

@@ -185,13 +185,15 @@ HResult MigrateProfileFolders(FolderMigrator& migrator, const std::wstring& sour
       }
     }
 
-    CopyFolder(migrator, sourceLocation, targetLocation);
+    // Logged inside; the next folder follows.
+    static_cast<void>(CopyFolder(migrator, sourceLocation, targetLocation));
 
     RestoreLocation(fileSecurity, sourceLocation, sourceSaved);
     RestoreLocation(fileSecurity, targetLocation, targetSaved);
   }
 
-  MigrateRemainingFolders(migrator, sourcePath, targetPath);
+  // Logged inside; not the profile's result.
+  static_cast<void>(MigrateRemainingFolders(migrator, sourcePath, targetPath));
   return hr::kOk;
 }
 
@@ -241,7 +243,8 @@ HResult MigrateRemainingFolders(FolderMigrator& migrator, const std::wstring& so
       continue;
     }
 
-    CopyFolder(migrator, sourceItem, targetItem);
+    // Logged inside; the next folder follows.
+    static_cast<void>(CopyFolder(migrator, sourceItem, targetItem));
 
     err::Win32Error lastError = err::kSuccess;
     const err::Win32Error attributed = files.SetAttributes(targetItem, entry.attributes);

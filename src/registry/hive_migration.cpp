@@ -28,7 +28,9 @@ void CloseHive(const COffregWrapper& offreg, OrKey& hive) {
 // not taken). The result is not looked at.
 void RestoreSecurity(MigrationContext& context, const std::wstring& path,
                      const SelfRelativeDescriptor& savedSecurity) {
-  FileSecurity(context.files, context.security).ApplySecurity(path, savedSecurity);
+  // The restore's result is not checked.
+  static_cast<void>(
+      FileSecurity(context.files, context.security).ApplySecurity(path, savedSecurity));
 }
 
 }  // namespace
@@ -82,7 +84,8 @@ HResult MigrateRegistryHive(MigrationContext& context, const std::wstring& sourc
   // 4. The selected top-level keys, in table order; their results are not looked at.
   for (const RegistryKeyRow& row : RegistryKeys()) {
     if (!IsRegistryKeySelected(row.flag, context.settings->registryMask)) continue;
-    CopyRegistryKey(context, sourceHive, targetHive, std::wstring(row.name));
+    // Logged inside; the next key follows.
+    static_cast<void>(CopyRegistryKey(context, sourceHive, targetHive, std::wstring(row.name)));
   }
 
   // 5. Below version 5: the hive DACL and the classes hive.

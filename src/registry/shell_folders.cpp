@@ -164,7 +164,8 @@ HResult SyncUserShellFolders(MigrationContext& context, FolderMapping& mapping,
         const HResult hr = HResultFromWin32(saved);
         Log(L"Failed to save target registry hive (0x%08X)", hr);
         if (hive != kNoOrKey) static_cast<void>(registry::CallCloseHive(offreg, hive));
-        fileSecurity.ApplySecurity(hivePath, savedSecurity);
+        // Not checked on this failure path.
+        static_cast<void>(fileSecurity.ApplySecurity(hivePath, savedSecurity));
         return hr;
       }
     }
@@ -180,7 +181,8 @@ HResult SyncUserShellFolders(MigrationContext& context, FolderMapping& mapping,
   }
 
   // 7. Restore the file's security if ownership was taken, and close the hive.
-  if (ownershipTaken) fileSecurity.ApplySecurity(hivePath, savedSecurity);
+  if (ownershipTaken)
+    static_cast<void>(fileSecurity.ApplySecurity(hivePath, savedSecurity));  // not checked
   const err::Win32Error closed = registry::CallCloseHive(offreg, hive);
   if (closed != err::kSuccess) Log(L"Failed closing hive file (0x%08X)", HResultFromWin32(closed));
   return result;

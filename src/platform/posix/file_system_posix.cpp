@@ -189,7 +189,8 @@ class PosixFileSystem final : public FileSystem {
       const std::uint32_t kept = existed ? StoredFileAttributes(native) : 0;
       const std::uint32_t wanted = (request.attributes & posix::kSettableAttributes) | kept;
       if (wanted != 0 || existed)
-        posix::WriteStoredAttributes(native, wanted | file_attr::kArchive);
+        // Best effort: the file itself was made.
+        static_cast<void>(posix::WriteStoredAttributes(native, wanted | file_attr::kArchive));
     }
     return Register(std::move(entry), handle);
   }

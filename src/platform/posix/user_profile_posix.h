@@ -90,14 +90,15 @@ std::wstring ProfileFolderCandidate(std::wstring_view userName, std::wstring_vie
                                     int attempt);
 
 // CreateProfile over explicit settings; the result as the platform's.
-HResult CreateUserProfile(const ProfileSettings& settings, const wchar_t* sid,
-                          const wchar_t* userName, wchar_t* profilePath,
-                          std::uint32_t cchProfilePath);
+[[nodiscard]] HResult CreateUserProfile(const ProfileSettings& settings, const wchar_t* sid,
+                                        const wchar_t* userName, wchar_t* profilePath,
+                                        std::uint32_t cchProfilePath);
 
 // DeleteProfileW over explicit settings: kSuccess, or the error the platform leaves in
 // GetLastError() when it returns FALSE.
-err::Win32Error DeleteUserProfile(const ProfileSettings& settings, const wchar_t* sid,
-                                  const wchar_t* profilePath, const wchar_t* computerName);
+[[nodiscard]] err::Win32Error DeleteUserProfile(const ProfileSettings& settings, const wchar_t* sid,
+                                                const wchar_t* profilePath,
+                                                const wchar_t* computerName);
 
 // The functions as "userenv.dll" exports them, over ProcessProfileSettings(). DeleteProfileW
 // returns TRUE (1) or FALSE (0) and on failure sets the thread's last error (last_error.h);

@@ -219,8 +219,9 @@ class HiveSaveOnFakesTest : public ::testing::Test {
     files.SetFile(temporary, "saved hive", file_attr::kArchive);
     saved.owner = security::Sid(5, {21, 7, 7, 7, 1001});
     security::Acl dacl;
-    security::Acl::FromAces(security::kAclRevision,
-                            {security::Ace::Allowed(0x001F01FF, *saved.owner)}, &dacl);
+    EXPECT_EQ(security::Acl::FromAces(security::kAclRevision,
+                                      {security::Ace::Allowed(0x001F01FF, *saved.owner)}, &dacl),
+              err::kSuccess);
     saved.SetDacl(dacl);
     security.SetObject(path, saved);
   }
