@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -15,6 +16,14 @@
 
 namespace tw {
 namespace {
+
+// The save returns a Win32 error code, not an HRESULT, as documented; its callers make it one
+// with HResultFromWin32 before they log it (hive_migration_test). Returning an HResult here would
+// change what the callers log and return.
+static_assert(std::is_same_v<decltype(SaveTargetHive(std::declval<MigrationContext&>(),
+                                                     std::declval<OrKey&>(), 2,
+                                                     std::declval<const std::wstring&>())),
+                             err::Win32Error>);
 
 using ::testing::ElementsAre;
 using testing::ExportHive;
