@@ -12,6 +12,7 @@
 #pragma once
 
 #include <array>
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -48,15 +49,22 @@ constexpr bool kIsFormatInteger = (std::is_integral_v<T> && !std::is_same_v<T, b
                                    !std::is_same_v<T, char16_t> && !std::is_same_v<T, char32_t>) ||
                                   std::is_enum_v<T>;
 
+// A value type of the tool that formats as an integer says so with a member FormatValue() that
+// returns the integer to print (HResult, Win32Error). Nothing else converts on its own.
+template <class T>
+concept FormatsAsInteger = std::is_class_v<T> && requires(const T& value) {
+  { value.FormatValue() } -> std::integral;
+};
+
 template <class T>
 consteval ArgKind KindOf() {
   using U = std::remove_cvref_t<T>;
-  static_assert(
-      kIsWideString<U> || kIsFormatInteger<U> || std::is_pointer_v<U> || std::is_null_pointer_v<U>,
-      "format argument must be a wide string, an integer or a pointer");
+  static_assert(kIsWideString<U> || kIsFormatInteger<U> || FormatsAsInteger<U> ||
+                    std::is_pointer_v<U> || std::is_null_pointer_v<U>,
+                "format argument must be a wide string, an integer or a pointer");
   if constexpr (kIsWideString<U>) {
     return ArgKind::kString;
-  } else if constexpr (kIsFormatInteger<U>) {
+  } else if constexpr (kIsFormatInteger<U> || FormatsAsInteger<U>) {
     return ArgKind::kInteger;
   } else {
     return ArgKind::kPointer;
@@ -130,6 +138,8 @@ Arg MakeArg(const T& value) {
     }
   } else if constexpr (std::is_enum_v<U>) {
     return MakeArg(static_cast<std::underlying_type_t<U>>(value));
+  } else if constexpr (FormatsAsInteger<U>) {
+    return MakeArg(value.FormatValue());
   } else if constexpr (kIsFormatInteger<U>) {
     arg.kind = ArgKind::kInteger;
     arg.isSigned = std::is_signed_v<U>;

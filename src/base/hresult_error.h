@@ -12,7 +12,7 @@ namespace tw {
 class HResultError : public std::exception {
  public:
   explicit HResultError(HResult code) noexcept : code_(code) {}
-  HResult code() const noexcept { return code_; }
+  [[nodiscard]] HResult code() const noexcept { return code_; }
   const char* what() const noexcept override;
 
  private:

@@ -33,10 +33,10 @@ namespace tw {
 //     "MostRecent" 4, anything else (including "SaveCopy" and "") 8.
 // Case-insensitive comparisons fold only A-Z and a-z, as _wcsicmp does in the "C" locale.
 // A failure to read an element's text raises that result as an HResultError (never caught).
-HResult LoadConfiguration(MigrationSettings& settings, std::wstring_view path,
-                          XmlDocument& document);
+[[nodiscard]] HResult LoadConfiguration(MigrationSettings& settings, std::wstring_view path,
+                                        XmlDocument& document);
 
 // The same through the platform's real XML document (MSXML on Windows, pugixml on POSIX).
-HResult LoadConfiguration(MigrationSettings& settings, std::wstring_view path);
+[[nodiscard]] HResult LoadConfiguration(MigrationSettings& settings, std::wstring_view path);
 
 }  // namespace tw

@@ -65,8 +65,8 @@ struct Ace {
   // when the header or the entry overruns `bytes`, the size is below 4 or not a multiple of 4,
   // or an allowed/denied entry is too small for its mask and a valid SID. `ace` is written in
   // place, and only on success.
-  static err::Win32Error Parse(std::span<const std::uint8_t> bytes, Ace* ace,
-                               std::size_t* used = nullptr);
+  [[nodiscard]] static err::Win32Error Parse(std::span<const std::uint8_t> bytes, Ace* ace,
+                                             std::size_t* used = nullptr);
   // The binary form, written to the first Size() bytes of `out` / appended to `out`. An entry
   // that is not writable raises HResultError(E_INVALIDARG).
   void WriteTo(std::span<std::uint8_t> out) const;

@@ -29,26 +29,27 @@ class Acl {
   // A list of `revision` whose AclSize is exactly the header and `aces`. Fails with
   // ERROR_INVALID_ACL when an entry is not writable or the total exceeds 0xFFFF bytes, and
   // ERROR_INVALID_PARAMETER for a revision outside 2..4.
-  static err::Win32Error FromAces(std::uint8_t revision, std::vector<Ace> aces, Acl* acl);
+  [[nodiscard]] static err::Win32Error FromAces(std::uint8_t revision, std::vector<Ace> aces,
+                                                Acl* acl);
 
   // InitializeAcl: an empty list of `length` bytes. A length below 8 fails with
   // ERROR_INSUFFICIENT_BUFFER; a length above 0xFFFF or a revision outside 2..4 with
   // ERROR_INVALID_PARAMETER. A length that is not a multiple of 4 is rounded down (the caller's
   // buffer is never overrun; our decision, as the platform only asks for aligned lengths).
-  err::Win32Error Initialize(std::uint32_t length, std::uint32_t revision);
+  [[nodiscard]] err::Win32Error Initialize(std::uint32_t length, std::uint32_t revision);
 
   // AddAce: inserts `aces` before entry `startingIndex` (kAppendAce, or any index at or past the
   // end, appends). An entry that is not writable, or an ACE revision outside 2..4, fails with
   // ERROR_INVALID_PARAMETER; entries that do not all fit in the free space fail with
   // ERROR_INSUFFICIENT_BUFFER and leave the list unchanged. An ACE revision above the list's
   // raises the list's revision.
-  err::Win32Error AddAce(std::uint32_t aceRevision, std::uint32_t startingIndex,
-                         std::span<const Ace> aces);
+  [[nodiscard]] err::Win32Error AddAce(std::uint32_t aceRevision, std::uint32_t startingIndex,
+                                       std::span<const Ace> aces);
 
   // Reads a list from the start of `bytes` (at least AclSize long). ERROR_INVALID_ACL when the
   // header is cut short, the revision is not 2..4, AclSize is below 8, not a multiple of 4 or
   // beyond `bytes`, or an entry overruns AclSize or is malformed.
-  static err::Win32Error Parse(std::span<const std::uint8_t> bytes, Acl* acl);
+  [[nodiscard]] static err::Win32Error Parse(std::span<const std::uint8_t> bytes, Acl* acl);
 
   // The binary form: AclSize bytes, free space zero-filled; written to the first AclSize bytes
   // of `out`, appended to `out`, or returned.

@@ -72,9 +72,9 @@ SecurityDescriptor InheritFromParent(const SecurityDescriptor& parent, bool isCo
 // `parentDacl` (none when it is null). What an unprotected DACL write stores, and what a
 // parent's new DACL gives each child it propagates to. Fails (ERROR_INVALID_PARAMETER as
 // Acl::FromAces reports it) only when the result would pass the 64 KiB limit of a list.
-err::Win32Error ReinheritedAcl(const Acl& dacl, const Acl* parentDacl, bool isContainer,
-                               const Sid& owner, const Sid& group, const GenericMapping& mapping,
-                               Acl* result);
+[[nodiscard]] err::Win32Error ReinheritedAcl(const Acl& dacl, const Acl* parentDacl,
+                                             bool isContainer, const Sid& owner, const Sid& group,
+                                             const GenericMapping& mapping, Acl* result);
 
 // Whether `sd`'s DACL holds an entry that children can inherit (OBJECT_INHERIT_ACE or
 // CONTAINER_INHERIT_ACE); a missing or NULL DACL holds none.

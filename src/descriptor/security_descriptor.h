@@ -69,7 +69,8 @@ struct SecurityDescriptor {
 // A DACL offset is read only when SE_DACL_PRESENT is set, and a present DACL at offset 0 is the
 // NULL DACL (the platform ignores the offset otherwise; so do we). The same holds for the SACL.
 // Offsets need not be aligned and parts may overlap: neither makes a read unsafe here.
-err::Win32Error ParseSelfRelative(std::span<const std::uint8_t> bytes, SecurityDescriptor* sd);
+[[nodiscard]] err::Win32Error ParseSelfRelative(std::span<const std::uint8_t> bytes,
+                                                SecurityDescriptor* sd);
 err::Win32Error ValidateSelfRelative(std::span<const std::uint8_t> bytes);
 
 // The parts a self-relative block is made from, borrowed from where they live, so that a block can

@@ -33,8 +33,8 @@ class Sid {
   // Reads one SID from the start of `bytes` (trailing bytes are left alone). Fails with
   // ERROR_INVALID_SID when the revision is not 1, there are more than 15 sub-authorities, or
   // the bytes end before the SID does. `used`, when given, receives the SID's length.
-  static err::Win32Error Parse(std::span<const std::uint8_t> bytes, Sid* sid,
-                               std::size_t* used = nullptr);
+  [[nodiscard]] static err::Win32Error Parse(std::span<const std::uint8_t> bytes, Sid* sid,
+                                             std::size_t* used = nullptr);
 
   // Text to SID with the rules of the platform's string-SID conversion:
   //   "S-1-<authority>[-<sub-authority>]..." with "S" in either case and revision 1 only;
@@ -45,7 +45,7 @@ class Sid {
   //   A two-letter SID alias ("BA", "SY", "WD", ...; the table is in well_known_sids.h, upper
   //   case only, as the platform's constants are) is accepted in place of the numeric form.
   // Anything else fails with ERROR_INVALID_SID.
-  static err::Win32Error FromString(std::wstring_view text, Sid* sid);
+  [[nodiscard]] static err::Win32Error FromString(std::wstring_view text, Sid* sid);
 
   // "S-1-5-21-..." with the authority in decimal below 2^32, else as "0x" and 12 upper-case
   // hexadecimal digits; sub-authorities in decimal. Never an alias.

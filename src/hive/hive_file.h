@@ -36,7 +36,7 @@ struct FileBytes {
 // Reads the whole file. ERROR_FILE_NOT_FOUND / ERROR_PATH_NOT_FOUND when it is missing,
 // ERROR_ACCESS_DENIED when it cannot be opened or is a directory, ERROR_BADDB when it is larger
 // than 4 GB (it is not read then).
-err::Win32Error ReadWholeFile(const std::wstring& path, FileBytes* bytes);
+[[nodiscard]] err::Win32Error ReadWholeFile(const std::wstring& path, FileBytes* bytes);
 err::Win32Error ReadWholeFile(const std::wstring& path, std::vector<std::uint8_t>* bytes);
 
 // Reads the file beside `path` whose name is path's file name followed by `suffix` (".LOG1"),
@@ -44,8 +44,8 @@ err::Win32Error ReadWholeFile(const std::wstring& path, std::vector<std::uint8_t
 // listed and a name that matches without regard to case (the Windows rule) is taken (of several,
 // the first in code-unit order). ERROR_FILE_NOT_FOUND when there is none, or when what is there
 // is a symbolic link or anything but a regular file (never followed).
-err::Win32Error ReadSiblingFile(const std::wstring& path, std::wstring_view suffix,
-                                std::vector<std::uint8_t>* bytes);
+[[nodiscard]] err::Win32Error ReadSiblingFile(const std::wstring& path, std::wstring_view suffix,
+                                              std::vector<std::uint8_t>* bytes);
 
 // Writes a new file. ERROR_ALREADY_EXISTS when something exists under the path (it is never
 // overwritten). The bytes go to a temporary file beside the target ("<name>.<n>.tmp"), which is
@@ -53,6 +53,7 @@ err::Win32Error ReadSiblingFile(const std::wstring& path, std::wstring_view suff
 // existence check is repeated just before the rename. Other failures: ERROR_PATH_NOT_FOUND (no
 // such folder), ERROR_ACCESS_DENIED (the folder cannot be written), ERROR_DISK_FULL, and
 // ERROR_CANTWRITE for any other write failure.
-err::Win32Error WriteNewFile(const std::wstring& path, const std::vector<std::uint8_t>& bytes);
+[[nodiscard]] err::Win32Error WriteNewFile(const std::wstring& path,
+                                           const std::vector<std::uint8_t>& bytes);
 
 }  // namespace tw::hive

@@ -83,6 +83,6 @@ struct HiveFile {
 // Reads the hive file (ReadWholeFile's errors); when it is dirty, reads the logs beside it
 // (ReadSiblingFile: found without regard to case; a log that cannot be read counts as missing)
 // and recovers it. A clean hive costs nothing beyond reading the file.
-err::Win32Error ReadHiveFile(const std::wstring& path, HiveFile* hive);
+[[nodiscard]] err::Win32Error ReadHiveFile(const std::wstring& path, HiveFile* hive);
 
 }  // namespace tw::hive

@@ -83,12 +83,13 @@ const SecurityBytes& DefaultSecurityDescriptor() {
     sd.owner = security::BuiltinAdministratorsSid();
     sd.group = security::LocalSystemSid();
     security::Acl dacl;
-    security::Acl::FromAces(
+    // Fixed, valid ACEs: it cannot fail.
+    static_cast<void>(security::Acl::FromAces(
         security::kAclRevision,
         {security::Ace::Allowed(kKeyAllAccess, security::LocalSystemSid(), inherit),
          security::Ace::Allowed(kKeyAllAccess, security::BuiltinAdministratorsSid(), inherit),
          security::Ace::Allowed(kKeyRead, security::BuiltinUsersSid(), inherit)},
-        &dacl);
+        &dacl));
     sd.SetDacl(std::move(dacl));
     return security::MakeSelfRelative(sd);
   }();

@@ -64,7 +64,7 @@ class CDebugLog : public CReferenceCount, public LogWriter {
   // Writes one line with message into "<logDirectory><name>.log" ("/" in that path becomes
   // "-"). Returns S_OK or the HRESULT of the Win32 error of the failing call. Running out of
   // memory throws HResultError(E_OUTOFMEMORY).
-  HResult WriteEntry(std::wstring_view name, std::wstring_view message);
+  [[nodiscard]] HResult WriteEntry(std::wstring_view name, std::wstring_view message);
 
   // The folder of the program with a trailing backslash, and its file name without extension.
   const std::wstring& LogDirectory() const { return logDirectory; }
@@ -72,7 +72,7 @@ class CDebugLog : public CReferenceCount, public LogWriter {
 
  private:
   // WriteEntry's steps; an allocation failure leaves it as std::bad_alloc.
-  HResult WriteLine(std::wstring_view name, std::wstring_view message);
+  [[nodiscard]] HResult WriteLine(std::wstring_view name, std::wstring_view message);
 
   FileSystem& fileSystem_;
   SystemServices& system_;

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "base/win32_error.h"
 #include "ports/child_process.h"
 #include "ports/com_runtime.h"
 #include "ports/console.h"
@@ -51,8 +52,8 @@ bool StandardOutputIsTerminal();
 void WatchInterrupts();
 int InterruptCount();
 std::unique_ptr<XmlDocument> NewNativeXmlDocument();
-std::uint32_t NativeThreadLastError();
-void SetNativeThreadLastError(std::uint32_t error);
+err::Win32Error NativeThreadLastError();
+void SetNativeThreadLastError(err::Win32Error error);
 
 // The system's ports, reporting the adapters' diagnostics to diagnostics.
 inline ProcessPorts NativeProcessPorts(DiagnosticSink& diagnostics) {

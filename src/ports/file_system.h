@@ -137,34 +137,34 @@ class FileSystem {
   // kFileNotFound, a missing folder on the way kPathNotFound, a folder (without backup
   // semantics) or a denied file kAccessDenied, a read-only file opened for writing or emptied
   // kAccessDenied.
-  virtual err::Win32Error Open(std::wstring_view path, const FileOpenRequest& request,
-                               FileHandle& handle) = 0;
+  [[nodiscard]] virtual err::Win32Error Open(std::wstring_view path, const FileOpenRequest& request,
+                                             FileHandle& handle) = 0;
 
   // SetFilePointerEx(handle, distance, &position, origin): moves the file pointer; position is
   // the new offset from the start.
-  virtual err::Win32Error Seek(FileHandle handle, std::int64_t distance, SeekOrigin origin,
-                               std::uint64_t& position) = 0;
+  [[nodiscard]] virtual err::Win32Error Seek(FileHandle handle, std::int64_t distance,
+                                             SeekOrigin origin, std::uint64_t& position) = 0;
 
   // GetFileSizeEx(handle, &size).
-  virtual err::Win32Error QuerySize(FileHandle handle, std::uint64_t& size) = 0;
+  [[nodiscard]] virtual err::Win32Error QuerySize(FileHandle handle, std::uint64_t& size) = 0;
 
   // WriteFile(handle, data, byteCount, &written, NULL) at the file pointer, which moves past the
   // bytes written.
-  virtual err::Win32Error Write(FileHandle handle, const void* data, std::uint32_t byteCount,
-                                std::uint32_t& written) = 0;
+  [[nodiscard]] virtual err::Win32Error Write(FileHandle handle, const void* data,
+                                              std::uint32_t byteCount, std::uint32_t& written) = 0;
 
   // FlushFileBuffers(handle): the data written so far reaches the disk.
-  virtual err::Win32Error Flush(FileHandle handle) = 0;
+  [[nodiscard]] virtual err::Win32Error Flush(FileHandle handle) = 0;
 
   // CloseHandle(handle). A handle that is not open (closed before, or never opened) gives
   // kInvalidHandle.
-  virtual err::Win32Error Close(FileHandle handle) = 0;
+  [[nodiscard]] virtual err::Win32Error Close(FileHandle handle) = 0;
 
   // CopyFileW(from, to, failIfExists): copies the content, the attributes and the last-write
   // time; an existing target is overwritten unless failIfExists, which then gives kFileExists.
   // A read-only target gives kAccessDenied, a folder as source or target kAccessDenied.
-  virtual err::Win32Error CopyFileTo(std::wstring_view from, std::wstring_view to,
-                                     bool failIfExists) = 0;
+  [[nodiscard]] virtual err::Win32Error CopyFileTo(std::wstring_view from, std::wstring_view to,
+                                                   bool failIfExists) = 0;
 
   // FindFirstFileW(pattern, &data): starts a search of the folder that pattern names; its last
   // element may hold "*" and "?", matched case-insensitively against the long names with the
@@ -175,45 +175,47 @@ class FileSystem {
   // search is kInvalidSearchHandle: a missing folder gives kPathNotFound, a folder without a
   // match kFileNotFound, a pattern ending in a separator kFileNotFound, a folder that is a file
   // kDirectory.
-  virtual err::Win32Error FindFirstEntry(std::wstring_view pattern, SearchHandle& search,
-                                         FindEntry& entry) = 0;
+  [[nodiscard]] virtual err::Win32Error FindFirstEntry(std::wstring_view pattern,
+                                                       SearchHandle& search, FindEntry& entry) = 0;
 
   // FindNextFileW(search, &data): the next entry; kNoMoreFiles when none is left (the search
   // stays open until CloseSearch).
-  virtual err::Win32Error FindNextEntry(SearchHandle search, FindEntry& entry) = 0;
+  [[nodiscard]] virtual err::Win32Error FindNextEntry(SearchHandle search, FindEntry& entry) = 0;
 
   // FindClose(search). A search that is not running gives kInvalidHandle.
-  virtual err::Win32Error CloseSearch(SearchHandle search) = 0;
+  [[nodiscard]] virtual err::Win32Error CloseSearch(SearchHandle search) = 0;
 
   // GetFileAttributesW(path): on success attributes holds the FILE_ATTRIBUTE_* bits; on failure
   // file_attr::kInvalid, with kFileNotFound / kPathNotFound for what is missing.
-  virtual err::Win32Error GetAttributes(std::wstring_view path, std::uint32_t& attributes) = 0;
+  [[nodiscard]] virtual err::Win32Error GetAttributes(std::wstring_view path,
+                                                      std::uint32_t& attributes) = 0;
 
   // SetFileAttributesW(path, attributes). The DIRECTORY and REPARSE_POINT bits follow the
   // object and are ignored; 0 and kNormal clear every settable bit.
-  virtual err::Win32Error SetAttributes(std::wstring_view path, std::uint32_t attributes) = 0;
+  [[nodiscard]] virtual err::Win32Error SetAttributes(std::wstring_view path,
+                                                      std::uint32_t attributes) = 0;
 
   // GetFileTime(handle, &creation, &lastAccess, &lastWrite).
-  virtual err::Win32Error GetTimes(FileHandle handle, FileTimes& times) = 0;
+  [[nodiscard]] virtual err::Win32Error GetTimes(FileHandle handle, FileTimes& times) = 0;
 
   // SetFileTime(handle, ...): sets each time that is not 0 (a zero time is passed as NULL and
   // left as it is). The handle needs write or kFileWriteAttributes access, else kAccessDenied.
-  virtual err::Win32Error SetTimes(FileHandle handle, const FileTimes& times) = 0;
+  [[nodiscard]] virtual err::Win32Error SetTimes(FileHandle handle, const FileTimes& times) = 0;
 
   // CreateDirectoryW(path, NULL). An existing file or folder of that name gives kAlreadyExists,
   // a missing folder on the way kPathNotFound.
-  virtual err::Win32Error MakeFolder(std::wstring_view path) = 0;
+  [[nodiscard]] virtual err::Win32Error MakeFolder(std::wstring_view path) = 0;
 
   // SHCreateDirectoryExW(NULL, path, NULL): creates every missing folder of the fully qualified
   // path. Returns kSuccess, kAlreadyExists when the folder exists, kFileExists when a file has
   // its name, kBadPathname for a relative path, kFilenameExcedRange for a path of 248
   // characters or more, kPathNotFound when a file stands on the way or the root does not exist,
   // or the failing creation's error.
-  virtual err::Win32Error MakeFolderPath(std::wstring_view path) = 0;
+  [[nodiscard]] virtual err::Win32Error MakeFolderPath(std::wstring_view path) = 0;
 
   // DeleteFileW(path). A read-only file or a folder gives kAccessDenied; a symbolic link is
   // removed itself.
-  virtual err::Win32Error DeleteFileAt(std::wstring_view path) = 0;
+  [[nodiscard]] virtual err::Win32Error DeleteFileAt(std::wstring_view path) = 0;
 
   // SHFileOperationW(FO_DELETE, path, FOF_NOCONFIRMATION | FOF_NOERRORUI): deletes the file or
   // the folder with everything in it for good, read-only and hidden items included; links and
@@ -221,7 +223,7 @@ class FileSystem {
   // non-zero result: the POSIX adapter and the fake give the Win32 error of the first item that
   // could not be removed (kFileNotFound or kPathNotFound when path does not exist). Wildcards
   // in path are not expanded.
-  virtual err::Win32Error DeleteTree(std::wstring_view path) = 0;
+  [[nodiscard]] virtual err::Win32Error DeleteTree(std::wstring_view path) = 0;
 
   // Open(path, request, handle), with the handle held as a lock: until it is closed, or until
   // the process ends in any way (the system then lets go of it), the same call on the same path
@@ -231,8 +233,9 @@ class FileSystem {
   // Windows: CreateFileW with FILE_SHARE_DELETE as the only sharing (the request's share flags
   // are not used). POSIX: an flock on the folder that holds path, taken before the file is
   // opened or created; so every file of that folder shares the one lock.
-  virtual err::Win32Error OpenLocked(std::wstring_view path, const FileOpenRequest& request,
-                                     FileHandle& handle) = 0;
+  [[nodiscard]] virtual err::Win32Error OpenLocked(std::wstring_view path,
+                                                   const FileOpenRequest& request,
+                                                   FileHandle& handle) = 0;
 
   // The lock of a log file that several processes write (an addition to the Windows calls
   // above): LockLogFile waits for and takes the exclusive lock that every writer of the existing
@@ -242,7 +245,7 @@ class FileSystem {
   // apart, not the threads of one process: a process serialises its own writers. POSIX: flock on
   // a descriptor kept for the purpose; Windows: LockFileEx on one byte far beyond any content,
   // through a handle kept for the purpose.
-  virtual err::Win32Error LockLogFile(std::wstring_view path) = 0;
+  [[nodiscard]] virtual err::Win32Error LockLogFile(std::wstring_view path) = 0;
   virtual err::Win32Error UnlockLogFile(std::wstring_view path) = 0;
 };
 

@@ -3,13 +3,13 @@
 // it is a thread-local value that the built-in stand-ins of the bound functions set.
 #pragma once
 
-#include <cstdint>
+#include "base/win32_error.h"
 
 namespace tw {
 
 // GetLastError().
-std::uint32_t ThreadLastError();
+[[nodiscard]] err::Win32Error ThreadLastError();
 // SetLastError(error).
-void SetThreadLastError(std::uint32_t error);
+void SetThreadLastError(err::Win32Error error);
 
 }  // namespace tw

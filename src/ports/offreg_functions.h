@@ -18,8 +18,11 @@ using OrKey = hive::ORHKEY;
 using OrFileTime = hive::FILETIME;
 
 // userenv.dll
-using CreateProfileFunction = HResult(TW_OR_CALL*)(const wchar_t* sid, const wchar_t* userName,
-                                                   wchar_t* profilePath, OrDword cchProfilePath);
+// CreateProfile returns the HRESULT as the platform's C function does, a bare 32-bit integer
+// (a class type would change how the value is returned); the caller makes it an HResult.
+using CreateProfileFunction = std::int32_t(TW_OR_CALL*)(const wchar_t* sid, const wchar_t* userName,
+                                                        wchar_t* profilePath,
+                                                        OrDword cchProfilePath);  // HRESULT
 using DeleteProfileWFunction = std::int32_t(TW_OR_CALL*)(const wchar_t* sid,
                                                          const wchar_t* profilePath,
                                                          const wchar_t* computerName);  // BOOL

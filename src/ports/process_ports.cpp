@@ -30,9 +30,9 @@ SystemServices& ProcessSystemServices() { return InstalledProcessPorts().systemS
 
 std::unique_ptr<XmlDocument> NewXmlDocument() { return InstalledProcessPorts().newXmlDocument(); }
 
-std::uint32_t ThreadLastError() { return InstalledProcessPorts().threadLastError(); }
+err::Win32Error ThreadLastError() { return InstalledProcessPorts().threadLastError(); }
 
-void SetThreadLastError(std::uint32_t error) { InstalledProcessPorts().setThreadLastError(error); }
+void SetThreadLastError(err::Win32Error error) { InstalledProcessPorts().setThreadLastError(error); }
 
 void ReportDiagnosticText(std::wstring_view finished) {
   InstalledProcessPorts().diagnostics.WriteMessage(finished);

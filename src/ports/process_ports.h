@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "base/win32_error.h"
+
 namespace tw {
 
 class ComRuntime;
@@ -31,8 +33,8 @@ struct ProcessPorts {
   // A new, not yet created XML document (NewXmlDocument()).
   std::unique_ptr<XmlDocument> (*newXmlDocument)();
   // The calling thread's last-error value (ThreadLastError(), SetThreadLastError()).
-  std::uint32_t (*threadLastError)();
-  void (*setThreadLastError)(std::uint32_t error);
+  err::Win32Error (*threadLastError)();
+  void (*setThreadLastError)(err::Win32Error error);
   // Where the adapters report what a port's result cannot carry (ReportDiagnostic()).
   DiagnosticSink& diagnostics;
 };

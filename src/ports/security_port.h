@@ -109,20 +109,20 @@ class SecurityPort {
   // DACL_SECURITY_INFORMATION): `sd` receives owner, DACL and the control bits that belong to
   // them (no group or SACL). Returns the call's result (kSuccess, or the Win32 error such as
   // kFileNotFound, kPathNotFound or kAccessDenied).
-  virtual err::Win32Error ReadNamedSecurity(std::wstring_view path,
-                                            security::SecurityDescriptor& sd) = 0;
+  [[nodiscard]] virtual err::Win32Error ReadNamedSecurity(std::wstring_view path,
+                                                          security::SecurityDescriptor& sd) = 0;
   // GetSecurityInfo(handle, SE_FILE_OBJECT, OWNER | DACL) on a handle of the file-system port
   // (opened with backup semantics), with the same result rules. `path` is the name the handle
   // was opened with: the POSIX adapter reads the object by that name, because the file-system
   // port's handles are private ids of its own adapter (the core opens, reads and closes in one
   // step on one thread, so the name still names the opened object); the Win32 adapter reads
   // through the handle and ignores the name.
-  virtual err::Win32Error ReadOpenedObjectSecurity(FileHandle handle, std::wstring_view path,
-                                                   security::SecurityDescriptor& sd) = 0;
+  [[nodiscard]] virtual err::Win32Error ReadOpenedObjectSecurity(
+      FileHandle handle, std::wstring_view path, security::SecurityDescriptor& sd) = 0;
   // SetNamedSecurityInfoW(path, SE_FILE_OBJECT, what `write` asks for, owner, NULL, dacl, NULL).
   // Asking for nothing succeeds without touching the object.
-  virtual err::Win32Error WriteNamedSecurity(std::wstring_view path,
-                                             const SecurityWrite& write) = 0;
+  [[nodiscard]] virtual err::Win32Error WriteNamedSecurity(std::wstring_view path,
+                                                           const SecurityWrite& write) = 0;
   // SetSecurityInfo(handle, SE_FILE_OBJECT, what `write` asks for, owner, NULL, dacl, NULL) on a
   // handle of the file-system port opened with WRITE_OWNER and WRITE_DAC as the write needs them
   // (and backup semantics), with the same request and result rules as WriteNamedSecurity: the
@@ -131,29 +131,30 @@ class SecurityPort {
   // writes through the name only while it still names the object the handle holds (same device
   // and inode), and fails with kInvalidHandle for a handle that is not open and with
   // kAccessDenied when the name has come to stand for another object.
-  virtual err::Win32Error WriteOpenedObjectSecurity(FileHandle handle, std::wstring_view path,
-                                                    const SecurityWrite& write) = 0;
+  [[nodiscard]] virtual err::Win32Error WriteOpenedObjectSecurity(FileHandle handle,
+                                                                  std::wstring_view path,
+                                                                  const SecurityWrite& write) = 0;
 
   // CreateDirectoryW(path, &attributes) with SECURITY_ATTRIBUTES {24, a self-relative copy of
   // `sd` (none when null), FALSE}. The new folder gets the descriptor's owner and DACL; without
   // a descriptor it gets what the system gives a new folder. An existing file or folder gives
   // kAlreadyExists, a missing folder on the way kPathNotFound.
-  virtual err::Win32Error CreateFolderWithSecurity(std::wstring_view path,
-                                                   const security::SecurityDescriptor* sd) = 0;
+  [[nodiscard]] virtual err::Win32Error CreateFolderWithSecurity(
+      std::wstring_view path, const security::SecurityDescriptor* sd) = 0;
   // SHCreateDirectoryExW(NULL, path, &attributes): creates every missing folder of the
   // fully qualified `path`, each with `sd` as CreateFolderWithSecurity does. Returns kSuccess,
   // kAlreadyExists when the folder exists, kFileExists when a file has its name, kBadPathname
   // for a relative path, kFilenameExcedRange for a path of 248 characters or more,
   // kPathNotFound when a file stands on the way or the root does not exist, or the failing
   // creation's error.
-  virtual err::Win32Error CreateFolderPathWithSecurity(std::wstring_view path,
-                                                       const security::SecurityDescriptor* sd) = 0;
+  [[nodiscard]] virtual err::Win32Error CreateFolderPathWithSecurity(
+      std::wstring_view path, const security::SecurityDescriptor* sd) = 0;
   // CreateFileW(path, GENERIC_WRITE, 0, &attributes, CREATE_NEW or CREATE_ALWAYS,
   // FILE_ATTRIBUTE_NORMAL, NULL) and CloseHandle: an empty file with `sd`'s owner and DACL (a
   // file that CREATE_ALWAYS empties keeps its own security, as on Windows). An existing file
   // with `failIfExists` gives kFileExists.
-  virtual err::Win32Error CreateFileWithSecurity(std::wstring_view path, bool failIfExists,
-                                                 const security::SecurityDescriptor* sd) = 0;
+  [[nodiscard]] virtual err::Win32Error CreateFileWithSecurity(
+      std::wstring_view path, bool failIfExists, const security::SecurityDescriptor* sd) = 0;
 };
 
 // The process's real security port (the Win32 calls, or the POSIX adapter). It lives until the

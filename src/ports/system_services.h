@@ -40,7 +40,8 @@ class SystemServices {
   // WideCharToMultiByte(CP_THREAD_ACP, 0, text, ..., NULL, NULL): text in the calling thread's
   // ANSI code page, characters it lacks replaced by the code page's default character. On
   // failure returns the Win32 error and leaves bytes empty.
-  virtual err::Win32Error EncodeToThreadAnsi(std::wstring_view text, std::string& bytes) = 0;
+  [[nodiscard]] virtual err::Win32Error EncodeToThreadAnsi(std::wstring_view text,
+                                                           std::string& bytes) = 0;
 };
 
 // The process's real system services. It lives until the process exits.

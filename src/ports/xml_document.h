@@ -27,11 +27,12 @@ class XmlElement {
   // selectSingleNode with the bare name (an XPath child step: the first child element of that
   // name, case-sensitive), queried for an element. S_OK with `child` set when there is one;
   // S_FALSE with `child` reset when there is none; a failure code when the call itself fails.
-  virtual HResult SelectChild(std::wstring_view name, std::unique_ptr<XmlElement>& child) = 0;
+  [[nodiscard]] virtual HResult SelectChild(std::wstring_view name,
+                                            std::unique_ptr<XmlElement>& child) = 0;
 
   // The element's `text`: all its descendant text (text and CDATA, in document order),
   // with leading and trailing white space removed. A failure code when it cannot be read.
-  virtual HResult GetText(std::wstring& text) = 0;
+  [[nodiscard]] virtual HResult GetText(std::wstring& text) = 0;
 
   // getAttribute(name), then the value converted to a 32-bit integer as VariantChangeType to
   // VT_I4 converts a string: "1" and " 2 " convert, "true", "0x10", "" and other non-numbers do
@@ -39,7 +40,8 @@ class XmlElement {
   // code when the call fails (`value` untouched); otherwise S_OK (present) or S_FALSE (absent),
   // with `value` set to the integer, or to nullopt when the attribute is absent or its value
   // does not convert.
-  virtual HResult GetInt32Attribute(std::wstring_view name, std::optional<std::int32_t>& value) = 0;
+  [[nodiscard]] virtual HResult GetInt32Attribute(std::wstring_view name,
+                                                  std::optional<std::int32_t>& value) = 0;
 };
 
 // One DOM document: created, loaded once, then read.
@@ -54,15 +56,15 @@ class XmlDocument {
 
   // CLSIDFromProgID("MSXML.DOMDocument") and CoCreateInstance: the failure of either is
   // returned. Must succeed before the calls below.
-  virtual HResult Create() = 0;
+  [[nodiscard]] virtual HResult Create() = 0;
 
   // load(path): a failing code when the file cannot be read. A file that is read but is not
   // well-formed XML is not a failure here; the document then has no document element.
-  virtual HResult Load(std::wstring_view path) = 0;
+  [[nodiscard]] virtual HResult Load(std::wstring_view path) = 0;
 
   // get_documentElement: S_OK with `element` set; S_FALSE with `element` reset when the loaded
   // file did not parse; a failure code when the call fails.
-  virtual HResult GetDocumentElement(std::unique_ptr<XmlElement>& element) = 0;
+  [[nodiscard]] virtual HResult GetDocumentElement(std::unique_ptr<XmlElement>& element) = 0;
 
   // Releases the document and everything the adapter holds for it (on Windows the MSXML
   // objects, which belong to COM: the run releases them before CoUninitialize). Elements handed

@@ -66,7 +66,7 @@ void CopyDefaultSubfolder(MigrationContext& context, const FindEntry& entry,
   }
   const HResult copied = CopyDefaultFolder(context, sourceItem, targetItem, owner, nullptr);
   if (copied != hr::kOk) {
-    Log(L"Failed copying folder (0x%08X): %s", HResultFromWin32(copied), targetItem);
+    Log(L"Failed copying folder (0x%08X): %s", copied, targetItem);
   }
 }
 
@@ -139,7 +139,7 @@ bool CopyItemContent(FolderMigrator& migrator, const FindEntry& entry,
   }
   const HResult copied = CopyFolder(migrator, sourceItem, targetItem);
   if (copied != hr::kOk) {
-    Log(L"Failed migrating folder (0x%08X): %s", HResultFromWin32(copied), sourceItem);
+    Log(L"Failed migrating folder (0x%08X): %s", copied, sourceItem);
   }
   return true;
 }
@@ -276,7 +276,8 @@ HResult CopyFolder(FolderMigrator& migrator, const std::wstring& sourceFolder,
   }
   const auto createTarget = [&] {
     if (!files.PathExists(targetFolder))
-      CreateTargetFolderPath(migrator, sourceFolder, targetFolder);
+      static_cast<void>(CreateTargetFolderPath(
+          migrator, sourceFolder, targetFolder));  // it logs its own failure; the copy goes on
   };
   CaseTwins names;
   const err::Win32Error searchError =

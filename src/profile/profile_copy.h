@@ -38,9 +38,10 @@ FileOpenRequest TargetObjectRequest();
 // - every entry, copied or not, then gets the owner written; a failed write, or no owner,
 //   logs "Failed setting object owner (0x%08X): %s" (no owner: 0x8007051B).
 // Items are named "%s\\%s" (folder, entry name). Returns 0 unless the search fails.
-HResult CopyDefaultProfile(MigrationContext& context, const std::wstring& defaultProfile,
-                           const std::wstring& targetFolder,
-                           const SelfRelativeDescriptor& sourceSecurity);
+[[nodiscard]] HResult CopyDefaultProfile(MigrationContext& context,
+                                         const std::wstring& defaultProfile,
+                                         const std::wstring& targetFolder,
+                                         const SelfRelativeDescriptor& sourceSecurity);
 
 // Copies sourceFolder into targetFolder recursively (the target folder path is created first
 // when missing, with CreateTargetFolderPath). For each entry:
@@ -70,15 +71,16 @@ HResult CopyDefaultProfile(MigrationContext& context, const std::wstring& defaul
 // before the loop ends, and a source folder too long for its search pattern logs "Path too long,
 // the folder's content is not migrated (0x800700CE): %s" (source folder) before the search
 // fails.
-HResult CopyFolder(FolderMigrator& migrator, const std::wstring& sourceFolder,
-                   const std::wstring& targetFolder);
+[[nodiscard]] HResult CopyFolder(FolderMigrator& migrator, const std::wstring& sourceFolder,
+                                 const std::wstring& targetFolder);
 
 // Creates every missing folder of targetFolder with the owner and DACL of sourceFolder (without
 // a descriptor when that cannot be read), then gives it sourceFolder's attributes ("Failed
 // getting source folder attributes (0x%08X): %s", "Failed setting target folder attributes
 // (0x%08X): %s"; both only logged). An existing folder counts as created. Any other failure logs
 // "Failed to create target profile path (0x%08X): %s" (target folder) and returns its HRESULT.
-HResult CreateTargetFolderPath(FolderMigrator& migrator, const std::wstring& sourceFolder,
-                               const std::wstring& targetFolder);
+[[nodiscard]] HResult CreateTargetFolderPath(FolderMigrator& migrator,
+                                             const std::wstring& sourceFolder,
+                                             const std::wstring& targetFolder);
 
 }  // namespace tw

@@ -3,6 +3,7 @@
 #include <array>
 #include <optional>
 
+#include "base/result_conversions.h"
 #include "base/scope_guard.h"
 #include "base/win32_error.h"
 #include "descriptor/sid.h"
@@ -120,11 +121,11 @@ bool FindOwner(ProfileBuild& build) {
 bool CreateTemporaryProfile(ProfileBuild& build, HResult& result) {
   const COffregWrapper& offreg = build.context.offreg;
   if (offreg.CreateProfile == nullptr) {
-    result = 1;
+    result = RawWin32CodeAsResult(err::kInvalidFunction);  // the bare 1, as documented
   } else {
-    result = offreg.CreateProfile(build.ownerText.c_str(), kTemporaryProfileUser,
-                                  build.temporaryBuffer.data(),
-                                  static_cast<OrDword>(build.temporaryBuffer.size()));
+    result = HResult{offreg.CreateProfile(build.ownerText.c_str(), kTemporaryProfileUser,
+                                          build.temporaryBuffer.data(),
+                                          static_cast<OrDword>(build.temporaryBuffer.size()))};
     build.temporaryBuffer.back() = L'\0';
   }
   if (offreg.CreateProfile == nullptr || Failed(result)) {
@@ -139,7 +140,7 @@ HResult CopyDefaultProfileIntoTarget(ProfileBuild& build) {
   const std::wstring temporaryPath(build.temporaryBuffer.data());
   HResult result = hr::kOk;
   if (build.targetPath.empty() || temporaryPath.empty()) {
-    result = static_cast<HResult>(err::kPathNotFound);
+    result = RawWin32CodeAsResult(err::kPathNotFound);  // the bare 3, as documented
   } else {
     result =
         CopyDefaultProfile(build.context, temporaryPath, build.targetPath, build.sourceSecurity);
@@ -181,7 +182,7 @@ struct SourceStepsOutcome {
 // A failed step 8 to 11: the target is deleted again under its lock.
 SourceStepsOutcome DeleteTargetAgain(ProfileBuild& build, UniqueFileHandle& targetLock,
                                      SourceStepsOutcome outcome) {
-  DeleteLockedTarget(build.context, build.targetPath, targetLock);
+  static_cast<void>(DeleteLockedTarget(build.context, build.targetPath, targetLock));
   return outcome;
 }
 
@@ -251,7 +252,7 @@ SourceStepsOutcome RunSourceSteps(ProfileBuild& build) {
 HResult DeleteTemporaryProfile(MigrationContext& context, const std::wstring& temporaryPath,
                                const std::wstring& ownerText, HResult result) {
   if (temporaryPath.empty()) return result;
-  DeleteFolderTree(context, temporaryPath);
+  static_cast<void>(DeleteFolderTree(context, temporaryPath));
   bool deleted = false;
   HResult deleteCode = HResultFromWin32(err::kProcNotFound);
   if (context.offreg.DeleteProfileW != nullptr) {

@@ -56,8 +56,8 @@ inline constexpr std::size_t kTemporaryProfileBuffer = 260;
 // 0 (a stand-in that set none) the code is E_FAIL, so that the failure always shows in the
 // result; an unbound DeleteProfileW gives 0x8007007F (ERROR_PROC_NOT_FOUND, what looking it up
 // failed with).
-HResult MigrateProfile(MigrationContext& context, const std::wstring& sourcePath,
-                       std::uint32_t sourceVersion, std::wstring& targetPath,
-                       std::uint32_t targetVersion);
+[[nodiscard]] HResult MigrateProfile(MigrationContext& context, const std::wstring& sourcePath,
+                                     std::uint32_t sourceVersion, std::wstring& targetPath,
+                                     std::uint32_t targetVersion);
 
 }  // namespace tw

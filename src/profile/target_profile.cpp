@@ -131,7 +131,8 @@ HResult CreateTargetProfileFolder(MigrationContext& context, const std::wstring&
       // The run that left the marker has ended.
       Log(L"The target profile contains an interrupted migration, rebuilding profile: %s",
           targetPath);
-      DeleteLockedTarget(context, targetPath, lock);
+      // The rebuild goes on: not checked.
+      static_cast<void>(DeleteLockedTarget(context, targetPath, lock));
       break;
     }
     if ((locked == err::kFileNotFound || locked == err::kPathNotFound) && look < kTargetLooks)

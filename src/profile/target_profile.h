@@ -50,8 +50,8 @@ std::wstring MarkerPathOf(const std::wstring& targetPath);
 // Returns 0 with targetPath set. A join that does not fit MAX_PATH leaves targetPath empty (as
 // the emptied buffer of the Windows call would) and still returns 0: the later UNC test of the
 // per-profile migration refuses the empty path.
-HResult GetTargetPath(MigrationContext& context, const std::wstring& sourcePath,
-                      std::wstring& targetPath, std::uint32_t targetVersion);
+[[nodiscard]] HResult GetTargetPath(MigrationContext& context, const std::wstring& sourcePath,
+                                    std::wstring& targetPath, std::uint32_t targetVersion);
 
 // One run per target: a run holds a lock on each target while it builds it, from before its
 // marker exists until the marker is removed again (or the target deleted). The lock is the
@@ -62,8 +62,9 @@ HResult GetTargetPath(MigrationContext& context, const std::wstring& sourcePath,
 // GENERIC_ALL, ..., CREATE_ALWAYS, FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN)), under this
 // run's lock, which `lock` then holds. Another run that looks at the fresh folder holds its lock
 // for a moment; that is waited for briefly. Returns the Win32 error of the creation.
-err::Win32Error CreateLockedMarker(MigrationContext& context, const std::wstring& targetPath,
-                                   UniqueFileHandle& lock);
+[[nodiscard]] err::Win32Error CreateLockedMarker(MigrationContext& context,
+                                                 const std::wstring& targetPath,
+                                                 UniqueFileHandle& lock);
 
 // Deletes the tree of a target whose lock `lock` holds (DeleteFolderTree, under the lock, so that
 // no other run starts on the target meanwhile), then lets go of the lock. Where an open file is
@@ -71,8 +72,8 @@ err::Win32Error CreateLockedMarker(MigrationContext& context, const std::wstring
 // only go after that: a target still there without its marker is deleted once more (no other run
 // touches a target without a marker). Returns the last deletion's result. With an empty `lock`
 // this is DeleteFolderTree.
-HResult DeleteLockedTarget(MigrationContext& context, const std::wstring& targetPath,
-                           UniqueFileHandle& lock);
+[[nodiscard]] HResult DeleteLockedTarget(MigrationContext& context, const std::wstring& targetPath,
+                                         UniqueFileHandle& lock);
 
 // Creates the target root folder with the owner and DACL of sourceSecurity (none when it is
 // empty):
@@ -89,12 +90,13 @@ HResult DeleteLockedTarget(MigrationContext& context, const std::wstring& target
 //   already exists: %s" is logged and 0x800700B7 returned; nothing is changed;
 // - a failed creation logs "Failed creating folder (0x%08X): %s already exists" (183),
 //   "... %s not found" (3) or "... %s" (any other error) and returns the error's HRESULT.
-HResult CreateTargetProfileFolder(MigrationContext& context, const std::wstring& targetPath,
-                                  const SelfRelativeDescriptor& sourceSecurity);
+[[nodiscard]] HResult CreateTargetProfileFolder(MigrationContext& context,
+                                                const std::wstring& targetPath,
+                                                const SelfRelativeDescriptor& sourceSecurity);
 
 // Deletes path with everything in it for good (SHFileOperationW FO_DELETE, no undo); a path
 // longer than 519 characters is cut at 519. Returns 0, or 0x80004005 for any failure. Logs
 // nothing.
-HResult DeleteFolderTree(MigrationContext& context, const std::wstring& path);
+[[nodiscard]] HResult DeleteFolderTree(MigrationContext& context, const std::wstring& path);
 
 }  // namespace tw

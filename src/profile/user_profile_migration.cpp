@@ -188,7 +188,8 @@ void CopyLocation(FolderMigrator& migrator, FileSecurity& fileSecurity,
     }
   }
 
-  CopyFolder(migrator, sourceLocation, targetLocation);
+  // Logged inside; the next folder follows.
+  static_cast<void>(CopyFolder(migrator, sourceLocation, targetLocation));
 
   RestoreLocation(fileSecurity, sourceLocation, sourceSaved);
   RestoreLocation(fileSecurity, targetLocation, targetSaved);
@@ -279,7 +280,8 @@ HResult MigrateProfileFolders(FolderMigrator& migrator, const std::wstring& sour
     CopyLocation(migrator, fileSecurity, sourceLocation, targetLocation);
   }
 
-  MigrateRemainingFolders(migrator, sourcePath, targetPath);
+  // Logged inside; not the profile's result.
+  static_cast<void>(MigrateRemainingFolders(migrator, sourcePath, targetPath));
   return hr::kOk;
 }
 
@@ -310,7 +312,8 @@ HResult MigrateRemainingFolders(FolderMigrator& migrator, const std::wstring& so
           HResultFromWin32(err::kFilenameExcedRange), sourcePath, entry.name);
       return WalkStep::kNext;
     }
-    CopyFolder(migrator, sourceItem, targetItem);
+    // Logged inside; the next folder follows.
+    static_cast<void>(CopyFolder(migrator, sourceItem, targetItem));
     FinishRemainingFolder(files, fileSecurity, entry, sourceItem, targetItem, lastFailure);
     return WalkStep::kNext;
   });

@@ -15,9 +15,9 @@ namespace tw {
 
 // The hive migration (MigrateRegistryHive) with the same arguments; its code when non-zero,
 // else the result of MigrateProfileFolders.
-HResult MigrateUserProfile(FolderMigrator& migrator, const std::wstring& sourcePath,
-                           std::int32_t sourceVersion, const std::wstring& targetPath,
-                           std::int32_t targetVersion);
+[[nodiscard]] HResult MigrateUserProfile(FolderMigrator& migrator, const std::wstring& sourcePath,
+                                         std::int32_t sourceVersion, const std::wstring& targetPath,
+                                         std::int32_t targetVersion);
 
 // The folder migration of one profile:
 // 1. a folder mask with its top bit set ("/f-") returns 0 at once;
@@ -43,9 +43,11 @@ HResult MigrateUserProfile(FolderMigrator& migrator, const std::wstring& sourceP
 //    take-over that failed after changing the owner) gets the kept security put back as well,
 //    so that no object is left owned by the running user;
 // 5. MigrateRemainingFolders, whose result is not looked at. Returns 0.
-HResult MigrateProfileFolders(FolderMigrator& migrator, const std::wstring& sourcePath,
-                              std::int32_t sourceVersion, const std::wstring& targetPath,
-                              std::int32_t targetVersion);
+[[nodiscard]] HResult MigrateProfileFolders(FolderMigrator& migrator,
+                                            const std::wstring& sourcePath,
+                                            std::int32_t sourceVersion,
+                                            const std::wstring& targetPath,
+                                            std::int32_t targetVersion);
 
 // The second pass: every top-level folder of sourcePath that is neither a reparse point nor named
 // exactly (case-sensitively) as a row of the special folder table is copied (CopyFolder) to the
@@ -63,8 +65,9 @@ HResult MigrateProfileFolders(FolderMigrator& migrator, const std::wstring& sour
 // A failed search logs "Failed searching \"%s\": 0x%08" (pattern, then code; the format ends
 // without a conversion letter, deliberately) and returns its code; otherwise the code of the last
 // failure, 0 when none.
-HResult MigrateRemainingFolders(FolderMigrator& migrator, const std::wstring& sourcePath,
-                                const std::wstring& targetPath);
+[[nodiscard]] HResult MigrateRemainingFolders(FolderMigrator& migrator,
+                                              const std::wstring& sourcePath,
+                                              const std::wstring& targetPath);
 
 // The format of a failed search of the profile root: it ends in "0x%08" without a conversion
 // letter and takes the path before the code, deliberately (the formatter prints the code as

@@ -24,7 +24,9 @@ namespace {
 // not taken). The result is not looked at.
 void RestoreSecurity(MigrationContext& context, const std::wstring& path,
                      const SelfRelativeDescriptor& savedSecurity) {
-  FileSecurity(context.files, context.security).ApplySecurity(path, savedSecurity);
+  // The restore's result is not checked.
+  static_cast<void>(
+      FileSecurity(context.files, context.security).ApplySecurity(path, savedSecurity));
 }
 
 // Step 4 of MigrateRegistryHive: the top-level keys the settings select, in table order; their
@@ -32,7 +34,7 @@ void RestoreSecurity(MigrationContext& context, const std::wstring& path,
 void CopySelectedKeys(MigrationContext& context, OrKey sourceHive, OrKey targetHive) {
   for (const RegistryKeyRow& row : RegistryKeys()) {
     if (!IsRegistryKeySelected(row.flag, context.settings->registryMask)) continue;
-    CopyRegistryKey(context, sourceHive, targetHive, std::wstring(row.name));
+    static_cast<void>(CopyRegistryKey(context, sourceHive, targetHive, std::wstring(row.name)));
   }
 }
 
@@ -104,7 +106,7 @@ HResult MigrateRegistryHive(MigrationContext& context, const std::wstring& sourc
   const HResult targetOpened = OpenHiveFile(context, targetHivePath, targetHive, targetSecurity);
   if (Failed(targetOpened)) {
     Log(L"Failed to open registry hive (0x%08X): %s", targetOpened, targetHivePath);
-    closeSource.Close();
+    static_cast<void>(closeSource.Close());  // not checked
     RestoreSecurity(context, sourceHivePath, sourceSecurity);
     return targetOpened;
   }
@@ -126,8 +128,8 @@ HResult MigrateRegistryHive(MigrationContext& context, const std::wstring& sourc
   }
 
   // 7-8. Close both hives, then restore the source's and the target's file security.
-  closeSource.Close();
-  closeTarget.Close();
+  static_cast<void>(closeSource.Close());  // not checked
+  static_cast<void>(closeTarget.Close());  // not checked
   RestoreSecurity(context, sourceHivePath, sourceSecurity);
   RestoreSecurity(context, targetHivePath, targetSecurity);
   return hr::kOk;
@@ -144,7 +146,7 @@ HResult MigrateHiveSecurity(MigrationContext& context, OrKey sourceHive,
 
   // 2-3. The size of the root key's DACL-only descriptor.
   OrDword size = 0;
-  const OrDword sized = registry::CallGetKeySecurity(
+  const err::Win32Error sized = registry::CallGetKeySecurity(
       context.offreg, sourceHive, registry::kDaclSecurityInformation, nullptr, &size);
   if (size == 0) {
     const HResult hr = HResultFromWin32(sized);
@@ -155,7 +157,7 @@ HResult MigrateHiveSecurity(MigrationContext& context, OrKey sourceHive,
   // 4. The descriptor itself.
   registry::WorkBuffer descriptor;
   descriptor.AllocateOrThrow(size);
-  const OrDword got = registry::CallGetKeySecurity(
+  const err::Win32Error got = registry::CallGetKeySecurity(
       context.offreg, sourceHive, registry::kDaclSecurityInformation, descriptor.bytes(), &size);
   if (got != err::kSuccess) {
     const HResult hr = HResultFromWin32(got);
@@ -187,7 +189,7 @@ HResult MigrateUsrClassHive(MigrationContext& context, const std::wstring& sourc
   const HResult targetOpened = OpenHiveFile(context, targetHivePath, targetHive, targetSecurity);
   if (Failed(targetOpened)) {
     Log(L"Failed to open target registry hive (0x%08X): %s", targetOpened, targetHivePath);
-    closeSource.Close();
+    static_cast<void>(closeSource.Close());  // not checked
     return targetOpened;
   }
 
@@ -204,8 +206,8 @@ HResult MigrateUsrClassHive(MigrationContext& context, const std::wstring& sourc
   }
 
   // 4. Close both; restore both files' security.
-  closeSource.Close();
-  closeTarget.Close();
+  static_cast<void>(closeSource.Close());  // not checked
+  static_cast<void>(closeTarget.Close());  // not checked
   RestoreSecurity(context, sourceHivePath, sourceSecurity);
   RestoreSecurity(context, targetHivePath, targetSecurity);
   return result;

@@ -33,27 +33,32 @@ const wchar_t* ClassesHiveRelativePath(std::int32_t sourceVersion);
 // OROpenHive(path) with the ownership retry described above; `savedSecurity` receives the file's
 // prior security when ownership was taken. Returns the open's HRESULT; `hive` is -1 unless it
 // succeeded. An opened hive that was read stale is reported (unrecovered_hive.h).
-HResult OpenHiveFile(MigrationContext& context, const std::wstring& path, OrKey& hive,
-                     SelfRelativeDescriptor& savedSecurity);
+[[nodiscard]] HResult OpenHiveFile(MigrationContext& context, const std::wstring& path, OrKey& hive,
+                                   SelfRelativeDescriptor& savedSecurity);
 
 // Migrates ntuser.dat from sourceProfilePath into targetProfilePath: the registry key table's
 // rows that the settings' key mask selects are copied (a negative mask selects "Software"
 // only), then, for a target version below 5, the hive DACL and the classes hive follow, and the
 // target hive is saved in the target version's format. Fails only when one of the two
 // ntuser.dat hives cannot be opened; otherwise S_OK whatever the later steps log.
-HResult MigrateRegistryHive(MigrationContext& context, const std::wstring& sourceProfilePath,
-                            std::int32_t sourceVersion, const std::wstring& targetProfilePath,
-                            std::int32_t targetVersion);
+[[nodiscard]] HResult MigrateRegistryHive(MigrationContext& context,
+                                          const std::wstring& sourceProfilePath,
+                                          std::int32_t sourceVersion,
+                                          const std::wstring& targetProfilePath,
+                                          std::int32_t targetVersion);
 
 // Puts the DACL of sourceHive's root key on the whole key tree of targetHive. The versions are
 // carried but not used.
-HResult MigrateHiveSecurity(MigrationContext& context, OrKey sourceHive, std::int32_t sourceVersion,
-                            OrKey targetHive, std::int32_t targetVersion);
+[[nodiscard]] HResult MigrateHiveSecurity(MigrationContext& context, OrKey sourceHive,
+                                          std::int32_t sourceVersion, OrKey targetHive,
+                                          std::int32_t targetVersion);
 
 // The classes hive gets no key copy: only the source root's DACL, then a re-save. Returns the
 // failing HRESULT of an open or of MigrateHiveSecurity, else that of a failed save, else S_OK.
-HResult MigrateUsrClassHive(MigrationContext& context, const std::wstring& sourceHivePath,
-                            std::int32_t sourceVersion, const std::wstring& targetHivePath,
-                            std::int32_t targetVersion);
+[[nodiscard]] HResult MigrateUsrClassHive(MigrationContext& context,
+                                          const std::wstring& sourceHivePath,
+                                          std::int32_t sourceVersion,
+                                          const std::wstring& targetHivePath,
+                                          std::int32_t targetVersion);
 
 }  // namespace tw

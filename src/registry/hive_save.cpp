@@ -50,13 +50,13 @@ std::wstring TemporaryHivePath(const std::wstring& hiveFilePath) {
 void SaveAndCloseHive(const COffregWrapper& offreg, OrKey& hive, const HiveFormatVersion& format,
                       const std::wstring& temporaryPath) {
   if (hive != kNoOrKey) {
-    const OrDword saved =
+    const err::Win32Error saved =
         registry::CallSaveHive(offreg, hive, temporaryPath.c_str(), format.major, format.minor);
     if (saved != err::kSuccess) {
       Log(L"Failed saving hive file (0x%08X): %s", HResultFromWin32(saved), temporaryPath);
     }
   }
-  registry::CloseHive(offreg, hive);
+  static_cast<void>(registry::CloseHive(offreg, hive));  // not checked
 }
 
 // Steps 6-8 of SaveTargetHive: the hive file's attributes are cleared of READONLY and HIDDEN,

@@ -47,7 +47,8 @@ bool HiveFormatForVersion(std::int32_t targetVersion, HiveFormatVersion& format)
 // Returns a Win32 error code (0 on success), not an HRESULT: the error that ended the save, or
 // the last one of steps 10 to 12 (an owner or DACL that could not be written, a failed
 // re-open).
-err::Win32Error SaveTargetHive(MigrationContext& context, OrKey& hive, std::int32_t targetVersion,
-                               const std::wstring& hiveFilePath);
+[[nodiscard]] err::Win32Error SaveTargetHive(MigrationContext& context, OrKey& hive,
+                                             std::int32_t targetVersion,
+                                             const std::wstring& hiveFilePath);
 
 }  // namespace tw

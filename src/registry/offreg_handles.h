@@ -16,23 +16,23 @@ namespace tw::registry {
 
 // Closes `handle` with `close` unless it is -1, and makes it -1. Returns the close's result, or
 // success when there was nothing to close.
-template <OrDword (*close)(const COffregWrapper&, OrKey)>
-OrDword CloseUnlessNone(const COffregWrapper& offreg, OrKey& handle) {
+template <err::Win32Error (*close)(const COffregWrapper&, OrKey)>
+[[nodiscard]] err::Win32Error CloseUnlessNone(const COffregWrapper& offreg, OrKey& handle) {
   if (handle == kNoOrKey) return err::kSuccess;
-  const OrDword closed = close(offreg, handle);
+  const err::Win32Error closed = close(offreg, handle);
   handle = kNoOrKey;
   return closed;
 }
 
-inline OrDword CloseHive(const COffregWrapper& offreg, OrKey& hive) {
+[[nodiscard]] inline err::Win32Error CloseHive(const COffregWrapper& offreg, OrKey& hive) {
   return CloseUnlessNone<CallCloseHive>(offreg, hive);
 }
 
-inline OrDword CloseKey(const COffregWrapper& offreg, OrKey& key) {
+[[nodiscard]] inline err::Win32Error CloseKey(const COffregWrapper& offreg, OrKey& key) {
   return CloseUnlessNone<CallCloseKey>(offreg, key);
 }
 
-template <OrDword (*close)(const COffregWrapper&, OrKey)>
+template <err::Win32Error (*close)(const COffregWrapper&, OrKey)>
 class OffregCloser {
  public:
   OffregCloser(const COffregWrapper& offreg, OrKey& handle) : offreg_(offreg), handle_(handle) {}
@@ -42,7 +42,7 @@ class OffregCloser {
 
   // Closes the handle now (unless it is -1) and makes it -1; returns the close's result, or
   // success when there was nothing to close.
-  OrDword Close() { return CloseUnlessNone<close>(offreg_, handle_); }
+  [[nodiscard]] err::Win32Error Close() { return CloseUnlessNone<close>(offreg_, handle_); }
 
  private:
   const COffregWrapper& offreg_;

@@ -43,7 +43,7 @@ struct SourceKeyInfo {
   OrDword securitySize = 0;
 };
 
-OrDword QueryInfo(const COffregWrapper& offreg, OrKey key, SourceKeyInfo& info) {
+err::Win32Error QueryInfo(const COffregWrapper& offreg, OrKey key, SourceKeyInfo& info) {
   return CallQueryInfoKey(offreg, key, info.classBuffer.chars(), &info.classLength,
                           &info.maxSubKeyLength, &info.maxValueNameLength, &info.maxValueLength,
                           &info.securitySize);
@@ -54,7 +54,7 @@ OrDword QueryInfo(const COffregWrapper& offreg, OrKey key, SourceKeyInfo& info) 
 bool QuerySourceKey(const COffregWrapper& offreg, OrKey sourceKey, const std::wstring& keyName,
                     SourceKeyInfo& info) {
   info.classBuffer.AllocateOrThrow(kInitialClassLength * sizeof(wchar_t));
-  OrDword queried = QueryInfo(offreg, sourceKey, info);
+  err::Win32Error queried = QueryInfo(offreg, sourceKey, info);
   if (queried == err::kMoreData) {
     const OrDword grownLength = info.classLength + 1;
     if (!info.classBuffer.Grow(static_cast<std::size_t>(grownLength) * sizeof(wchar_t))) {
@@ -78,7 +78,7 @@ bool QuerySourceKey(const COffregWrapper& offreg, OrKey sourceKey, const std::ws
 bool CreateTargetKey(const COffregWrapper& offreg, OrKey targetParent, const std::wstring& keyName,
                      SourceKeyInfo& info, OrKey& targetKey) {
   wchar_t* keyClass = info.classLength != 0 ? info.classBuffer.chars() : nullptr;
-  const OrDword created =
+  const err::Win32Error created =
       CallCreateKey(offreg, targetParent, keyName.c_str(), keyClass, &targetKey);
   if (created == err::kSuccess) return true;
   Log(L"Failed to open or create target registry key (0x%08X) %d: %s, class: %s",
@@ -100,13 +100,15 @@ bool CopyNewKeySecurity(const COffregWrapper& offreg, OrKey sourceKey, OrKey tar
     Log(L"Failed allocating memory (0x%08X): %s", result, keyName);
   }
   OrDword size = securitySize;
-  const OrDword got = CallGetKeySecurity(offreg, sourceKey, kOwnerAndDacl, security.bytes(), &size);
+  const err::Win32Error got =
+      CallGetKeySecurity(offreg, sourceKey, kOwnerAndDacl, security.bytes(), &size);
   if (got != err::kSuccess) {
     Log(L"Failed to get security descriptor from registry key (0x%08X): %s", HResultFromWin32(got),
         keyName);
     return false;
   }
-  const OrDword set = CallSetKeySecurity(offreg, targetKey, kOwnerAndDacl, security.bytes());
+  const err::Win32Error set =
+      CallSetKeySecurity(offreg, targetKey, kOwnerAndDacl, security.bytes());
   if (set != err::kSuccess) {
     result = HResultFromWin32(set);
     Log(L"Failed setting security descriptor key (0x%08X): %s", result, keyName);
@@ -127,10 +129,10 @@ void CopyValues(const COffregWrapper& offreg, OrKey sourceKey, OrKey targetKey,
     OrDword nameLength = info.maxValueNameLength;
     OrDword dataLength = info.maxValueLength;
     OrDword type = 0;
-    const OrDword enumerated = CallEnumValue(offreg, sourceKey, index, name.chars(), &nameLength,
-                                             &type, data.bytes(), &dataLength);
+    const err::Win32Error enumerated = CallEnumValue(offreg, sourceKey, index, name.chars(),
+                                                     &nameLength, &type, data.bytes(), &dataLength);
     if (enumerated == err::kSuccess) {
-      const OrDword written =
+      const err::Win32Error written =
           CallSetValue(offreg, targetKey, name.chars(), type, data.bytes(), dataLength);
       if (written != err::kSuccess) {
         Log(L"Failed to copy registry value to target hive (0x%08X): %s", HResultFromWin32(written),
@@ -153,7 +155,7 @@ void CopySubKeys(MigrationContext& context, OrKey sourceKey, OrKey targetKey,
   name.AllocateOrThrow(static_cast<std::size_t>(maxSubKeyLength) * sizeof(wchar_t));
   for (OrDword index = 0;; ++index) {
     OrDword nameLength = maxSubKeyLength;
-    const OrDword enumerated =
+    const err::Win32Error enumerated =
         CallEnumKey(context.offreg, sourceKey, index, name.chars(), &nameLength);
     if (enumerated == err::kSuccess) {
       // The name as the wide C string it is handed on as: up to its first NUL (a damaged hive
@@ -162,8 +164,8 @@ void CopySubKeys(MigrationContext& context, OrKey sourceKey, OrKey targetKey,
       const std::wstring subKeyName(enumeratedName.substr(0, enumeratedName.find(L'\0')));
       const HResult copied = CopyRegistryKey(context, sourceKey, targetKey, subKeyName);
       if (copied != hr::kOk) {
-        Log(L"Failed to copy registry key to target hive (0x%08X): %s/%s",
-            HResultFromWin32(static_cast<std::uint32_t>(copied)), keyName, subKeyName);
+        Log(L"Failed to copy registry key to target hive (0x%08X): %s/%s", copied, keyName,
+            subKeyName);
         break;
       }
       continue;
@@ -189,10 +191,10 @@ err::Win32Error ReadControl(std::span<const std::uint8_t> block, std::uint16_t& 
 
 // Step 4 of SetKeyTreeSecurity: the new DACL, on the root as it is; below it, unless the key's
 // own DACL (in `current`) is protected. Returns the write's result (success when none is made).
-OrDword WriteKeyDacl(const COffregWrapper& offreg, OrKey key, WorkBuffer& current,
-                     void* securityDescriptor, bool isRoot) {
+err::Win32Error WriteKeyDacl(const COffregWrapper& offreg, OrKey key, WorkBuffer& current,
+                             void* securityDescriptor, bool isRoot) {
   if (isRoot) {
-    const OrDword set =
+    const err::Win32Error set =
         CallSetKeySecurity(offreg, key, registry::kDaclSecurityInformation, securityDescriptor);
     if (set != err::kSuccess) {
       Log(L"Failed setting key security (0x%08X)", HResultFromWin32(set));
@@ -217,12 +219,12 @@ OrDword WriteKeyDacl(const COffregWrapper& offreg, OrKey key, WorkBuffer& curren
 // Returns S_OK, or the failure (logged) of the read or the write.
 HResult SetOneKeySecurity(const COffregWrapper& offreg, OrKey key, OrDword securitySize,
                           void* securityDescriptor, bool isRoot) {
-  OrDword setResult = err::kSuccess;
+  err::Win32Error setResult = err::kSuccess;
   {
     WorkBuffer current;
     current.AllocateOrThrow(securitySize);
     OrDword size = securitySize;
-    const OrDword got =
+    const err::Win32Error got =
         CallGetKeySecurity(offreg, key, registry::kDaclSecurityInformation, current.bytes(), &size);
     if (got != err::kSuccess) {
       const HResult hr = HResultFromWin32(got);
@@ -248,14 +250,14 @@ void SetChildrenSecurity(MigrationContext& context, OrKey key, OrDword maxSubKey
   name.AllocateOrThrow(static_cast<std::size_t>(maxSubKeyLength) * sizeof(wchar_t));
   for (OrDword index = 0;; ++index) {
     OrDword length = maxSubKeyLength;
-    const OrDword enumerated = CallEnumKey(offreg, key, index, name.chars(), &length);
+    const err::Win32Error enumerated = CallEnumKey(offreg, key, index, name.chars(), &length);
     if (enumerated == err::kMoreData) {
       Log(L"Failed enumerating key (0x%08X). Need more buffer.", HResultFromWin32(enumerated));
       continue;
     }
     if (enumerated != err::kSuccess) break;
     OrKey child = kNoOrKey;
-    const OrDword opened = CallOpenKey(offreg, key, name.chars(), &child);
+    const err::Win32Error opened = CallOpenKey(offreg, key, name.chars(), &child);
     if (opened != err::kSuccess) {
       Log(L"Failed to open sub key (0x%08X): %s", HResultFromWin32(opened),
           static_cast<const wchar_t*>(name.chars()));
@@ -264,8 +266,7 @@ void SetChildrenSecurity(MigrationContext& context, OrKey key, OrDword maxSubKey
     KeyCloser closeChild(offreg, child);
     const HResult childResult = SetKeyTreeSecurity(context, child, securityDescriptor, false);
     if (childResult != hr::kOk) {
-      Log(L"Failed setting key security (0x%08X): %s",
-          HResultFromWin32(static_cast<std::uint32_t>(childResult)),
+      Log(L"Failed setting key security (0x%08X): %s", childResult,
           static_cast<const wchar_t*>(name.chars()));
     }
   }
@@ -279,7 +280,7 @@ HResult CopyRegistryKey(MigrationContext& context, OrKey sourceParent, OrKey tar
 
   // 1. The source key.
   OrKey sourceKey = kNoOrKey;
-  const OrDword opened = CallOpenKey(offreg, sourceParent, keyName.c_str(), &sourceKey);
+  const err::Win32Error opened = CallOpenKey(offreg, sourceParent, keyName.c_str(), &sourceKey);
   if (opened != err::kSuccess) {
     const HResult hr = HResultFromWin32(opened);
     Log(L"Failed to open source registry key (0x%08X), skipping this key: %s", hr, keyName);
@@ -295,7 +296,8 @@ HResult CopyRegistryKey(MigrationContext& context, OrKey sourceParent, OrKey tar
 
   // 5. An existing target key keeps its class and security.
   HResult result = hr::kOk;
-  const OrDword targetOpened = CallOpenKey(offreg, targetParent, keyName.c_str(), &targetKey);
+  const err::Win32Error targetOpened =
+      CallOpenKey(offreg, targetParent, keyName.c_str(), &targetKey);
   if (targetOpened != err::kSuccess) {
     // 6. Create it, with the source's class when it has one.
     if (!CreateTargetKey(offreg, targetParent, keyName, info, targetKey)) return hr::kOk;
@@ -332,8 +334,8 @@ HResult SetKeyTreeSecurity(MigrationContext& context, OrKey key, void* securityD
   // 2. Longest sub key name and the size of the key's descriptor.
   OrDword maxSubKeyLength = 0;
   OrDword securitySize = 0;
-  const OrDword queried = CallQueryInfoKey(offreg, key, nullptr, nullptr, &maxSubKeyLength, nullptr,
-                                           nullptr, &securitySize);
+  const err::Win32Error queried = CallQueryInfoKey(offreg, key, nullptr, nullptr, &maxSubKeyLength,
+                                                   nullptr, nullptr, &securitySize);
   if (queried != err::kSuccess) {
     const HResult hr = HResultFromWin32(queried);
     Log(L"Failed to query key info (0x%08X)", hr);

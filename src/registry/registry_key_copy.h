@@ -23,15 +23,15 @@ namespace tw {
 // failure only when the source key cannot be opened, when the buffer for the key's security
 // cannot be allocated, or when the security of a newly created target key cannot be set; every
 // other failure is logged and the result is S_OK.
-HResult CopyRegistryKey(MigrationContext& context, OrKey sourceParent, OrKey targetParent,
-                        const std::wstring& keyName);
+[[nodiscard]] HResult CopyRegistryKey(MigrationContext& context, OrKey sourceParent,
+                                      OrKey targetParent, const std::wstring& keyName);
 
 // Writes the DACL of the self-relative `securityDescriptor` on `key` (isRoot: with
 // DACL_SECURITY_INFORMATION) and on every key below it (with UNPROTECTED_DACL_SECURITY_INFORMATION
 // | DACL_SECURITY_INFORMATION), except that a key below the root whose DACL is protected keeps it;
 // its own children are still visited. Returns S_OK, or the failure of this key's own query or
 // write.
-HResult SetKeyTreeSecurity(MigrationContext& context, OrKey key, void* securityDescriptor,
-                           bool isRoot);
+[[nodiscard]] HResult SetKeyTreeSecurity(MigrationContext& context, OrKey key,
+                                         void* securityDescriptor, bool isRoot);
 
 }  // namespace tw

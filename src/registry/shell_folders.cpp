@@ -94,7 +94,7 @@ void SyncShellFolderRow(const COffregWrapper& offreg, OrKey key, FolderMapping& 
   }
   if (PathIsUNCW(row.sourceLocation)) {
     const std::vector<std::uint8_t> bytes = WideToUtf16Le(row.sourceLocation);
-    const OrDword written =
+    const err::Win32Error written =
         registry::CallSetValue(offreg, key, name, type, bytes.data(),
                                static_cast<OrDword>(Utf16Length(row.sourceLocation) * 2));
     if (written == err::kSuccess) {
@@ -119,7 +119,7 @@ HResult SyncShellFolderValues(const COffregWrapper& offreg, OrKey key, FolderMap
     OrDword nameLength = kNameLength;
     OrDword dataLength = kDataLength;
     OrDword type = 0;
-    const OrDword enumerated =
+    const err::Win32Error enumerated =
         registry::CallEnumValue(offreg, key, index, name, &nameLength, &type, data, &dataLength);
     if (enumerated == err::kNoMoreItems) {
       Log(L"No more value of %s %d", static_cast<const wchar_t*>(name), enumerated);
@@ -151,7 +151,7 @@ HResult SyncUserShellFoldersKey(const COffregWrapper& offreg, OrKey hive, Folder
                                 bool writeMode, bool& changed) {
   OrKey key = kNoOrKey;
   registry::KeyCloser closeKey(offreg, key);
-  const OrDword keyOpened = registry::CallOpenKey(offreg, hive, kUserShellFoldersKey, &key);
+  const err::Win32Error keyOpened = registry::CallOpenKey(offreg, hive, kUserShellFoldersKey, &key);
   if (keyOpened != err::kSuccess) {
     // 2. The word "source" stands in both modes, as it is.
     const HResult result = HResultFromWin32(keyOpened);
@@ -163,7 +163,7 @@ HResult SyncUserShellFoldersKey(const COffregWrapper& offreg, OrKey hive, Folder
   const HResult result = SyncShellFolderValues(offreg, key, mapping, writeMode, changed);
 
   // 4. Close the key.
-  const OrDword closed = closeKey.Close();
+  const err::Win32Error closed = closeKey.Close();
   if (closed != err::kSuccess) {
     Log(L"Failed closing registry key (0x%08X)", HResultFromWin32(closed));
   }
@@ -209,8 +209,8 @@ HResult SyncUserShellFolders(MigrationContext& context, FolderMapping& mapping,
     if (saved != err::kSuccess) {
       const HResult hr = HResultFromWin32(saved);
       Log(L"Failed to save target registry hive (0x%08X)", hr);
-      closeHive.Close();
-      fileSecurity.ApplySecurity(hive.path, hive.savedSecurity);
+      static_cast<void>(closeHive.Close());                                          // not checked
+      static_cast<void>(fileSecurity.ApplySecurity(hive.path, hive.savedSecurity));  // not checked
       return hr;
     }
   }
@@ -225,8 +225,10 @@ HResult SyncUserShellFolders(MigrationContext& context, FolderMapping& mapping,
   }
 
   // 7. Restore the file's security if ownership was taken, and close the hive.
-  if (hive.ownershipTaken) fileSecurity.ApplySecurity(hive.path, hive.savedSecurity);
-  const OrDword closed = closeHive.Close();
+  if (hive.ownershipTaken) {
+    static_cast<void>(fileSecurity.ApplySecurity(hive.path, hive.savedSecurity));  // not checked
+  }
+  const err::Win32Error closed = closeHive.Close();
   if (closed != err::kSuccess) Log(L"Failed closing hive file (0x%08X)", HResultFromWin32(closed));
   return result;
 }
@@ -239,7 +241,7 @@ HResult CompleteSpecialFolderPaths(MigrationContext& context, OrKey hive,
   // 1. The "Shell Folders" key.
   OrKey key = kNoOrKey;
   registry::KeyCloser closeKey(offreg, key);
-  const OrDword opened = registry::CallOpenKey(offreg, hive, kShellFoldersKey, &key);
+  const err::Win32Error opened = registry::CallOpenKey(offreg, hive, kShellFoldersKey, &key);
   if (opened != err::kSuccess) {
     const HResult hr = HResultFromWin32(opened);
     Log(L"Failed to open source 'Shell Folders' registry key (0x%08X)", hr);
@@ -262,7 +264,7 @@ HResult CompleteSpecialFolderPaths(MigrationContext& context, OrKey hive,
 
   // 3. Without one, nothing can be completed.
   if (profileFolder.empty()) {
-    closeKey.Close();
+    static_cast<void>(closeKey.Close());  // not checked
     Log(L"Profile path is empty");
     return hr::kFail;
   }

@@ -50,9 +50,9 @@ bool ReadShellFolder(const COffregWrapper& offreg, OrKey key, const std::wstring
 //
 // An empty profilePath falls back on g_profilePath (the "/p:" option): that is the one place the
 // option is used.
-HResult SyncUserShellFolders(MigrationContext& context, FolderMapping& mapping,
-                             const std::wstring& profilePath, std::int32_t profileVersion,
-                             bool writeMode);
+[[nodiscard]] HResult SyncUserShellFolders(MigrationContext& context, FolderMapping& mapping,
+                                           const std::wstring& profilePath,
+                                           std::int32_t profileVersion, bool writeMode);
 
 // Completes the rows of `table` whose profile path (target location) is empty from the
 // "Shell Folders" values of the open `hive`: the profile folder is found from the first row
@@ -60,7 +60,7 @@ HResult SyncUserShellFolders(MigrationContext& context, FolderMapping& mapping,
 // a position above 0; a row whose value begins with the profile folder gets that value with
 // every occurrence of the folder replaced by "%USERPROFILE%". Returns E_FAIL (and logs "Profile
 // path is empty") when no profile folder is found.
-HResult CompleteSpecialFolderPaths(MigrationContext& context, OrKey hive,
-                                   std::span<SpecialFolderRow> table = SpecialFolders());
+[[nodiscard]] HResult CompleteSpecialFolderPaths(
+    MigrationContext& context, OrKey hive, std::span<SpecialFolderRow> table = SpecialFolders());
 
 }  // namespace tw

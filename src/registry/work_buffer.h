@@ -12,7 +12,7 @@ namespace tw::registry {
 
 // What a refused allocation is reported as: the HRESULT of ERROR_NOT_ENOUGH_MEMORY (8), the
 // error the heap leaves when it cannot satisfy a request.
-HResult HeapFailureResult();
+[[nodiscard]] HResult HeapFailureResult();
 
 class WorkBuffer {
  public:

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "base/format.h"
+#include "base/result_conversions.h"
 #include "log/log.h"
 #include "migration/process_state.h"
 #include "migration/run_mode.h"
@@ -14,14 +15,14 @@ namespace {
 // The bare Win32 value the result is compared with. MigrateProfile reports an existing, finished
 // target as the HRESULT 0x800700B7, which therefore falls into the last row as a failure: this
 // asymmetry is the required behaviour; the row stays for any path that returns the bare value.
-constexpr HResult kBareAlreadyExists = 183;
+constexpr err::Win32Error kBareAlreadyExists = err::kAlreadyExists;
 
 // Reports one profile's result and updates the outcome.
 void TakeResult(HResult code, const std::wstring& sourcePath, const std::wstring& targetPath,
                 Console& console, ProfileLoopOutcome& outcome) {
-  if (code == 0) {
+  if (code == hr::kOk) {
     ++outcome.migrated;
-  } else if (code == kBareAlreadyExists) {
+  } else if (ResultIsBareWin32Code(code, kBareAlreadyExists)) {
     Report(console, L"Target profile already exists: %s", targetPath);
   } else if (code == hr::kSourceProfileInvalid) {
     Report(console, L"Source profile is either not valid or cannot be accessed: %s", sourcePath);
@@ -48,7 +49,7 @@ ProfileLoopOutcome RunProfileLoop(CSourceProfileEnum& profiles, MigrationContext
   for (bool found = profiles.FindFirstProfile(sourcePath, suffix); found;
        found = profiles.FindNextProfile(sourcePath)) {
     std::wstring targetPath;
-    HResult code = 0;
+    HResult code = hr::kOk;
     if (suffixLoop) {
       Log(L"Migrating profile: %s", sourcePath);
       console.Write(FormatMessageText(L"Migrating profile: %s...\r\n", sourcePath));

@@ -12,7 +12,7 @@ namespace {
 // The result of a security call's non-zero error: 0x80070000 | (e & 0xFFFF), whatever e is.
 HResult SecurityCallResult(err::Win32Error error) {
   if (error == err::kSuccess) return hr::kOk;
-  return static_cast<HResult>(0x80070000u | (error & 0xFFFFu));
+  return HResult::FromBits(0x80070000u | (error.Code() & 0xFFFFu));
 }
 
 // CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, NULL, OPEN_EXISTING,

@@ -49,8 +49,8 @@ class FileSecurity {
   // 7. writes that DACL (DACL_SECURITY_INFORMATION alone: the object keeps its protection) and
   //    returns S_OK when the write succeeds;
   // 8. otherwise returns HRESULT_FROM_WIN32 of the failing step's error.
-  HResult TakeOwnership(std::wstring_view path, SelfRelativeDescriptor& savedSd,
-                        bool grantFullControl);
+  [[nodiscard]] HResult TakeOwnership(std::wstring_view path, SelfRelativeDescriptor& savedSd,
+                                      bool grantFullControl);
 
   // Writes the owner and DACL kept in `sd` onto `path`:
   // - an empty `sd` changes nothing and gives S_OK;
@@ -63,7 +63,7 @@ class FileSecurity {
   //   when the kept descriptor did);
   // - with nothing to write, S_OK without calling the system;
   // - otherwise 0, or 0x80070000 | (e & 0xFFFF) for the write's error e.
-  HResult ApplySecurity(std::wstring_view path, const SelfRelativeDescriptor& sd);
+  [[nodiscard]] HResult ApplySecurity(std::wstring_view path, const SelfRelativeDescriptor& sd);
 
  private:
   FileSystem& fileSystem_;

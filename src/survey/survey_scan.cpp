@@ -111,7 +111,9 @@ SurveyRow SurveyFolder(const SurveyServices& services, const std::wstring& folde
     MigrationSettings settings;
     settings.targetPath = services.targetRoot;
     MigrationContext context{&settings, services.files, services.security, g_offreg};
-    GetTargetPath(context, folderPath, firstTarget, HasVersionSuffix(row.name) ? 6 : 2);
+    // A name that gives no target leaves the first target empty: nothing of it is compared.
+    static_cast<void>(
+        GetTargetPath(context, folderPath, firstTarget, HasVersionSuffix(row.name) ? 6 : 2));
   }
   WalkProfileTree(services.files, folderPath, firstTarget, classesFolder, row, facts);
 

@@ -249,7 +249,7 @@ TEST(DefaultProfileTemplate, CreateProfileCopiesTheBuiltTemplate) {
   ::setenv(posix::kDefaultProfileVariable, kTemplate.string().c_str(), 1);
   std::array<wchar_t, 260> path{};
   const wchar_t* sid = L"S-1-5-21-1-2-3-1001";
-  const HResult created = posix::BuiltInCreateProfile(sid, L"_tarnwick_", path.data(), 260);
+  const HResult created{posix::BuiltInCreateProfile(sid, L"_tarnwick_", path.data(), 260)};
   ::unsetenv(posix::kProfileRootVariable);
   ::unsetenv(posix::kDefaultProfileVariable);
   ASSERT_EQ(created, hr::kOk);

@@ -182,7 +182,7 @@ OrDword TW_OR_CALL EnumValue(OrKey key, OrDword index, wchar_t* name, OrDword* n
 
 // userenv.dll is bound too, so that the binding logs nothing; the registry never calls these.
 HResult TW_OR_CALL CreateProfileStub(const wchar_t*, const wchar_t*, wchar_t*, OrDword) {
-  return static_cast<HResult>(0x80004001u);
+  return hr::kNotImpl;
 }
 std::int32_t TW_OR_CALL DeleteProfileStub(const wchar_t*, const wchar_t*, const wchar_t*) {
   return 0;

@@ -9,6 +9,6 @@ namespace tw::posix {
 // The Win32 error for errnum. ENOENT is kFileNotFound; callers that can tell a missing folder on
 // the way (Windows' kPathNotFound) refine it themselves. Values without a counterpart give
 // kGenFailure, as a device failure does on Windows.
-err::Win32Error Win32ErrorFromErrno(int errnum);
+[[nodiscard]] err::Win32Error Win32ErrorFromErrno(int errnum);
 
 }  // namespace tw::posix

@@ -5,12 +5,12 @@
 namespace tw {
 namespace {
 
-thread_local std::uint32_t lastError = 0;
+thread_local err::Win32Error lastError = err::kSuccess;
 
 }  // namespace
 
-std::uint32_t NativeThreadLastError() { return lastError; }
+err::Win32Error NativeThreadLastError() { return lastError; }
 
-void SetNativeThreadLastError(std::uint32_t error) { lastError = error; }
+void SetNativeThreadLastError(err::Win32Error error) { lastError = error; }
 
 }  // namespace tw

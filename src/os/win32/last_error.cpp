@@ -4,8 +4,8 @@
 
 namespace tw {
 
-std::uint32_t NativeThreadLastError() { return ::GetLastError(); }
+err::Win32Error NativeThreadLastError() { return err::Win32Error{::GetLastError()}; }
 
-void SetNativeThreadLastError(std::uint32_t error) { ::SetLastError(error); }
+void SetNativeThreadLastError(err::Win32Error error) { ::SetLastError(error.Code()); }
 
 }  // namespace tw

@@ -86,8 +86,8 @@ CHECK_ERROR(kCantAccessFile, ERROR_CANT_ACCESS_FILE);
 
 #undef CHECK_ERROR
 
-static_assert(hr::kOk == S_OK);
-static_assert(hr::kFalse == S_FALSE);
+static_assert(hr::kOk == HResult{S_OK});
+static_assert(hr::kFalse == HResult{S_FALSE});
 static_assert(hr::kFail == static_cast<HResult>(E_FAIL));
 static_assert(hr::kNotImpl == static_cast<HResult>(E_NOTIMPL));
 static_assert(hr::kOutOfMemory == static_cast<HResult>(E_OUTOFMEMORY));

@@ -100,10 +100,10 @@ class MsxmlElement final : public XmlElement {
     const Bstr query(name);
     if (query.get() == nullptr && !name.empty()) return hr::kOutOfMemory;
     ComPtr<IXMLDOMNode> node;
-    const HResult result = element_->selectSingleNode(query.get(), node.Put());
+    const HResult result{element_->selectSingleNode(query.get(), node.Put())};
     if (result != hr::kOk || !node) return result;
     ComPtr<IXMLDOMElement> element;
-    if (Failed(node->QueryInterface(IID_IXMLDOMElement, element.PutVoid())) || !element) {
+    if (FAILED(node->QueryInterface(IID_IXMLDOMElement, element.PutVoid())) || !element) {
       return hr::kFalse;  // a node that is not an element counts as missing
     }
     child = std::make_unique<MsxmlElement>(element);
@@ -112,7 +112,7 @@ class MsxmlElement final : public XmlElement {
 
   HResult GetText(std::wstring& text) override {
     Bstr value;
-    const HResult result = element_->get_text(value.Put());
+    const HResult result{element_->get_text(value.Put())};
     if (Failed(result)) return result;
     text = value.Text();
     return result;
@@ -122,11 +122,11 @@ class MsxmlElement final : public XmlElement {
     const Bstr attributeName(name);
     if (attributeName.get() == nullptr && !name.empty()) return hr::kOutOfMemory;
     Variant attribute;
-    const HResult result = element_->getAttribute(attributeName.get(), &attribute.get());
+    const HResult result{element_->getAttribute(attributeName.get(), &attribute.get())};
     if (Failed(result)) return result;
     value.reset();
     if (attribute.get().vt == VT_NULL || attribute.get().vt == VT_EMPTY) return result;
-    if (!Failed(::VariantChangeType(&attribute.get(), &attribute.get(), 0, VT_I4)) &&
+    if (!FAILED(::VariantChangeType(&attribute.get(), &attribute.get(), 0, VT_I4)) &&
         attribute.get().vt == VT_I4) {
       value = static_cast<std::int32_t>(attribute.get().lVal);
     }
@@ -141,10 +141,10 @@ class MsxmlDocument final : public XmlDocument {
  public:
   HResult Create() override {
     CLSID clsid;
-    HResult result = ::CLSIDFromProgID(L"MSXML.DOMDocument", &clsid);
+    HResult result{::CLSIDFromProgID(L"MSXML.DOMDocument", &clsid)};
     if (Failed(result)) return result;
-    result =
-        ::CoCreateInstance(clsid, nullptr, CLSCTX_ALL, IID_IXMLDOMDocument, document_.PutVoid());
+    result = HResult{
+        ::CoCreateInstance(clsid, nullptr, CLSCTX_ALL, IID_IXMLDOMDocument, document_.PutVoid())};
     return result;
   }
 
@@ -155,14 +155,14 @@ class MsxmlDocument final : public XmlDocument {
     source.get().bstrVal = ::SysAllocStringLen(path.data(), static_cast<UINT>(path.size()));
     if (source.get().bstrVal == nullptr) return hr::kOutOfMemory;
     VARIANT_BOOL successful = VARIANT_FALSE;  // not examined
-    return document_->load(source.get(), &successful);
+    return HResult{document_->load(source.get(), &successful)};
   }
 
   HResult GetDocumentElement(std::unique_ptr<XmlElement>& element) override {
     element.reset();
     if (!document_) return hr::kFail;
     ComPtr<IXMLDOMElement> root;
-    const HResult result = document_->get_documentElement(root.Put());
+    const HResult result{document_->get_documentElement(root.Put())};
     if (result == hr::kOk && root) element = std::make_unique<MsxmlElement>(root);
     return result;
   }

@@ -17,7 +17,7 @@ using ::tw::testing::FakeXmlDocument;
 using ::tw::testing::FakeXmlNode;
 using ::tw::testing::LogCapture;
 
-constexpr HResult kClassNotRegistered = static_cast<HResult>(0x80040154u);  // REGDB_E_CLASSNOTREG
+constexpr HResult kClassNotRegistered = HResult::FromBits(0x80040154u);  // REGDB_E_CLASSNOTREG
 
 class ConfigurationLoaderFakeTest : public ::testing::Test {
  protected:
@@ -56,9 +56,9 @@ TEST_F(ConfigurationLoaderFakeTest, ComCreationFailureIsReturned) {
 
 TEST_F(ConfigurationLoaderFakeTest, LoadFailureIsReturned) {
   FillRoot();
-  document_.loadResult = static_cast<HResult>(0x800C0005u);
+  document_.loadResult = HResult::FromBits(0x800C0005u);
   EXPECT_EQ(LoadConfiguration(settings_, L"C:\\cfg.xml", document_),
-            static_cast<HResult>(0x800C0005u));
+            HResult::FromBits(0x800C0005u));
   EXPECT_EQ(document_.createCalls, 1);
   EXPECT_EQ(document_.loadedPaths, std::vector<std::wstring>{L"C:\\cfg.xml"});
   ExpectUntouched();
@@ -118,7 +118,8 @@ TEST_F(ConfigurationLoaderFakeTest, FailingTextReadIsRaised) {
   FillRoot();
   document_.root.children[0].children[0].textResult = kClassNotRegistered;
   try {
-    LoadConfiguration(settings_, L"C:\\cfg.xml", document_);
+    // The call throws.
+    static_cast<void>(LoadConfiguration(settings_, L"C:\\cfg.xml", document_));
     FAIL() << "no exception";
   } catch (const HResultError& error) {
     EXPECT_EQ(error.code(), kClassNotRegistered);

@@ -127,8 +127,8 @@ TEST_F(ConfigurationLoaderTest, MalformedFileLeavesRecordUntouchedAndLogsNothing
 TEST_F(ConfigurationLoaderTest, FileThatCannotBeOpenedFails) {
   const std::string missing = (folder_.path() / "missing.xml").string();
   const HResult result = LoadConfiguration(settings_, WindowsForm(missing));
-  EXPECT_LT(result, 0);
-  EXPECT_EQ(result, static_cast<HResult>(0x80070002u));
+  EXPECT_TRUE(Failed(result));
+  EXPECT_EQ(result, HResultFromWin32(err::kFileNotFound));
   ExpectDefaults();
   EXPECT_EQ(log_.messages(), Lines{});
 }

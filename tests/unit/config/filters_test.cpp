@@ -139,7 +139,7 @@ TEST_F(FilterTest, FolderRowWithoutNameRaisesFail) {
     ParseFolderFilterOver(table, L"Desktop");
     FAIL() << "no exception";
   } catch (const HResultError& error) {
-    EXPECT_EQ(error.code(), static_cast<HResult>(0x80004005u));
+    EXPECT_EQ(error.code(), hr::kFail);
   }
 }
 

@@ -208,7 +208,7 @@ std::unique_ptr<Hive> ParseFile(const std::filesystem::path& path) {
 // Opens a hive through OROpenHive and saves it through ORSaveHive; the open's result.
 err::Win32Error OpenAndSave(const std::filesystem::path& hive, const std::filesystem::path& saved) {
   ORHKEY root = nullptr;
-  const err::Win32Error opened = tw_OROpenHive(hive.wstring().c_str(), &root);
+  const err::Win32Error opened{tw_OROpenHive(hive.wstring().c_str(), &root)};
   if (opened != err::kSuccess) return opened;
   EXPECT_EQ(tw_ORSaveHive(root, saved.wstring().c_str(), 6, 1), err::kSuccess);
   EXPECT_EQ(tw_ORCloseHive(root), err::kSuccess);

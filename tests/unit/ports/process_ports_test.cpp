@@ -27,11 +27,11 @@ TEST(ProcessPortsTest, TheSuitesRunWithTheSystemsAdapters) {
 }
 
 TEST(ProcessPortsTest, TheLastErrorIsTheThreadsOwn) {
-  SetThreadLastError(1234);
-  EXPECT_EQ(NativeThreadLastError(), 1234u);
-  SetNativeThreadLastError(5);
-  EXPECT_EQ(ThreadLastError(), 5u);
-  SetThreadLastError(0);
+  SetThreadLastError(err::Win32Error{1234});
+  EXPECT_EQ(NativeThreadLastError(), err::Win32Error{1234});
+  SetNativeThreadLastError(err::kAccessDenied);
+  EXPECT_EQ(ThreadLastError(), err::kAccessDenied);
+  SetThreadLastError(err::kSuccess);
 }
 
 TEST(ProcessPortsTest, ADiagnosticIsTheLineLogWouldWrite) {

@@ -174,7 +174,7 @@ TEST_F(CopyFolderTest, PerItemFailuresAreLoggedWithTheirPathsAndTheCopyGoesOn) {
 TEST_F(CopyFolderTest, AFailedEnumerationIsTheResult) {
   FolderMigrator migrator(bed.context);
   EXPECT_EQ(CopyFolder(migrator, L"\\\\srv\\profiles\\missing", kTarget),
-            static_cast<HResult>(0x80070003u));
+            HResultFromWin32(err::kPathNotFound));
   EXPECT_EQ(bed.log.messages(),
             std::vector<std::wstring>{L"Failed enumerating source folder (0x80070003): "
                                       L"\\\\srv\\profiles\\missing\\*"});
@@ -324,7 +324,7 @@ TEST_F(CopyDefaultProfileTest, ItemFailuresAreLoggedAndTheCopyGoesOn) {
 
 TEST_F(CopyDefaultProfileTest, AFailedEnumerationIsTheResult) {
   EXPECT_EQ(CopyDefaultProfile(bed.context, L"C:\\Users\\none", kNewProfile, annas),
-            static_cast<HResult>(0x80070003u));
+            HResultFromWin32(err::kPathNotFound));
   EXPECT_EQ(bed.log.messages(), std::vector<std::wstring>{
                                     L"Failed enumerating folder(0x80070003): C:\\Users\\none\\*"});
 }

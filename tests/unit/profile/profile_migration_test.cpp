@@ -49,7 +49,7 @@ struct ProfileCalls {
   bool createWritesPath = true;
   std::wstring createPath;  // the path written into the buffer (default: profileFolder)
   std::int32_t deleteResult = 1;
-  std::uint32_t deleteError = 0;
+  err::Win32Error deleteError = err::kSuccess;
   std::vector<std::wstring> created;  // "sid|user"
   std::vector<std::wstring> deleted;  // "sid|path|computer-null"
   // A folder whose lock CreateProfile tries (as another run would), and whether it was taken.
@@ -58,8 +58,8 @@ struct ProfileCalls {
 };
 ProfileCalls* calls = nullptr;
 
-HResult TW_OR_CALL FakeCreateProfile(const wchar_t* sid, const wchar_t* user, wchar_t* path,
-                                     OrDword size) {
+std::int32_t TW_OR_CALL FakeCreateProfile(const wchar_t* sid, const wchar_t* user, wchar_t* path,
+                                          OrDword size) {
   calls->created.push_back(std::wstring(sid) + L"|" + user);
   if (!calls->lockProbe.empty()) {
     int probe = -1;
@@ -67,7 +67,7 @@ HResult TW_OR_CALL FakeCreateProfile(const wchar_t* sid, const wchar_t* user, wc
         posix::LockNativeFolder(calls->lockProbe.string(), probe) == err::kSharingViolation;
     if (probe >= 0) ::close(probe);
   }
-  if (Failed(calls->createResult)) return calls->createResult;
+  if (Failed(calls->createResult)) return calls->createResult.Value();
   fs::copy(calls->templateFolder, calls->profileFolder, fs::copy_options::recursive);
   const std::wstring written =
       calls->createPath.empty() ? WinPath(calls->profileFolder) : calls->createPath;
@@ -75,7 +75,7 @@ HResult TW_OR_CALL FakeCreateProfile(const wchar_t* sid, const wchar_t* user, wc
     std::copy(written.begin(), written.end(), path);
     path[written.size()] = L'\0';
   }
-  return calls->createResult;
+  return calls->createResult.Value();
 }
 
 std::int32_t TW_OR_CALL FakeDeleteProfile(const wchar_t* sid, const wchar_t* path,
@@ -209,24 +209,24 @@ TEST_F(ProfileMigrationTest, ATargetRootIsHonoured) {
 
 TEST_F(ProfileMigrationTest, ADrivePathSourceIsNotValidEvenIfItExists) {
   const std::wstring drivePath = WinPath(source());
-  EXPECT_EQ(Migrate(drivePath), static_cast<HResult>(0x80040001u));
+  EXPECT_EQ(Migrate(drivePath), hr::kSourceProfileInvalid);
   EXPECT_EQ(bed.log.messages(), std::vector<std::wstring>{L"Source path not valid: " + drivePath});
 }
 
 TEST_F(ProfileMigrationTest, AMissingSourceIsNotReachable) {
-  EXPECT_EQ(Migrate(L"\\\\srv\\profiles\\bob"), static_cast<HResult>(0x80040001u));
+  EXPECT_EQ(Migrate(L"\\\\srv\\profiles\\bob"), hr::kSourceProfileInvalid);
   EXPECT_EQ(bed.log.messages(),
             std::vector<std::wstring>{L"Source path not reachable: \\\\srv\\profiles\\bob"});
 }
 
 TEST_F(ProfileMigrationTest, TheTargetMustBeUncAndItsShareReachable) {
   bed.settings.targetPath = WinPath(bed.folder.path());
-  EXPECT_EQ(Migrate(), static_cast<HResult>(0x80040002u));
+  EXPECT_EQ(Migrate(), hr::kTargetProfileInvalid);
   EXPECT_EQ(bed.log.messages(), std::vector<std::wstring>{L"Target path not valid: " + targetPath});
   bed.log.Clear();
   bed.settings.targetPath.clear();
   network.statuses.clear();
-  EXPECT_EQ(Migrate(), static_cast<HResult>(0x80040002u));
+  EXPECT_EQ(Migrate(), hr::kTargetProfileInvalid);
   EXPECT_EQ(bed.log.messages(),
             std::vector<std::wstring>{L"Target path not reachable: \\\\srv\\profiles\\anna.V2"});
   EXPECT_FALSE(fs::exists(target()));
@@ -234,7 +234,7 @@ TEST_F(ProfileMigrationTest, TheTargetMustBeUncAndItsShareReachable) {
 
 TEST_F(ProfileMigrationTest, AFinishedTargetIsNeverTouched) {
   Write(target() / "ntuser.dat", "finished");
-  EXPECT_EQ(Migrate(), static_cast<HResult>(0x800700B7u));
+  EXPECT_EQ(Migrate(), hr::kAlreadyExists);
   EXPECT_EQ(bed.log.messages(),
             (std::vector<std::wstring>{
                 L"The target profile path already exists: \\\\srv\\profiles\\anna.V2",
@@ -274,7 +274,7 @@ TEST_F(ProfileMigrationTest, ATargetALiveRunHoldsIsNeitherRebuiltNorDeleted) {
   Write(target() / "half.txt", "half");
   int live = -1;
   ASSERT_EQ(posix::LockNativeFolder(target().string(), live), err::kSuccess);
-  EXPECT_EQ(Migrate(), static_cast<HResult>(0x80070020u));
+  EXPECT_EQ(Migrate(), HResultFromWin32(err::kSharingViolation));
   EXPECT_EQ(bed.log.messages(),
             (std::vector<std::wstring>{
                 L"The target profile is being migrated by another run: \\\\srv\\profiles\\anna.V2",
@@ -331,7 +331,7 @@ TEST_F(ProfileMigrationTest, ASourceWithoutOwnerDeletesTheTargetAndStillReturnsZ
 
 TEST_F(ProfileMigrationTest, CreateProfileUnboundOrFailingDeletesTheTarget) {
   bed.fake.offreg().CreateProfile = nullptr;
-  EXPECT_EQ(Migrate(), 1);
+  EXPECT_EQ(Migrate(), HResult{1});
   EXPECT_EQ(bed.log.messages(), std::vector<std::wstring>{L"Failed creating profile (0x00000001)"});
   EXPECT_FALSE(fs::exists(target()));
   bed.log.Clear();
@@ -345,7 +345,7 @@ TEST_F(ProfileMigrationTest, CreateProfileUnboundOrFailingDeletesTheTarget) {
 
 TEST_F(ProfileMigrationTest, AFailingDefaultProfileCopyDeletesTargetAndTemporaryProfile) {
   profiles.createPath = WinPath(bed.folder.path() / "nowhere");
-  EXPECT_EQ(Migrate(), static_cast<HResult>(0x80070003u));
+  EXPECT_EQ(Migrate(), HResultFromWin32(err::kPathNotFound));
   const std::wstring nowhere = profiles.createPath;
   EXPECT_TRUE(Logged(L"Failed enumerating folder(0x80070003): " + nowhere + L"\\*"));
   EXPECT_TRUE(Logged(L"Failed to copy the default profile (0x80070003 - " + nowhere +
@@ -356,7 +356,7 @@ TEST_F(ProfileMigrationTest, AFailingDefaultProfileCopyDeletesTargetAndTemporary
 
 TEST_F(ProfileMigrationTest, AnEmptyTemporaryProfilePathIsCodeThree) {
   profiles.createWritesPath = false;
-  EXPECT_EQ(Migrate(), 3);
+  EXPECT_EQ(Migrate(), HResult{3});
   EXPECT_TRUE(
       Logged(L"Failed to copy the default profile (0x00000003 - ): "
              L"\\\\srv\\profiles\\anna.V2"));
@@ -366,7 +366,7 @@ TEST_F(ProfileMigrationTest, AnEmptyTemporaryProfilePathIsCodeThree) {
 
 TEST_F(ProfileMigrationTest, AFailedUserProfileMigrationKeepsTheTemporaryProfile) {
   fs::remove(source() / "ntuser.dat");
-  EXPECT_EQ(Migrate(), static_cast<HResult>(0x80070002u));
+  EXPECT_EQ(Migrate(), HResultFromWin32(err::kFileNotFound));
   EXPECT_EQ(bed.log.messages().back(),
             L"Failed to migrate the user profile (0x80070002): \\\\srv\\profiles\\anna");
   EXPECT_FALSE(fs::exists(target()));
@@ -377,7 +377,7 @@ TEST_F(ProfileMigrationTest, AFailedUserProfileMigrationKeepsTheTemporaryProfile
 TEST_F(ProfileMigrationTest, AFailingDeleteProfileFailsAnOtherwiseSuccessfulMigration) {
   profiles.deleteResult = 0;
   profiles.deleteError = err::kSharingViolation;
-  EXPECT_EQ(Migrate(), static_cast<HResult>(0x80070020u));
+  EXPECT_EQ(Migrate(), HResultFromWin32(err::kSharingViolation));
   EXPECT_EQ(bed.log.messages().back(), L"Failed deleting (0x80070020): " + Temporary());
   EXPECT_TRUE(fs::exists(target() / "Desktop" / "d.txt"));
   EXPECT_FALSE(fs::exists(target() / "_qzk_mig_marker_"));
@@ -385,7 +385,7 @@ TEST_F(ProfileMigrationTest, AFailingDeleteProfileFailsAnOtherwiseSuccessfulMigr
 
 TEST_F(ProfileMigrationTest, AnUnboundDeleteProfileFailsTheMigration) {
   bed.fake.offreg().DeleteProfileW = nullptr;
-  EXPECT_EQ(Migrate(), static_cast<HResult>(0x8007007Fu));
+  EXPECT_EQ(Migrate(), HResultFromWin32(err::kProcNotFound));
   EXPECT_EQ(bed.log.messages().back(), L"Failed deleting (0x8007007F): " + Temporary());
   EXPECT_FALSE(fs::exists(profiles.profileFolder));
 }
@@ -515,7 +515,7 @@ TEST(ProfileMigrationFakes, ALockedTargetFailsWithSharingViolationAndAFreeOneIsR
   bed.files.HoldLockElsewhere(marker);
   std::wstring target;
   EXPECT_EQ(MigrateProfile(bed.context, L"\\\\srv\\profiles\\anna", 1, target, 2),
-            static_cast<HResult>(0x80070020u));
+            HResultFromWin32(err::kSharingViolation));
   EXPECT_EQ(bed.files.Calls(testing::FileOp::kDeleteTree), 0);
   EXPECT_EQ(bed.files.Calls(testing::FileOp::kDeleteFile), 0);
   EXPECT_EQ(bed.files.FileContent(L"\\\\srv\\profiles\\anna.V2\\ntuser.dat"), "half");

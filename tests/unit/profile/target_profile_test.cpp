@@ -76,8 +76,7 @@ TEST(CreateTargetProfileFolder, CreatesTheFolderWithTheSourceSecurity) {
 TEST_F(CreateTargetProfileFolderTest, FinishedTargetIsNeverTouched) {
   bed.files.AddFolder(kTarget);
   bed.files.SetFile(L"\\\\srv\\profiles\\anna.V2\\ntuser.dat", "hive");
-  EXPECT_EQ(CreateTargetProfileFolder(bed.context, kTarget, AnnasSecurity()),
-            static_cast<HResult>(0x800700B7u));
+  EXPECT_EQ(CreateTargetProfileFolder(bed.context, kTarget, AnnasSecurity()), hr::kAlreadyExists);
   EXPECT_EQ(bed.log.messages(),
             std::vector<std::wstring>{
                 L"The target profile path already exists: \\\\srv\\profiles\\anna.V2"});
@@ -111,7 +110,7 @@ TEST_F(CreateTargetProfileFolderTest, TargetOfALiveRunIsNeitherRebuiltNorDeleted
   bed.files.SetFile(L"\\\\srv\\profiles\\anna.V2\\half.txt", "half");
   bed.files.HoldLockElsewhere(kMarker);
   EXPECT_EQ(CreateTargetProfileFolder(bed.context, kTarget, AnnasSecurity()),
-            static_cast<HResult>(0x80070020u));
+            HResultFromWin32(err::kSharingViolation));
   EXPECT_EQ(
       bed.log.messages(),
       std::vector<std::wstring>{
@@ -151,15 +150,14 @@ TEST_F(CreateTargetProfileFolderTest, AMarkerGoneWhileLookedAtIsLookedAtAgain) {
   bed.files.SetFile(kMarker, "", file_attr::kReadOnly | file_attr::kHidden);
   bed.files.FailPath(FileOp::kOpenLocked, kMarker, err::kFileNotFound);
   EXPECT_EQ(CreateTargetProfileFolder(bed.context, kTarget, AnnasSecurity()),
-            static_cast<HResult>(0x80070002u));
+            HResultFromWin32(err::kFileNotFound));
   EXPECT_EQ(bed.files.Calls(FileOp::kOpenLocked), 3);
   EXPECT_EQ(bed.files.Calls(FileOp::kDeleteTree), 0);
   bed.files.ClearFailures();
   bed.files.SetAttributes(kMarker, file_attr::kNormal);
   ASSERT_EQ(bed.files.DeleteFileAt(kMarker), err::kSuccess);
   bed.log.Clear();
-  EXPECT_EQ(CreateTargetProfileFolder(bed.context, kTarget, AnnasSecurity()),
-            static_cast<HResult>(0x800700B7u));
+  EXPECT_EQ(CreateTargetProfileFolder(bed.context, kTarget, AnnasSecurity()), hr::kAlreadyExists);
   EXPECT_EQ(bed.log.messages(),
             std::vector<std::wstring>{
                 L"The target profile path already exists: \\\\srv\\profiles\\anna.V2"});
@@ -177,7 +175,7 @@ TEST_F(CreateTargetProfileFolderTest, TheMarkerIsMadeUnderALockHeldUntilReleased
     EXPECT_TRUE(bed.files.IsLocked(kMarker));
     // Another run looking at the target now finds it taken.
     EXPECT_EQ(CreateTargetProfileFolder(bed.context, kTarget, AnnasSecurity()),
-              static_cast<HResult>(0x80070020u));
+              HResultFromWin32(err::kSharingViolation));
     EXPECT_EQ(bed.files.Calls(FileOp::kDeleteTree), 0);
   }
   EXPECT_FALSE(bed.files.IsLocked(kMarker));
@@ -234,9 +232,11 @@ TEST_F(CreateTargetProfileFolderTest, CreationFailuresAreLoggedByError) {
     err::Win32Error error;
     const wchar_t* message;
   } cases[] = {
-      {183, L"Failed creating folder (0x800700B7): \\\\srv\\profiles\\anna.V2 already exists"},
-      {3, L"Failed creating folder (0x80070003): \\\\srv\\profiles\\anna.V2 not found"},
-      {5, L"Failed creating folder (0x80070005): \\\\srv\\profiles\\anna.V2"},
+      {err::kAlreadyExists,
+       L"Failed creating folder (0x800700B7): \\\\srv\\profiles\\anna.V2 already exists"},
+      {err::kPathNotFound,
+       L"Failed creating folder (0x80070003): \\\\srv\\profiles\\anna.V2 not found"},
+      {err::kAccessDenied, L"Failed creating folder (0x80070005): \\\\srv\\profiles\\anna.V2"},
   };
   for (const auto& c : cases) {
     bed.log.Clear();

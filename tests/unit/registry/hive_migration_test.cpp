@@ -84,7 +84,7 @@ TEST_F(HiveMigrationTest, V1ToV2CopiesEveryTableKeyOverTheDefaultAndSavesAs61) {
       "Local Settings/Application Data/Microsoft/Windows/UsrClass.dat";
   MakeHive(src() / classes, "[\\CLSID]\n\n");
   MakeHive(tgt() / classes, "[\\CLSID]\n\n");
-  EXPECT_EQ(MigrateRegistryHive(bed.context, Src(), 1, Tgt(), 2), 0);
+  EXPECT_EQ(MigrateRegistryHive(bed.context, Src(), 1, Tgt(), 2), hr::kOk);
   EXPECT_THAT(Messages(), IsEmpty());
 
   const std::string copied = ExportHive(tgt() / "ntuser.dat");
@@ -164,7 +164,7 @@ TEST_F(HiveMigrationTest, TheClassesHiveGetsTheSourceRootDaclExceptOnProtectedKe
   }
   bed.fake.ClearCalls();
 
-  EXPECT_EQ(MigrateRegistryHive(bed.context, Src(), 2, Tgt(), 2), 0);
+  EXPECT_EQ(MigrateRegistryHive(bed.context, Src(), 2, Tgt(), 2), hr::kOk);
   EXPECT_THAT(Messages(), IsEmpty());
   const std::filesystem::path saved = tgt() / classes;
   const std::string applied =
@@ -185,7 +185,7 @@ TEST_F(HiveMigrationTest, AMissingTargetClassesHiveIsLoggedAndTheMigrationStillS
   MakeHive(src() / "Local Settings/Application Data/Microsoft/Windows/UsrClass.dat", "");
   // The default V2 profile keeps its classes hive under AppData\Local, not at the V1 path.
   MakeHive(tgt() / "AppData/Local/Microsoft/Windows/UsrClass.dat", "");
-  EXPECT_EQ(MigrateRegistryHive(bed.context, Src(), 1, Tgt(), 2), 0);
+  EXPECT_EQ(MigrateRegistryHive(bed.context, Src(), 1, Tgt(), 2), hr::kOk);
   const std::wstring v1 = L"\\Local Settings\\Application Data\\Microsoft\\Windows\\UsrClass.dat";
   EXPECT_THAT(Messages(),
               ElementsAre(L"Failed to open target registry hive (0x80070003): " + Tgt() + v1,
@@ -197,7 +197,7 @@ TEST_F(HiveMigrationTest, TargetVersionsFiveAndSixSkipTheHiveDaclAndClassesAndSa
   for (const std::int32_t version : {5, 6}) {
     MakeUserHives();
     bed.fake.ClearCalls();
-    EXPECT_EQ(MigrateRegistryHive(bed.context, Src(), 2, Tgt(), version), 0);
+    EXPECT_EQ(MigrateRegistryHive(bed.context, Src(), 2, Tgt(), version), hr::kOk);
     EXPECT_THAT(Messages(), IsEmpty());
     EXPECT_EQ(bed.fake.CallsOf(OffregFunction::kOpenHive).size(), 3u);  // two, and the re-open
     // No DACL-only read of the hive root: the hive-DACL step did not run.
@@ -219,7 +219,7 @@ TEST_F(HiveMigrationTest, RegistryMigrationSwitchedOffStillCopiesSoftwareAndNoth
   for (const std::uint32_t mask : {0x80000000u, 0x800001DFu}) {
     MakeUserHives();
     bed.settings.registryMask = mask;
-    EXPECT_EQ(MigrateRegistryHive(bed.context, Src(), 2, Tgt(), 6), 0);
+    EXPECT_EQ(MigrateRegistryHive(bed.context, Src(), 2, Tgt(), 6), hr::kOk);
     const std::string copied = ExportHive(tgt() / "ntuser.dat");
     EXPECT_THAT(copied, HasSubstr("\"Count\"=dword:00000007"));
     for (const char* key : {"[\\Control Panel]", "[\\Identities]", "[\\Printers]",
@@ -234,7 +234,7 @@ TEST_F(HiveMigrationTest, RegistryMigrationSwitchedOffStillCopiesSoftwareAndNoth
 TEST_F(HiveMigrationTest, AMaskWithoutTableBitsCopiesNothing) {
   MakeUserHives();
   bed.settings.registryMask = 0x7FFFF800u;
-  EXPECT_EQ(MigrateRegistryHive(bed.context, Src(), 2, Tgt(), 6), 0);
+  EXPECT_EQ(MigrateRegistryHive(bed.context, Src(), 2, Tgt(), 6), hr::kOk);
   EXPECT_THAT(ExportHive(tgt() / "ntuser.dat", "\\Software\\Vendor"),
               HasSubstr("\"Name\"=hex(1):64,00,65,00,66,00"));
 }
@@ -242,8 +242,7 @@ TEST_F(HiveMigrationTest, AMaskWithoutTableBitsCopiesNothing) {
 TEST_F(HiveMigrationTest, AccessDeniedWithoutTakeOwnershipIsReturnedWithoutRetry) {
   MakeUserHives();
   bed.fake.Fail(OffregFunction::kOpenHive, err::kAccessDenied, L"ntuser.dat", 0, 1);
-  EXPECT_EQ(MigrateRegistryHive(bed.context, Src(), 1, Tgt(), 2),
-            static_cast<HResult>(0x80070005u));
+  EXPECT_EQ(MigrateRegistryHive(bed.context, Src(), 1, Tgt(), 2), hr::kAccessDenied);
   EXPECT_THAT(Messages(), ElementsAre(L"Failed to open registry hive (0x80070005): " + Src() +
                                       L"\\ntuser.dat"));
   EXPECT_EQ(bed.fake.CallsOf(OffregFunction::kOpenHive).size(), 1u);
@@ -260,7 +259,7 @@ TEST_F(HiveMigrationTest, AnOpenRefusedUnderTakeOwnershipIsTakenOverAndTriedOnce
   security::SecurityDescriptor before;
   ASSERT_EQ(ProcessSecurityPort().ReadNamedSecurity(hivePath, before), 0u);
   bed.fake.Fail(OffregFunction::kOpenHive, err::kAccessDenied, L"ntuser.dat", 0, 1);
-  EXPECT_EQ(MigrateRegistryHive(bed.context, Src(), 2, Tgt(), 6), 0);
+  EXPECT_EQ(MigrateRegistryHive(bed.context, Src(), 2, Tgt(), 6), hr::kOk);
   std::size_t sourceOpens = 0;
   for (const auto& call : bed.fake.CallsOf(OffregFunction::kOpenHive)) {
     if (call.subject == hivePath) ++sourceOpens;
@@ -283,7 +282,7 @@ TEST_F(HiveMigrationTest, AnOpenRefusedUnderTakeOwnershipIsTakenOverAndTriedOnce
 TEST_F(HiveMigrationTest, ATargetHiveThatCannotBeOpenedClosesTheSource) {
   MakeHive(src() / "ntuser.dat", kSourceUser);
   EXPECT_EQ(MigrateRegistryHive(bed.context, Src(), 1, Tgt(), 2),
-            static_cast<HResult>(0x80070003u));
+            HResultFromWin32(err::kPathNotFound));
   EXPECT_THAT(Messages(), ElementsAre(L"Failed to open registry hive (0x80070003): " + Tgt() +
                                       L"\\ntuser.dat"));
   EXPECT_EQ(bed.fake.CallsOf(OffregFunction::kCloseHive).size(), 1u);
@@ -293,7 +292,7 @@ TEST_F(HiveMigrationTest, AFailingSaveIsFollowedByTheFailedCopyAndLeavesTheFileA
   MakeUserHives();
   const std::string before = testing::ReadWholeFile(tgt() / "ntuser.dat");
   bed.fake.Fail(OffregFunction::kSaveHive, err::kAccessDenied);
-  EXPECT_EQ(MigrateRegistryHive(bed.context, Src(), 2, Tgt(), 6), 0);
+  EXPECT_EQ(MigrateRegistryHive(bed.context, Src(), 2, Tgt(), 6), hr::kOk);
   const std::wstring temporary = Tgt() + L"\\~mighive.dat";
   const std::wstring hive = Tgt() + L"\\ntuser.dat";
   EXPECT_THAT(Messages(),
@@ -306,8 +305,7 @@ TEST_F(HiveMigrationTest, AFailingSaveIsFollowedByTheFailedCopyAndLeavesTheFileA
 TEST_F(HiveMigrationTest, AnUnboundOpenFailsWithErrorOne) {
   MakeUserHives();
   bed.fake.offreg().OROpenHive = nullptr;
-  EXPECT_EQ(MigrateRegistryHive(bed.context, Src(), 1, Tgt(), 2),
-            static_cast<HResult>(0x80070001u));
+  EXPECT_EQ(MigrateRegistryHive(bed.context, Src(), 1, Tgt(), 2), hr::kNotBound);
 }
 
 TEST_F(HiveMigrationTest, TheClassesHivePathFollowsTheSourceVersionOnly) {
@@ -324,10 +322,8 @@ TEST_F(HiveMigrationTest, AnUnboundKeySecurityReadFailsTheHiveDacl) {
   MakeUserHives();
   OrKey source = nullptr;
   ASSERT_EQ(bed.fake.offreg().OROpenHive(WinPath(src() / "ntuser.dat").c_str(), &source), 0u);
-  EXPECT_EQ(MigrateHiveSecurity(bed.context, source, 1, source, 2),
-            static_cast<HResult>(0x80070001u));
-  EXPECT_EQ(MigrateHiveSecurity(bed.context, registry::kNoOrKey, 1, source, 2),
-            static_cast<HResult>(0x80070006u));
+  EXPECT_EQ(MigrateHiveSecurity(bed.context, source, 1, source, 2), hr::kNotBound);
+  EXPECT_EQ(MigrateHiveSecurity(bed.context, registry::kNoOrKey, 1, source, 2), hr::kHandle);
   EXPECT_THAT(Messages(), ElementsAre(L"Failed to query for the hive DACL (0x80070001)",
                                       L"Failed to query for the hive DACL (0x80070006)"));
   bed.fake.offreg().ORCloseHive(source);

@@ -87,7 +87,7 @@ class KeyTreeSecurityTest : public ::testing::Test {
 };
 
 TEST_F(KeyTreeSecurityTest, EveryKeyGetsTheDaclExceptOneWithAProtectedDaclWhoseChildrenStillDo) {
-  EXPECT_EQ(SetKeyTreeSecurity(bed.context, tree, descriptor.data(), true), 0);
+  EXPECT_EQ(SetKeyTreeSecurity(bed.context, tree, descriptor.data(), true), hr::kOk);
   EXPECT_THAT(bed.log.messages(), IsEmpty());
   const std::string applied =
       "S-1-5-18:ALLOW:QRY_VAL SET_VAL CREATE_KEY ENUM_KEYS NOTIFY CREATE_LNK DELETE R_CONT W_DAC "
@@ -113,11 +113,9 @@ TEST_F(KeyTreeSecurityTest, EveryKeyGetsTheDaclExceptOneWithAProtectedDaclWhoseC
 }
 
 TEST_F(KeyTreeSecurityTest, TheMinusOneKeyAndAnUnboundQueryAreRefused) {
-  EXPECT_EQ(SetKeyTreeSecurity(bed.context, kNoOrKey, descriptor.data(), true),
-            static_cast<HResult>(0x80070006u));
+  EXPECT_EQ(SetKeyTreeSecurity(bed.context, kNoOrKey, descriptor.data(), true), hr::kHandle);
   offreg().ORQueryInfoKey = nullptr;
-  EXPECT_EQ(SetKeyTreeSecurity(bed.context, tree, descriptor.data(), true),
-            static_cast<HResult>(0x80070001u));
+  EXPECT_EQ(SetKeyTreeSecurity(bed.context, tree, descriptor.data(), true), hr::kNotBound);
   EXPECT_THAT(bed.log.messages(), ElementsAre(L"Failed to query key info (0x80070006)",
                                               L"Failed to query key info (0x80070001)"));
 }
@@ -125,10 +123,9 @@ TEST_F(KeyTreeSecurityTest, TheMinusOneKeyAndAnUnboundQueryAreRefused) {
 TEST_F(KeyTreeSecurityTest, AFailingQueryOrSecurityReadEndsTheWalk) {
   bed.fake.Fail(OffregFunction::kQueryInfoKey, err::kInvalidData, L"Tree", 0, 1);
   EXPECT_EQ(SetKeyTreeSecurity(bed.context, tree, descriptor.data(), true),
-            static_cast<HResult>(0x8007000Du));
+            HResultFromWin32(err::kInvalidData));
   bed.fake.Fail(OffregFunction::kGetKeySecurity, err::kAccessDenied, L"Tree", 0, 1);
-  EXPECT_EQ(SetKeyTreeSecurity(bed.context, tree, descriptor.data(), true),
-            static_cast<HResult>(0x80070005u));
+  EXPECT_EQ(SetKeyTreeSecurity(bed.context, tree, descriptor.data(), true), hr::kAccessDenied);
   EXPECT_THAT(bed.log.messages(), ElementsAre(L"Failed to query key info (0x8007000D)",
                                               L"Failed to query key security (0x80070005)"));
   EXPECT_THAT(bed.fake.CallsOf(OffregFunction::kSetKeySecurity), IsEmpty());
@@ -136,8 +133,7 @@ TEST_F(KeyTreeSecurityTest, AFailingQueryOrSecurityReadEndsTheWalk) {
 
 TEST_F(KeyTreeSecurityTest, AnUnboundSetOnTheRootLogsTwoLinesAndVisitsNoChild) {
   offreg().ORSetKeySecurity = nullptr;
-  EXPECT_EQ(SetKeyTreeSecurity(bed.context, tree, descriptor.data(), true),
-            static_cast<HResult>(0x80070001u));
+  EXPECT_EQ(SetKeyTreeSecurity(bed.context, tree, descriptor.data(), true), hr::kNotBound);
   EXPECT_THAT(bed.log.messages(), ElementsAre(L"Failed setting key security (0x80070001)",
                                               L"Failed to set key security (0x80070001)"));
   EXPECT_THAT(bed.fake.CallsOf(OffregFunction::kEnumKey), IsEmpty());
@@ -145,7 +141,7 @@ TEST_F(KeyTreeSecurityTest, AnUnboundSetOnTheRootLogsTwoLinesAndVisitsNoChild) {
 
 TEST_F(KeyTreeSecurityTest, AChildThatCannotBeSetIsLoggedByNameAndItsSiblingsFollow) {
   bed.fake.Fail(OffregFunction::kSetKeySecurity, err::kAccessDenied, L"A");
-  EXPECT_EQ(SetKeyTreeSecurity(bed.context, tree, descriptor.data(), true), 0);
+  EXPECT_EQ(SetKeyTreeSecurity(bed.context, tree, descriptor.data(), true), hr::kOk);
   EXPECT_THAT(bed.log.messages(), ElementsAre(L"Failed to set key security (0x80070005)",
                                               L"Failed setting key security (0x80070005): A"));
   EXPECT_THAT(SavedDacl("/Tree/D"), HasSubstr("S-1-5-21-4-4-4-1004"));
@@ -155,7 +151,7 @@ TEST_F(KeyTreeSecurityTest, AChildThatCannotBeSetIsLoggedByNameAndItsSiblingsFol
 
 TEST_F(KeyTreeSecurityTest, AnEnumerationThatWantsMoreBufferSkipsThatIndexOnly) {
   bed.fake.Fail(OffregFunction::kEnumKey, err::kMoreData, L"Tree", 0, 1);
-  EXPECT_EQ(SetKeyTreeSecurity(bed.context, tree, descriptor.data(), true), 0);
+  EXPECT_EQ(SetKeyTreeSecurity(bed.context, tree, descriptor.data(), true), hr::kOk);
   EXPECT_THAT(bed.log.messages(),
               ElementsAre(L"Failed enumerating key (0x800700EA). Need more buffer."));
   // Index 0 (A) was skipped; index 1 (D) still got the DACL.
@@ -165,7 +161,7 @@ TEST_F(KeyTreeSecurityTest, AnEnumerationThatWantsMoreBufferSkipsThatIndexOnly) 
 
 TEST_F(KeyTreeSecurityTest, AChildThatCannotBeOpenedEndsTheWalkOfItsLevel) {
   bed.fake.Fail(OffregFunction::kOpenKey, err::kAccessDenied, L"A");
-  EXPECT_EQ(SetKeyTreeSecurity(bed.context, tree, descriptor.data(), true), 0);
+  EXPECT_EQ(SetKeyTreeSecurity(bed.context, tree, descriptor.data(), true), hr::kOk);
   EXPECT_THAT(bed.log.messages(), ElementsAre(L"Failed to open sub key (0x80070005): A"));
   EXPECT_THAT(SavedDacl("/Tree/D"), Not(HasSubstr("S-1-5-21-4-4-4-1004")));
   EXPECT_THAT(SavedDacl("/Tree"), HasSubstr("S-1-5-21-4-4-4-1004"));
@@ -185,7 +181,7 @@ TEST(KeyTreeSecurityHostileTest, AChildNameBeginningWithNulEndsTheWalkOfItsLevel
   OrKey tree = nullptr;
   ASSERT_EQ(offreg.OROpenKey(hive, L"Tree", &tree), 0u);
   std::vector<std::uint8_t> descriptor = MakeDescriptor(nullptr, {L"S-1-5-18"});
-  EXPECT_EQ(SetKeyTreeSecurity(bed.context, tree, descriptor.data(), true), 0);
+  EXPECT_EQ(SetKeyTreeSecurity(bed.context, tree, descriptor.data(), true), hr::kOk);
   EXPECT_THAT(bed.log.messages(), ElementsAre(L"Failed to open sub key (0x80070057): "));
   offreg.ORCloseKey(tree);
   offreg.ORCloseHive(hive);

@@ -20,8 +20,8 @@ constexpr const wchar_t* kUserenvLine = L"Failed getting userenv.dll function po
 constexpr const wchar_t* kOffregLine = L"Failed getting offreg.dll function pointers";
 
 // Each stand-in returns its own code, so a test can tell which function a pointer reaches.
-HResult TW_OR_CALL FakeCreateProfile(const wchar_t*, const wchar_t*, wchar_t*, OrDword) {
-  return 0x101;
+std::int32_t TW_OR_CALL FakeCreateProfile(const wchar_t*, const wchar_t*, wchar_t*, OrDword) {
+  return 0x101;  // a bare HRESULT, as the C function returns it
 }
 std::int32_t TW_OR_CALL FakeDeleteProfileW(const wchar_t*, const wchar_t*, const wchar_t*) {
   return 0x102;

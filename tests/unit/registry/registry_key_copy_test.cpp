@@ -118,7 +118,7 @@ constexpr const char* kSoftwareTree =
 
 TEST_F(KeyCopyTest, CopiesAKeyTreeWithItsValuesIntoAHiveWithoutIt) {
   Build(kSoftwareTree, "");
-  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Software"), 0);
+  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Software"), hr::kOk);
   EXPECT_THAT(Messages(), IsEmpty());
   const std::string copied = ExportHive(SaveTarget(), "\\Software");
   // The independent reader sees the same tree in both hives.
@@ -138,7 +138,7 @@ TEST_F(KeyCopyTest, AnExistingTargetKeyKeepsClassOwnerAndDaclWhileValuesAreMerge
   bed.fake.offreg().ORCloseKey(vendor);
   bed.fake.offreg().ORCloseKey(software);
 
-  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Software"), 0);
+  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Software"), hr::kOk);
   EXPECT_THAT(Messages(), IsEmpty());
   const std::filesystem::path saved = SaveTarget();
   const std::vector<std::string> key = Fields(ReglookupKey(saved, "/Software/Vendor"));
@@ -169,7 +169,7 @@ TEST_F(KeyCopyTest, ANewKeyGetsTheSourceOwnerAndDacl) {
              MakeDescriptor(L"S-1-5-21-1-2-3-500", {L"S-1-5-18", L"S-1-5-21-1-2-3-500"})));
   bed.fake.offreg().ORCloseKey(software);
 
-  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Software"), 0);
+  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Software"), hr::kOk);
   const std::filesystem::path saved = SaveTarget();
   const std::vector<std::string> copied = Fields(ReglookupKey(saved, "/Software/Secured"));
   ASSERT_EQ(copied.size(), 9u);
@@ -192,7 +192,7 @@ TEST_F(KeyCopyTest, AClassLongerThanTheFirstBufferRegrowsItOnceAndIsCopiedWhole)
   bed.fake.offreg().ORCloseKey(software);
   bed.fake.ClearCalls();
 
-  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Software"), 0);
+  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Software"), hr::kOk);
   EXPECT_THAT(Messages(), IsEmpty());
   EXPECT_EQ(ClassOf(target, L"Software\\Classy"), longClass);
 
@@ -218,7 +218,7 @@ TEST_F(KeyCopyTest, AClassLongerThanTheFirstBufferRegrowsItOnceAndIsCopiedWhole)
 
 TEST_F(KeyCopyTest, AKeyWithoutClassIsCreatedWithNoClass) {
   Build(kSoftwareTree, "");
-  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Software"), 0);
+  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Software"), hr::kOk);
   const auto creates = bed.fake.CallsOf(OffregFunction::kCreateKey);
   ASSERT_EQ(creates.size(), 3u);
   for (const auto& create : creates) EXPECT_EQ(create.first, 0u) << "a class was passed";
@@ -236,7 +236,7 @@ constexpr const char* kFiveChildren =
 TEST_F(KeyCopyTest, ASubKeyThatCannotBeOpenedEndsTheCopyOfItsSiblings) {
   Build(kFiveChildren, "");
   bed.fake.Fail(OffregFunction::kOpenKey, err::kAccessDenied, L"K3", 0, 1);
-  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Parent"), 0);
+  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Parent"), hr::kOk);
   EXPECT_THAT(Messages(),
               ElementsAre(L"Failed to open source registry key (0x80070005), skipping this key: K3",
                           L"Failed to copy registry key to target hive (0x80070005): Parent/K3"));
@@ -251,7 +251,7 @@ TEST_F(KeyCopyTest, AValueThatCannotBeWrittenEndsTheValuesButNotTheSubKeys) {
   Build("[\\Software]\n\"A\"=\"1\"\n\"B\"=\"2\"\n\"C\"=\"3\"\n\n[\\Software\\Sub]\n\"D\"=\"4\"\n\n",
         "");
   bed.fake.Fail(OffregFunction::kSetValue, err::kAccessDenied, L"B");
-  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Software"), 0);
+  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Software"), hr::kOk);
   EXPECT_THAT(Messages(),
               ElementsAre(L"Failed to copy registry value to target hive (0x80070005): B"));
   const std::string exported = ExportHive(SaveTarget(), "\\Software");
@@ -263,8 +263,7 @@ TEST_F(KeyCopyTest, AValueThatCannotBeWrittenEndsTheValuesButNotTheSubKeys) {
 
 TEST_F(KeyCopyTest, TheSourceParentOfMinusOneFailsWithInvalidHandle) {
   Build(kSoftwareTree, "");
-  EXPECT_EQ(CopyRegistryKey(bed.context, kNoOrKey, target, L"Software"),
-            static_cast<HResult>(0x80070006u));
+  EXPECT_EQ(CopyRegistryKey(bed.context, kNoOrKey, target, L"Software"), hr::kHandle);
   EXPECT_THAT(Messages(), ElementsAre(L"Failed to open source registry key (0x80070006), "
                                       L"skipping this key: Software"));
   EXPECT_THAT(bed.fake.calls(), IsEmpty());
@@ -272,7 +271,7 @@ TEST_F(KeyCopyTest, TheSourceParentOfMinusOneFailsWithInvalidHandle) {
 
 TEST_F(KeyCopyTest, TheTargetParentOfMinusOneIsLoggedWithTheRawCodeAndTheCopyGoesOn) {
   Build(kSoftwareTree, "");
-  EXPECT_EQ(CopyRegistryKey(bed.context, source, kNoOrKey, L"Software"), 0);
+  EXPECT_EQ(CopyRegistryKey(bed.context, source, kNoOrKey, L"Software"), hr::kOk);
   EXPECT_THAT(Messages(), ElementsAre(L"Failed to open or create target registry key "
                                       L"(0x80070006) 6: Software, class: "));
 }
@@ -280,8 +279,7 @@ TEST_F(KeyCopyTest, TheTargetParentOfMinusOneIsLoggedWithTheRawCodeAndTheCopyGoe
 TEST_F(KeyCopyTest, AnUnboundOpenCountsAsErrorOne) {
   Build(kSoftwareTree, "");
   bed.fake.offreg().OROpenKey = nullptr;
-  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Software"),
-            static_cast<HResult>(0x80070001u));
+  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Software"), hr::kNotBound);
   EXPECT_THAT(Messages(), ElementsAre(L"Failed to open source registry key (0x80070001), "
                                       L"skipping this key: Software"));
 }
@@ -290,7 +288,7 @@ TEST_F(KeyCopyTest, AnUnboundKeySecuritySetFailsTheNewKeyAndStopsItsSiblings) {
   Build(kFiveChildren, "[\\Parent]\n\n");
   bed.fake.offreg().ORSetKeySecurity = nullptr;
   // Parent exists in the target: its security is not touched; K1 is new and cannot get its own.
-  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Parent"), 0);
+  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Parent"), hr::kOk);
   EXPECT_THAT(Messages(),
               ElementsAre(L"Failed setting security descriptor key (0x80070001): K1",
                           L"Failed to copy registry key to target hive (0x80070001): Parent/K1"));
@@ -303,7 +301,7 @@ TEST_F(KeyCopyTest, AnUnboundKeySecuritySetFailsTheNewKeyAndStopsItsSiblings) {
 TEST_F(KeyCopyTest, AQueryThatStillWantsMoreDataIsLoggedAndTheKeyIsPassedOver) {
   Build(kSoftwareTree, "");
   bed.fake.Fail(OffregFunction::kQueryInfoKey, err::kMoreData, L"Software");
-  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Software"), 0);
+  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Software"), hr::kOk);
   EXPECT_THAT(Messages(), ElementsAre(L"Failed to query key info from source registry key "
                                       L"(0x800700EA): Software"));
   const auto queries = bed.fake.CallsOf(OffregFunction::kQueryInfoKey);
@@ -323,7 +321,7 @@ TEST_F(KeyCopyTest, AFailingCreateIsLoggedWithItsCodeNameAndClass) {
   bed.fake.offreg().ORCloseKey(Create(software, L"Classy", L"MyClass"));
   bed.fake.offreg().ORCloseKey(software);
   bed.fake.Fail(OffregFunction::kCreateKey, err::kAccessDenied, L"Classy");
-  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Software"), 0);
+  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Software"), hr::kOk);
   EXPECT_THAT(Messages(), ElementsAre(L"Failed to open or create target registry key "
                                       L"(0x80070005) 5: Classy, class: MyClass"));
 }
@@ -331,7 +329,7 @@ TEST_F(KeyCopyTest, AFailingCreateIsLoggedWithItsCodeNameAndClass) {
 TEST_F(KeyCopyTest, AFailingSecurityReadLeavesTheNewKeyEmpty) {
   Build(kSoftwareTree, "");
   bed.fake.Fail(OffregFunction::kGetKeySecurity, err::kAccessDenied, L"Vendor");
-  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Software"), 0);
+  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Software"), hr::kOk);
   EXPECT_THAT(Messages(), ElementsAre(L"Failed to get security descriptor from registry key "
                                       L"(0x80070005): Vendor"));
   EXPECT_TRUE(HasKey(target, L"Software\\Vendor"));
@@ -344,7 +342,7 @@ TEST_F(KeyCopyTest, EnumerationErrorsEndTheirLoopsWithTheKeyName) {
   Build(kSoftwareTree, "");
   bed.fake.Fail(OffregFunction::kEnumValue, err::kInvalidData, L"Vendor");
   bed.fake.Fail(OffregFunction::kEnumKey, err::kInvalidData, L"Vendor");
-  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Software"), 0);
+  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Software"), hr::kOk);
   EXPECT_THAT(Messages(), ElementsAre(L"Failed enumerating value in key (0x8007000D): Vendor",
                                       L"Failed enumerating key (0x8007000D): Vendor"));
   EXPECT_TRUE(HasKey(target, L"Software\\Vendor"));
@@ -368,7 +366,7 @@ TEST_F(KeyCopyTest, ASubKeyNameBeginningWithNulFailsThatSubKeyAndEndsItsSiblings
       bed.fake.offreg().OROpenHive(WinPath(bed.folder.path() / "source.dat").c_str(), &source), 0u);
   ASSERT_EQ(
       bed.fake.offreg().OROpenHive(WinPath(bed.folder.path() / "target.dat").c_str(), &target), 0u);
-  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Parent"), 0);
+  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Parent"), hr::kOk);
   EXPECT_THAT(Messages(),
               ElementsAre(L"Failed to open source registry key (0x80070057), skipping this key: ",
                           L"Failed to copy registry key to target hive (0x80070057): Parent/"));
@@ -396,7 +394,7 @@ TEST_F(KeyCopyTest, AChainDeeperThanTheRegistryLimitIsCopiedDownToTheLimit) {
     reg += "[" + key + "]\n\n";
   }
   Build(reg, "");
-  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Chain"), 0);
+  EXPECT_EQ(CopyRegistryKey(bed.context, source, target, L"Chain"), hr::kOk);
   EXPECT_THAT(Messages(),
               ElementsAre(L"Failed to open source registry key (0x80070057), skipping this key: d",
                           L"Failed to copy registry key to target hive (0x80070057): d/d"));

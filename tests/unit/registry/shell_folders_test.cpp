@@ -64,7 +64,7 @@ TEST_F(ShellFoldersTest, ReadModeFillsSourceLocationsAndLogsWhatItPassesOver) {
       Expand(L"%USERPROFILE%\\Desktop") +
       "\"Weird\"=dword:00000001\n"
       "\"Unknown\"=\"x\"\n");
-  EXPECT_EQ(SyncUserShellFolders(bed.context, mapping, WinPath(source()), 1, false), 0);
+  EXPECT_EQ(SyncUserShellFolders(bed.context, mapping, WinPath(source()), 1, false), hr::kOk);
   EXPECT_EQ(table[2].sourceLocation, L"\\\\server\\share\\docs");
   EXPECT_EQ(table[0].sourceLocation, L"%USERPROFILE%\\Desktop");
   EXPECT_EQ(table[1].sourceLocation, L"");
@@ -86,9 +86,9 @@ TEST_F(ShellFoldersTest, AUncFolderIsWrittenIntoTheTargetAndDroppedFromTheMappin
              "\"Favorites\"=\"C:\\\\Users\\\\ann\\\\Favorites\"\n"
              "\"Templates\"=\"D:\\\\Other\\\\Templates\"\n");
   currentUserSid.Clear();
-  ASSERT_EQ(SyncUserShellFolders(bed.context, mapping, WinPath(source()), 1, false), 0);
+  ASSERT_EQ(SyncUserShellFolders(bed.context, mapping, WinPath(source()), 1, false), hr::kOk);
   bed.log.Clear();
-  EXPECT_EQ(SyncUserShellFolders(bed.context, mapping, WinPath(target()), 2, true), 0);
+  EXPECT_EQ(SyncUserShellFolders(bed.context, mapping, WinPath(target()), 2, true), hr::kOk);
 
   // The mapping lost Personal; the others keep their order.
   ASSERT_EQ(mapping.count(), 3u);
@@ -129,10 +129,10 @@ TEST_F(ShellFoldersTest, AFailedWriteKeepsTheEntryWithTheTargetsOwnValue) {
   MakeSource("\"Personal\"=\"\\\\\\\\server\\\\share\\\\docs\"\n");
   MakeTarget("\"Personal\"=" + Expand(L"%USERPROFILE%\\Documents"),
              "\"Personal\"=\"C:\\\\Users\\\\ann\\\\Documents\"\n");
-  ASSERT_EQ(SyncUserShellFolders(bed.context, mapping, WinPath(source()), 1, false), 0);
+  ASSERT_EQ(SyncUserShellFolders(bed.context, mapping, WinPath(source()), 1, false), hr::kOk);
   bed.log.Clear();
   bed.fake.Fail(OffregFunction::kSetValue, err::kAccessDenied, L"Personal");
-  EXPECT_EQ(SyncUserShellFolders(bed.context, mapping, WinPath(target()), 2, true), 0);
+  EXPECT_EQ(SyncUserShellFolders(bed.context, mapping, WinPath(target()), 2, true), hr::kOk);
   EXPECT_THAT(Messages(),
               ElementsAre(L"Failed to set target registry value (0x80070005): Personal = "
                           L"\\\\server\\share\\docs",
@@ -144,7 +144,7 @@ TEST_F(ShellFoldersTest, AFailedWriteKeepsTheEntryWithTheTargetsOwnValue) {
 
 TEST_F(ShellFoldersTest, ADwordValueIsOnlyLogged) {
   MakeSource("\"Desktop\"=dword:00000005\n");
-  EXPECT_EQ(SyncUserShellFolders(bed.context, mapping, WinPath(source()), 1, false), 0);
+  EXPECT_EQ(SyncUserShellFolders(bed.context, mapping, WinPath(source()), 1, false), hr::kOk);
   EXPECT_THAT(Messages(), ElementsAre(L"The value of Desktop is not a string",
                                       L"No more value of Desktop 259"));
   EXPECT_EQ(table[0].sourceLocation, L"");
@@ -154,7 +154,7 @@ TEST_F(ShellFoldersTest, AnEmptyProfilePathFallsBackOnTheProfilePathOption) {
   MakeSource("\"Desktop\"=" + Expand(L"%USERPROFILE%\\Desktop"));
   const std::wstring saved = g_profilePath;
   g_profilePath = WinPath(source());
-  EXPECT_EQ(SyncUserShellFolders(bed.context, mapping, L"", 1, false), 0);
+  EXPECT_EQ(SyncUserShellFolders(bed.context, mapping, L"", 1, false), hr::kOk);
   g_profilePath = saved;
   EXPECT_EQ(table[0].sourceLocation, L"%USERPROFILE%\\Desktop");
 }
@@ -163,13 +163,13 @@ TEST_F(ShellFoldersTest, HiveAndKeyFailuresAreLoggedAndReturned) {
   const std::wstring missing = WinPath(bed.folder.path() / "none");
   // The folder does not exist: ERROR_PATH_NOT_FOUND.
   EXPECT_EQ(SyncUserShellFolders(bed.context, mapping, missing, 1, false),
-            static_cast<HResult>(0x80070003u));
+            HResultFromWin32(err::kPathNotFound));
   MakeHive(source() / "ntuser.dat", "[\\Software]\n\n");
   bed.fake.Fail(OffregFunction::kOpenHive, err::kAccessDenied, L"ntuser.dat", 0, 1);
   EXPECT_EQ(SyncUserShellFolders(bed.context, mapping, WinPath(source()), 1, false),
-            static_cast<HResult>(0x80070005u));
+            hr::kAccessDenied);
   EXPECT_EQ(SyncUserShellFolders(bed.context, mapping, WinPath(source()), 1, false),
-            static_cast<HResult>(0x80070002u));
+            HResultFromWin32(err::kFileNotFound));
   EXPECT_THAT(
       Messages(),
       ElementsAre(L"Failed opening registry (0x80070003): " + missing + L"\\ntuser.dat",
@@ -185,7 +185,7 @@ TEST_F(ShellFoldersTest, AccessDeniedWithTakeOwnershipTakesItOpensAgainAndRestor
   security::SecurityDescriptor before;
   ASSERT_EQ(ProcessSecurityPort().ReadNamedSecurity(hivePath, before), 0u);
   bed.fake.Fail(OffregFunction::kOpenHive, err::kAccessDenied, L"ntuser.dat", 0, 1);
-  EXPECT_EQ(SyncUserShellFolders(bed.context, mapping, WinPath(source()), 1, false), 0);
+  EXPECT_EQ(SyncUserShellFolders(bed.context, mapping, WinPath(source()), 1, false), hr::kOk);
   EXPECT_EQ(table[0].sourceLocation, L"%USERPROFILE%\\Desktop");
   EXPECT_EQ(bed.fake.CallsOf(OffregFunction::kOpenHive).size(), 2u);
   security::SecurityDescriptor after;
@@ -222,13 +222,12 @@ TEST_F(ShellFoldersTest, ATailFoundOnlyAtTheStartGivesNoProfileFolder) {
   table[0].targetLocation = L"%USERPROFILE%\\Desktop";
   OrKey hive = nullptr;
   ASSERT_EQ(bed.fake.offreg().OROpenHive(WinPath(target() / "ntuser.dat").c_str(), &hive), 0u);
-  EXPECT_EQ(CompleteSpecialFolderPaths(bed.context, hive, table),
-            static_cast<HResult>(0x80004005u));
+  EXPECT_EQ(CompleteSpecialFolderPaths(bed.context, hive, table), hr::kFail);
   EXPECT_THAT(Messages(), ElementsAre(L"Profile path is empty"));
   // A second row that holds its tail further in gives the folder.
   table[1].targetLocation = L"%USERPROFILE%\\Favorites";
   bed.log.Clear();
-  EXPECT_EQ(CompleteSpecialFolderPaths(bed.context, hive, table), 0);
+  EXPECT_EQ(CompleteSpecialFolderPaths(bed.context, hive, table), hr::kOk);
   EXPECT_THAT(Messages(), ElementsAre(L"Profile path is: C:\\Users\\ann"));
   bed.fake.offreg().ORCloseHive(hive);
 }

@@ -393,7 +393,7 @@ TEST_F(RunFlowTest, FinishedTargetsCountAsFailuresAndTheBare183DoesNot) {
 
 TEST_F(RunFlowTest, Bare183ReportsTheTargetAndKeepsTheReturnValue) {
   AddProfile(L"\\\\srv\\p\\again");
-  results_[L"\\\\srv\\p\\again"] = 183;
+  results_[L"\\\\srv\\p\\again"] = HResult{183};  // the bare Win32 value
   EXPECT_EQ(Run({L"/s:\\\\srv\\p\\again"}), 0);
   EXPECT_EQ(log_.messages().at(1), L"Target profile already exists: \\\\srv\\p\\again.target");
 }

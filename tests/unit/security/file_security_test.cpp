@@ -63,7 +63,7 @@ class FileSecurityTest : public ::testing::Test {
 
 TEST_F(FileSecurityTest, ReadKeepsOwnerAndDaclSelfRelative) {
   SelfRelativeDescriptor sd;
-  err::Win32Error lastError = 99;
+  err::Win32Error lastError{99};
   ASSERT_TRUE(security.ReadFileSecurity(kFile, sd, lastError));
   EXPECT_EQ(lastError, err::kSuccess);
   EXPECT_NE(sd.Control() & security::kSeSelfRelative, 0);
@@ -132,9 +132,9 @@ TEST_F(FileSecurityTest, TakeOwnershipWithoutFullControlWritesOnlyTheOwner) {
 TEST_F(FileSecurityTest, TakeOwnershipOfMissingPaths) {
   SelfRelativeDescriptor saved;
   EXPECT_EQ(security.TakeOwnership(L"\\\\srv\\profiles\\anna\\none.dat", saved, true),
-            static_cast<HResult>(0x80070002u));
+            HResultFromWin32(err::kFileNotFound));
   EXPECT_EQ(security.TakeOwnership(L"\\\\srv\\profiles\\gone\\none.dat", saved, true),
-            static_cast<HResult>(0x80070003u));
+            HResultFromWin32(err::kPathNotFound));
   EXPECT_TRUE(saved.empty());
   EXPECT_TRUE(port.writes().empty());
 }
@@ -142,7 +142,7 @@ TEST_F(FileSecurityTest, TakeOwnershipOfMissingPaths) {
 TEST_F(FileSecurityTest, TakeOwnershipOfAnObjectThatCannotBeOpened) {
   files.FailOperation(testing::FileOp::kOpen, err::kAccessDenied);
   SelfRelativeDescriptor saved;
-  EXPECT_EQ(security.TakeOwnership(kFile, saved, true), static_cast<HResult>(0x80070005u));
+  EXPECT_EQ(security.TakeOwnership(kFile, saved, true), hr::kAccessDenied);
   EXPECT_TRUE(saved.empty());
   EXPECT_TRUE(port.writes().empty());
   EXPECT_EQ(port.Object(kFile)->owner, Anna());
@@ -151,7 +151,7 @@ TEST_F(FileSecurityTest, TakeOwnershipOfAnObjectThatCannotBeOpened) {
 TEST_F(FileSecurityTest, TakeOwnershipWhoseHandleReadFails) {
   port.FailOn(SecurityOp::kReadOpened, kFile, err::kAccessDenied);
   SelfRelativeDescriptor saved;
-  EXPECT_EQ(security.TakeOwnership(kFile, saved, true), static_cast<HResult>(0x80070005u));
+  EXPECT_EQ(security.TakeOwnership(kFile, saved, true), hr::kAccessDenied);
   EXPECT_EQ(files.OpenHandles(), 0);
   EXPECT_TRUE(port.writes().empty());
 }
@@ -159,7 +159,7 @@ TEST_F(FileSecurityTest, TakeOwnershipWhoseHandleReadFails) {
 TEST_F(FileSecurityTest, TakeOwnershipWhoseOwnerWriteFails) {
   port.FailOn(SecurityOp::kWriteOwner, kFile, err::kPrivilegeNotHeld);
   SelfRelativeDescriptor saved;
-  EXPECT_EQ(security.TakeOwnership(kFile, saved, true), static_cast<HResult>(0x80070522u));
+  EXPECT_EQ(security.TakeOwnership(kFile, saved, true), HResultFromWin32(err::kPrivilegeNotHeld));
   EXPECT_FALSE(saved.empty());  // already kept
   EXPECT_EQ(port.writes().size(), 1u);
 }
@@ -167,7 +167,7 @@ TEST_F(FileSecurityTest, TakeOwnershipWhoseOwnerWriteFails) {
 TEST_F(FileSecurityTest, TakeOwnershipWhoseDaclWriteFailsCanStillBeRestored) {
   port.FailOn(SecurityOp::kWriteDacl, kFile, err::kAccessDenied);
   SelfRelativeDescriptor saved;
-  EXPECT_EQ(security.TakeOwnership(kFile, saved, true), static_cast<HResult>(0x80070005u));
+  EXPECT_EQ(security.TakeOwnership(kFile, saved, true), hr::kAccessDenied);
   EXPECT_EQ(port.Object(kFile)->owner, Admin());  // not changed back here
   port.ClearFailures();
   ASSERT_EQ(security.ApplySecurity(kFile, saved), hr::kOk);
@@ -177,7 +177,7 @@ TEST_F(FileSecurityTest, TakeOwnershipWhoseDaclWriteFailsCanStillBeRestored) {
 TEST_F(FileSecurityTest, TakeOwnershipWithoutCurrentUserSidFails) {
   currentUserSid.Clear();
   SelfRelativeDescriptor saved;
-  EXPECT_EQ(security.TakeOwnership(kFile, saved, true), static_cast<HResult>(0x8007051Bu));
+  EXPECT_EQ(security.TakeOwnership(kFile, saved, true), HResultFromWin32(err::kInvalidOwner));
   ASSERT_EQ(port.writes().size(), 1u);
   EXPECT_TRUE(port.writes()[0].second.writeOwner);
   EXPECT_FALSE(port.writes()[0].second.owner.has_value());  // a null owner pointer
@@ -269,7 +269,7 @@ TEST_F(FileSecurityTest, DescriptorWithoutOwnerWritesANullOwner) {
   SecurityDescriptor noOwner;
   noOwner.SetDacl(Acl());
   EXPECT_EQ(security.ApplySecurity(kFile, SelfRelativeDescriptor::FromAbsolute(noOwner)),
-            static_cast<HResult>(0x8007051Bu));  // ERROR_INVALID_OWNER
+            HResultFromWin32(err::kInvalidOwner));  // ERROR_INVALID_OWNER
   ASSERT_EQ(port.writes().size(), 1u);
   EXPECT_TRUE(port.writes()[0].second.writeOwner);
   EXPECT_FALSE(port.writes()[0].second.owner.has_value());
@@ -278,10 +278,10 @@ TEST_F(FileSecurityTest, DescriptorWithoutOwnerWritesANullOwner) {
 TEST_F(FileSecurityTest, ApplyFailureBecomesAnHResult) {
   port.FailOn(SecurityOp::kWriteDacl, kFile, err::kAccessDenied);
   EXPECT_EQ(security.ApplySecurity(kFile, SelfRelativeDescriptor::FromAbsolute(AnnasDescriptor())),
-            static_cast<HResult>(0x80070005u));
+            hr::kAccessDenied);
   EXPECT_EQ(security.ApplySecurity(L"\\\\srv\\profiles\\none",
                                    SelfRelativeDescriptor::FromAbsolute(AnnasDescriptor())),
-            static_cast<HResult>(0x80070002u));
+            HResultFromWin32(err::kFileNotFound));
 }
 
 }  // namespace

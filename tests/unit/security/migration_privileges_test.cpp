@@ -55,7 +55,7 @@ TEST(EnableMigrationPrivileges, TokenThatCannotBeOpened) {
   LogCapture log;
   PrivilegeToken token;
   const PrivilegeResult result = EnableMigrationPrivileges(port, true, token);
-  EXPECT_EQ(result.code, static_cast<HResult>(0x80070005u));
+  EXPECT_EQ(result.code, hr::kAccessDenied);
   EXPECT_EQ(result.message,
             L"Failed to open the process token to set necessary privileges (0x80070005)");
   EXPECT_TRUE(port.privilegeCalls().empty());
@@ -68,7 +68,7 @@ TEST(EnableMigrationPrivileges, FailingPrivilegeStopsTheSequenceAndKeepsTheToken
   port.enableErrors[L"SeRestorePrivilege"] = err::kNoSuchPrivilege;
   PrivilegeToken token;
   const PrivilegeResult result = EnableMigrationPrivileges(port, true, token);
-  EXPECT_EQ(result.code, static_cast<HResult>(0x80070521u));
+  EXPECT_EQ(result.code, HResultFromWin32(err::kNoSuchPrivilege));
   EXPECT_EQ(result.message, L"Failed to set necessary token privileges (0x80070521)");
   EXPECT_EQ(port.privilegeCalls(), kBackupAndRestore);  // take-ownership not tried
   EXPECT_TRUE(token.IsOpen());

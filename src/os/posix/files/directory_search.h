@@ -16,6 +16,7 @@ namespace tw::posix {
 // a symbolic link (a link there fails as a file does, with kDirectory). Names that Windows could
 // not hold and its path functions would not take as one name (holding a backslash, or starting
 // with a drive such as "Z:") are not listed. The errors are those of FileSystem::FindFirstEntry.
-err::Win32Error CollectSearchEntries(std::wstring_view pattern, std::vector<FindEntry>& entries);
+[[nodiscard]] err::Win32Error CollectSearchEntries(std::wstring_view pattern,
+                                                   std::vector<FindEntry>& entries);
 
 }  // namespace tw::posix

@@ -119,7 +119,8 @@ err::Win32Error CopyNativeFile(const std::string& source, const std::string& tar
 
   std::uint32_t attributes = 0;
   if (ReadStoredAttributes(source, attributes)) {
-    WriteStoredAttributes(target, attributes);
+    // Best effort, as the copy of attributes on Windows.
+    static_cast<void>(WriteStoredAttributes(target, attributes));
   } else if (targetExists) {
     RemoveStoredAttributes(target);
   } else {

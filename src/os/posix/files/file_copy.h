@@ -16,8 +16,8 @@ namespace tw::posix {
 // or target, a read-only target. Symbolic links are never followed: a link as source or target
 // fails with kCantResolveFilename (ELOOP). A failed copy removes the target it created.
 // targetStatus: what the path mapping learnt about target, if anything (native_path.h).
-err::Win32Error CopyNativeFile(const std::string& source, const std::string& target,
-                               bool failIfExists,
-                               const NativeStatus& targetStatus = NativeStatus{});
+[[nodiscard]] err::Win32Error CopyNativeFile(const std::string& source, const std::string& target,
+                                             bool failIfExists,
+                                             const NativeStatus& targetStatus = NativeStatus{});
 
 }  // namespace tw::posix

@@ -36,13 +36,13 @@ void UnixFromFileTime(FileTime time, std::int64_t& seconds, std::int64_t& nanose
 
 // Attributes, times and size of native (name left as it is). A missing object gives
 // kFileNotFound or kPathNotFound as Windows tells them apart.
-err::Win32Error QueryFileInfo(const std::string& native, FindEntry& info);
+[[nodiscard]] err::Win32Error QueryFileInfo(const std::string& native, FindEntry& info);
 
 // The stored attribute value of native (without the type bits), or false when none is stored.
 bool ReadStoredAttributes(const std::string& native, std::uint32_t& value);
 
 // Stores value as native's attributes. Links and special files keep none: kAccessDenied.
-err::Win32Error WriteStoredAttributes(const std::string& native, std::uint32_t value);
+[[nodiscard]] err::Win32Error WriteStoredAttributes(const std::string& native, std::uint32_t value);
 
 // Forgets native's stored attributes (it then reads as its type gives).
 void RemoveStoredAttributes(const std::string& native);
@@ -57,16 +57,16 @@ void ForgetFallbackAttributes(const std::string& native);
 constexpr std::uint32_t kSettableAttributes = 0x3127;
 
 // The times of the open descriptor fd (the creation time the file server keeps, if any).
-err::Win32Error QueryDescriptorTimes(int fd, FileTimes& times);
+[[nodiscard]] err::Win32Error QueryDescriptorTimes(int fd, FileTimes& times);
 
 // Keeps `creation` as the creation time of the open descriptor fd, beside its attributes (the
 // type's when none are stored yet), where the file server's clients see it.
-err::Win32Error StoreDescriptorCreationTime(int fd, FileTime creation);
+[[nodiscard]] err::Win32Error StoreDescriptorCreationTime(int fd, FileTime creation);
 
 // kFileNotFound when the folder that should hold native exists, else kPathNotFound.
-err::Win32Error MissingPathError(const std::string& native);
+[[nodiscard]] err::Win32Error MissingPathError(const std::string& native);
 
 // The Win32 error of a failed call on native, read from errno (ENOENT refined as above).
-err::Win32Error PathError(const std::string& native);
+[[nodiscard]] err::Win32Error PathError(const std::string& native);
 
 }  // namespace tw::posix

@@ -146,7 +146,10 @@ void StampNewFileAttributes(const std::string& native, const FileOpenRequest& re
   if (existed && request.disposition != CreationDisposition::kCreateAlways) return;
   const std::uint32_t kept = existed ? StoredFileAttributes(native) : 0;
   const std::uint32_t wanted = (request.attributes & posix::kSettableAttributes) | kept;
-  if (wanted != 0 || existed) posix::WriteStoredAttributes(native, wanted | file_attr::kArchive);
+  if (wanted != 0 || existed) {
+    // Best effort: the file itself was made.
+    static_cast<void>(posix::WriteStoredAttributes(native, wanted | file_attr::kArchive));
+  }
 }
 
 // Whether a handle may stamp times: write access or FILE_WRITE_ATTRIBUTES.

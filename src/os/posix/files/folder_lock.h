@@ -14,7 +14,7 @@ namespace tw::posix {
 // holds, in this process or another, gives kSharingViolation; so does a folder that was removed,
 // or replaced by another of the same name, while the lock was taken. A missing folder gives
 // kFileNotFound or kPathNotFound, a link kCantResolveFilename, a file kDirectory.
-err::Win32Error LockNativeFolder(const std::string& native, int& fd);
+[[nodiscard]] err::Win32Error LockNativeFolder(const std::string& native, int& fd);
 
 // The folder that holds native ("/a/b" for "/a/b/c", "/" for "/c", "." for "c").
 std::string NativeParentFolder(const std::string& native);

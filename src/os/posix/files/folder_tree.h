@@ -10,14 +10,14 @@ namespace tw::posix {
 
 // CreateDirectoryW(path, NULL): kAlreadyExists when anything of that name exists, kPathNotFound
 // when a folder on the way is missing or is a file.
-err::Win32Error MakeNativeFolder(const std::string& native);
+[[nodiscard]] err::Win32Error MakeNativeFolder(const std::string& native);
 
 // SHCreateDirectoryExW(NULL, path, NULL) on the Windows-form path (see FileSystem).
-err::Win32Error MakeFolderPathFromWindows(std::wstring_view path);
+[[nodiscard]] err::Win32Error MakeFolderPathFromWindows(std::wstring_view path);
 
 // DeleteFileW: a folder, or a file whose stored attributes hold READONLY, gives kAccessDenied;
 // a link or special file is removed itself.
-err::Win32Error DeleteNativeFile(const std::string& native);
+[[nodiscard]] err::Win32Error DeleteNativeFile(const std::string& native);
 
 // SHFileOperationW FO_DELETE: removes native with everything below it. Nothing is followed:
 // links are removed as entries, folders are opened with O_NOFOLLOW and emptied through their
@@ -25,6 +25,6 @@ err::Win32Error DeleteNativeFile(const std::string& native);
 // permission for its owner is given it so that it can be emptied. A failing item does not stop
 // the rest; the first failure's Win32 error is returned (kFileNotFound / kPathNotFound when
 // native does not exist).
-err::Win32Error DeleteNativeTree(const std::string& native);
+[[nodiscard]] err::Win32Error DeleteNativeTree(const std::string& native);
 
 }  // namespace tw::posix

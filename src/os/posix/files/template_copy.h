@@ -13,6 +13,7 @@ namespace tw::posix {
 // kFileExists). Symbolic links and special files are skipped, never followed: a template copied
 // from a Windows machine may hold junctions, which a fresh profile does not need. Stops at the
 // first failure and returns its Win32 error; what was copied so far stays.
-err::Win32Error CopyTemplateTree(const std::string& source, const std::string& target);
+[[nodiscard]] err::Win32Error CopyTemplateTree(const std::string& source,
+                                               const std::string& target);
 
 }  // namespace tw::posix

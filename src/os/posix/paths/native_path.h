@@ -76,7 +76,7 @@ std::wstring ToWindowsPath(std::string_view native);
 // call. For calls that create nothing, and so change nothing when they fail.
 // call: err::Win32Error(const std::string&).
 template <class Call>
-err::Win32Error OnExistingNativePath(const std::string& native, Call call) {
+[[nodiscard]] err::Win32Error OnExistingNativePath(const std::string& native, Call call) {
   const err::Win32Error error = call(native);
   if (error != err::kFileNotFound && error != err::kPathNotFound) return error;
   const std::string resolved = ResolveNameCase(native);
@@ -86,7 +86,7 @@ err::Win32Error OnExistingNativePath(const std::string& native, Call call) {
 
 // The same from a Windows path.
 template <class Call>
-err::Win32Error OnExistingObject(std::wstring_view path, Call call) {
+[[nodiscard]] err::Win32Error OnExistingObject(std::wstring_view path, Call call) {
   std::string native;
   err::Win32Error error = err::kSuccess;
   if (!MapNativePathAsWritten(path, native, error)) return error;

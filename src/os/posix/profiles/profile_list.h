@@ -37,17 +37,17 @@ class ProfileList {
   // open entry that holds the lock (-1 on failure), to be kept while the profile lives and
   // closed after Remove. kAlreadyExists when the SID has an entry; another Win32 error when the
   // list cannot be written (its folder is created when missing).
-  err::Win32Error Reserve(const std::string& sidText, int& held) const;
+  [[nodiscard]] err::Win32Error Reserve(const std::string& sidText, int& held) const;
 
   // Writes folder as the content of the entry open as held.
-  static err::Win32Error Record(int held, const std::string& folder);
+  [[nodiscard]] static err::Win32Error Record(int held, const std::string& folder);
 
   // The folder recorded for sidText; kFileNotFound when it has no entry, kInvalidData when the
   // entry holds no complete line (not recorded yet, or not one of ours).
-  err::Win32Error Find(const std::string& sidText, std::string& folder) const;
+  [[nodiscard]] err::Win32Error Find(const std::string& sidText, std::string& folder) const;
 
   // Removes sidText's entry; kFileNotFound when it has none.
-  err::Win32Error Remove(const std::string& sidText) const;
+  [[nodiscard]] err::Win32Error Remove(const std::string& sidText) const;
 
   // Removes every entry that no process holds, after removing the profile folder it names when
   // that is a folder directly under the root (anything else named there is left alone). An entry

@@ -154,7 +154,8 @@ class Reservation {
   Reservation& operator=(const Reservation&) = delete;
   ~Reservation() {
     if (fd_ < 0) return;
-    list_.Remove(sidText_);
+    // Cleanup of a failed creation.
+    static_cast<void>(list_.Remove(sidText_));
     ::close(fd_);
   }
   err::Win32Error Make() { return list_.Reserve(sidText_, fd_); }
@@ -228,7 +229,8 @@ HResult CreateUserProfile(const ProfileSettings& settings, const wchar_t* sid,
   err::Win32Error error = ProfileList::Record(reservation.fd(), folder);
   if (error == err::kSuccess) error = CopyTemplateTree(templateFolder, folder);
   if (error != err::kSuccess) {
-    DeleteNativeTree(folder);
+    // Cleanup; the first error is returned.
+    static_cast<void>(DeleteNativeTree(folder));
     return HResultFromWin32(error);
   }
   reservation.Keep();
@@ -278,16 +280,17 @@ err::Win32Error DeleteUserProfile(const ProfileSettings& settings, const wchar_t
   return err::kSuccess;
 }
 
-HResult TW_OR_CALL BuiltInCreateProfile(const wchar_t* sid, const wchar_t* userName,
-                                        wchar_t* profilePath, hive::DWORD cchProfilePath) {
+std::int32_t TW_OR_CALL BuiltInCreateProfile(const wchar_t* sid, const wchar_t* userName,
+                                             wchar_t* profilePath, hive::DWORD cchProfilePath) {
   try {
-    return CreateUserProfile(ProcessProfileSettings(), sid, userName, profilePath, cchProfilePath);
+    return CreateUserProfile(ProcessProfileSettings(), sid, userName, profilePath, cchProfilePath)
+        .Value();
   } catch (const HResultError& failure) {
-    return failure.code();
+    return failure.code().Value();
   } catch (const std::bad_alloc&) {
-    return hr::kOutOfMemory;
+    return hr::kOutOfMemory.Value();
   } catch (const std::exception&) {
-    return hr::kFail;
+    return hr::kFail.Value();
   }
 }
 

@@ -90,23 +90,25 @@ std::wstring ProfileFolderCandidate(std::wstring_view userName, std::wstring_vie
                                     int attempt);
 
 // CreateProfile over explicit settings; the result as the platform's.
-HResult CreateUserProfile(const ProfileSettings& settings, const wchar_t* sid,
-                          const wchar_t* userName, wchar_t* profilePath,
-                          std::uint32_t cchProfilePath);
+[[nodiscard]] HResult CreateUserProfile(const ProfileSettings& settings, const wchar_t* sid,
+                                        const wchar_t* userName, wchar_t* profilePath,
+                                        std::uint32_t cchProfilePath);
 
 // DeleteProfileW over explicit settings: kSuccess, or the error the platform leaves in
 // GetLastError() when it returns FALSE.
-err::Win32Error DeleteUserProfile(const ProfileSettings& settings, const wchar_t* sid,
-                                  const wchar_t* profilePath, const wchar_t* computerName);
+[[nodiscard]] err::Win32Error DeleteUserProfile(const ProfileSettings& settings, const wchar_t* sid,
+                                                const wchar_t* profilePath,
+                                                const wchar_t* computerName);
 
 // The folder (Windows form) of the profile registered for sid that is still there, or empty when
 // the SID has none (read only: nothing is created, locked or removed).
 std::wstring RegisteredProfileOf(const ProfileSettings& settings, const wchar_t* sid);
 
 // The functions as "userenv.dll" exports them, over ProcessProfileSettings(). DeleteProfileW
-// returns TRUE (1) or FALSE (0) and on failure sets the thread's last error (last_error.h).
-HResult TW_OR_CALL BuiltInCreateProfile(const wchar_t* sid, const wchar_t* userName,
-                                        wchar_t* profilePath, hive::DWORD cchProfilePath);
+// returns TRUE (1) or FALSE (0) and on failure sets the thread's last error (last_error.h);
+// CreateProfile returns its HRESULT as the bare 32-bit integer of the C function.
+std::int32_t TW_OR_CALL BuiltInCreateProfile(const wchar_t* sid, const wchar_t* userName,
+                                             wchar_t* profilePath, hive::DWORD cchProfilePath);
 std::int32_t TW_OR_CALL BuiltInDeleteProfileW(const wchar_t* sid, const wchar_t* profilePath,
                                               const wchar_t* computerName);
 

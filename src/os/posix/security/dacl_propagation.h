@@ -26,7 +26,7 @@ namespace tw::posix {
 // An error on one child (its descriptor unreadable, the store refused, a folder that cannot be
 // listed) does not stop the others: every child is tried, and the first error met is returned
 // (kSuccess when there was none).
-err::Win32Error PropagateInheritance(const std::string& folder,
-                                     const security::SecurityDescriptor& folderSd);
+[[nodiscard]] err::Win32Error PropagateInheritance(const std::string& folder,
+                                                   const security::SecurityDescriptor& folderSd);
 
 }  // namespace tw::posix

@@ -82,7 +82,8 @@ void AppendEntries(const std::vector<samba::PosixAclEntry>& acl, bool isFolder, 
 security::SecurityDescriptor Assemble(const security::Sid& owner, const security::Sid& group,
                                       std::vector<security::Ace> aces) {
   security::Acl dacl;
-  security::Acl::FromAces(security::kAclRevision, std::move(aces), &dacl);
+  // ACEs decoded from a stored descriptor: it cannot fail.
+  static_cast<void>(security::Acl::FromAces(security::kAclRevision, std::move(aces), &dacl));
   security::SecurityDescriptor sd;
   sd.owner = owner;
   sd.group = group;

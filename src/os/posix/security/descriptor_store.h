@@ -39,12 +39,13 @@ inline constexpr const char* kDescriptorAttribute = samba::kNtAclAttribute;
 // Reads the descriptor stored on `native`. kSuccess with `sd` empty when none is stored (or the
 // file system keeps no such attributes, or the stored value is unreadable: logged); the mapped
 // errno otherwise.
-err::Win32Error LoadStoredDescriptor(const std::string& native,
-                                     std::optional<security::SecurityDescriptor>& sd);
+[[nodiscard]] err::Win32Error LoadStoredDescriptor(const std::string& native,
+                                                   std::optional<security::SecurityDescriptor>& sd);
 
 // Stores `sd` (its SACL dropped) on `native`, replacing what was there. The POSIX owner, group
 // and ACL must already be what they will stay: the attribute carries their hash.
-err::Win32Error StoreDescriptor(const std::string& native, const security::SecurityDescriptor& sd);
+[[nodiscard]] err::Win32Error StoreDescriptor(const std::string& native,
+                                              const security::SecurityDescriptor& sd);
 
 // The access mask the server shows for one POSIX permission triplet (4 read, 2 write, 1 execute):
 //   rwx -> FILE_ALL_ACCESS (0x001F01FF); none -> 0;

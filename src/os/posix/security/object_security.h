@@ -17,23 +17,25 @@ namespace tw::posix {
 // The Win32 error for errno `errnum` of a call on `native`: a missing last component is
 // kFileNotFound, a missing folder on the way kPathNotFound; everything else goes through the
 // errno table.
-err::Win32Error ObjectPathError(const std::string& native, int errnum);
+[[nodiscard]] err::Win32Error ObjectPathError(const std::string& native, int errnum);
 
 // lstat of `native`, with the error mapped as above; taken from `status` when the path mapping
 // made it.
-err::Win32Error StatObject(const std::string& native, struct stat& info,
-                           const NativeStatus& status = NativeStatus{});
+[[nodiscard]] err::Win32Error StatObject(const std::string& native, struct stat& info,
+                                         const NativeStatus& status = NativeStatus{});
 
 // The whole descriptor of an object (owner, group, DACL): the stored one, else the one
 // synthesised from `info`. A stored value that is not a valid descriptor reads as
 // ERROR_INVALID_SECURITY_DESCR.
-err::Win32Error ReadObjectDescriptor(const std::string& native, const struct stat& info,
-                                     security::SecurityDescriptor& sd);
+[[nodiscard]] err::Win32Error ReadObjectDescriptor(const std::string& native,
+                                                   const struct stat& info,
+                                                   security::SecurityDescriptor& sd);
 
 // The same without a prior lstat: the stored descriptor is read first, and the object looked at
 // only when none is stored (to synthesise one) or the read failed (for the error, which is
 // lstat's when the object is missing, as StatObject gives it).
-err::Win32Error ReadObjectDescriptor(const std::string& native, security::SecurityDescriptor& sd);
+[[nodiscard]] err::Win32Error ReadObjectDescriptor(const std::string& native,
+                                                   security::SecurityDescriptor& sd);
 
 // SetNamedSecurityInfoW on `native`, for the port's WriteNamedSecurity (after the request was
 // found to ask for something):
@@ -52,14 +54,15 @@ err::Win32Error ReadObjectDescriptor(const std::string& native, security::Securi
 //   object's own write when it fails, else the first error the propagation met (every child
 //   is tried all the same): the object's own security is then written, and the caller learns
 //   that some object below did not receive it.
-err::Win32Error WriteObjectSecurity(const std::string& native, const SecurityWrite& write,
-                                    const NativeStatus& status = NativeStatus{});
+[[nodiscard]] err::Win32Error WriteObjectSecurity(const std::string& native,
+                                                  const SecurityWrite& write,
+                                                  const NativeStatus& status = NativeStatus{});
 
 // Gives a new object the security of a SECURITY_ATTRIBUTES descriptor: its owner (the process's
 // user when it has none) and its DACL, placed as an unprotected or protected write places it; a
 // descriptor without a DACL gives the DACL InheritNewObjectSecurity computes. Stores the result.
-err::Win32Error StoreNewObjectSecurity(const std::string& native,
-                                       const security::SecurityDescriptor& sd);
+[[nodiscard]] err::Win32Error StoreNewObjectSecurity(const std::string& native,
+                                                     const security::SecurityDescriptor& sd);
 
 // Gives an object just created without a descriptor of its own (CreateDirectoryW or CreateFileW
 // without SECURITY_ATTRIBUTES, SHCreateDirectoryExW's folders, the target of CopyFileW, a saved
@@ -79,6 +82,6 @@ err::Win32Error StoreNewObjectSecurity(const std::string& native,
 //   with the same substitution as for the owner.
 // The callers create first and call this after; a failure leaves the object as created (it then
 // reads as the descriptor the server derives) and is returned for the caller to ignore.
-err::Win32Error InheritNewObjectSecurity(const std::string& native);
+[[nodiscard]] err::Win32Error InheritNewObjectSecurity(const std::string& native);
 
 }  // namespace tw::posix

@@ -177,9 +177,9 @@ TEST_F(PosixFileSecurityTest, DescriptorReadFromOneFileIsWrittenOntoItsCopy) {
 TEST_F(PosixFileSecurityTest, TakeOwnershipOfMissingObjects) {
   SelfRelativeDescriptor saved;
   EXPECT_EQ(security.TakeOwnership(Win("none.txt"), saved, true),
-            static_cast<HResult>(0x80070002u));
+            HResultFromWin32(err::kFileNotFound));
   EXPECT_EQ(security.TakeOwnership(Win("gone/none.txt"), saved, true),
-            static_cast<HResult>(0x80070003u));
+            HResultFromWin32(err::kPathNotFound));
 }
 
 }  // namespace

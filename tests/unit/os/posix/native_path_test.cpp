@@ -9,7 +9,7 @@ namespace {
 
 std::string Native(std::wstring_view path) {
   std::string native = "unchanged";
-  err::Win32Error error = 12345;
+  err::Win32Error error{12345};
   EXPECT_TRUE(ToNativePath(path, native, error)) << "error " << error;
   EXPECT_EQ(error, err::kSuccess);
   return native;

@@ -35,9 +35,9 @@ constexpr const wchar_t* kSid = L"S-1-5-21-1000-2000-3000-1001";
 constexpr const char* kSidText = "S-1-5-21-1000-2000-3000-1001";
 constexpr const wchar_t* kOtherSid = L"S-1-5-21-1000-2000-3000-1002";
 constexpr const wchar_t* kUser = L"_tarnwick_";
-constexpr HResult kInsufficientBuffer = static_cast<HResult>(0x8007007Au);
-constexpr HResult kInvalidSid = static_cast<HResult>(0x80070539u);
-constexpr HResult kPathNotFound = static_cast<HResult>(0x80070003u);
+constexpr HResult kInsufficientBuffer = HResultFromWin32(err::kInsufficientBuffer);
+constexpr HResult kInvalidSid = HResultFromWin32(err::kInvalidSid);
+constexpr HResult kPathNotFound = HResultFromWin32(err::kPathNotFound);
 
 // Sets an environment variable for the life of the object and puts the old value back.
 class ScopedVariable {
@@ -134,7 +134,7 @@ TEST_F(UserProfilePosixTest, SidThatHasAProfileGivesAlreadyExistsAndLeavesTheBuf
   // The SID is found whatever its case.
   EXPECT_EQ(
       CreateUserProfile(settings_, L"s-1-5-21-1000-2000-3000-1001", kUser, buffer_.data(), 260),
-      static_cast<HResult>(0x800700B7u));
+      hr::kAlreadyExists);
   EXPECT_EQ(buffer_[0], L'x');
   EXPECT_EQ(std::distance(fs::directory_iterator(root_), fs::directory_iterator()), 2);
 }
@@ -381,9 +381,7 @@ TEST_F(UserProfilePosixTest, TwoProcessesAtOnceForOneSidMakeExactlyOneProfile) {
         ::close(hold[1]);
         std::array<wchar_t, 260> path{};
         const HResult made = CreateUserProfile(settings_, kSid, kUser, path.data(), 260);
-        const char code = made == hr::kOk                             ? 'k'
-                          : made == static_cast<HResult>(0x800700B7u) ? 'e'
-                                                                      : 'x';
+        const char code = made == hr::kOk ? 'k' : made == hr::kAlreadyExists ? 'e' : 'x';
         if (::write(results[1], &code, 1) != 1) ::_exit(2);
         char ignored = 0;
         // Keeps the winner alive until the parent closes the pipe.
@@ -497,15 +495,14 @@ TEST_F(UserProfilePosixTest, ProcessBindingServesBothFunctionsOverTheEnvironment
   const ScopedVariable templateFolder(kDefaultProfileVariable, templateFolder_.string());
 
   std::array<wchar_t, 260> path{};
-  ASSERT_EQ(g_offreg.CreateProfile(kSid, kUser, path.data(), 260), hr::kOk);
+  ASSERT_EQ(HResult{g_offreg.CreateProfile(kSid, kUser, path.data(), 260)}, hr::kOk);
   EXPECT_EQ(std::wstring(path.data()), WindowsPathOf(root_ / "_tarnwick_"));
-  EXPECT_EQ(g_offreg.CreateProfile(kSid, kUser, path.data(), 260),
-            static_cast<HResult>(0x800700B7u));
+  EXPECT_EQ(HResult{g_offreg.CreateProfile(kSid, kUser, path.data(), 260)}, hr::kAlreadyExists);
   EXPECT_EQ(g_offreg.DeleteProfileW(kSid, path.data(), nullptr), 1);
   EXPECT_FALSE(fs::exists(root_ / "_tarnwick_"));
-  SetThreadLastError(0);
+  SetThreadLastError(err::kSuccess);
   EXPECT_EQ(g_offreg.DeleteProfileW(kSid, path.data(), nullptr), 0);
-  EXPECT_EQ(ThreadLastError(), static_cast<std::uint32_t>(err::kFileNotFound));
+  EXPECT_EQ(ThreadLastError(), err::kFileNotFound);
 }
 
 }  // namespace

@@ -64,7 +64,7 @@ TEST_F(PosixXmlDocumentTest, MissingFileFailsWithFileNotFound) {
   auto document = NewXmlDocument();
   ASSERT_EQ(document->Create(), hr::kOk);
   const std::string missing = (folder_.path() / "none.xml").string();
-  EXPECT_EQ(document->Load(WindowsForm(missing)), static_cast<HResult>(0x80070002u));
+  EXPECT_EQ(document->Load(WindowsForm(missing)), HResultFromWin32(err::kFileNotFound));
   std::unique_ptr<XmlElement> root;
   EXPECT_EQ(document->GetDocumentElement(root), hr::kFalse);
   EXPECT_EQ(root, nullptr);
@@ -86,7 +86,7 @@ TEST_F(PosixXmlDocumentTest, FolderAndDeviceLoadButHaveNoDocumentElement) {
 TEST_F(PosixXmlDocumentTest, PathOnAnotherDriveFailsWithPathNotFound) {
   auto document = NewXmlDocument();
   ASSERT_EQ(document->Create(), hr::kOk);
-  EXPECT_EQ(document->Load(L"C:\\nowhere\\cfg.xml"), static_cast<HResult>(0x80070003u));
+  EXPECT_EQ(document->Load(L"C:\\nowhere\\cfg.xml"), HResultFromWin32(err::kPathNotFound));
 }
 
 TEST_F(PosixXmlDocumentTest, MalformedFileLoadsButHasNoDocumentElement) {
@@ -189,9 +189,9 @@ TEST_F(PosixXmlDocumentTest, ElementsOutliveTheirDocument) {
 
 TEST_F(PosixXmlDocumentTest, CallsBeforeCreateFail) {
   auto document = NewXmlDocument();
-  EXPECT_EQ(document->Load(L"Z:\\tmp\\x.xml"), static_cast<HResult>(0x80004005u));
+  EXPECT_EQ(document->Load(L"Z:\\tmp\\x.xml"), hr::kFail);
   std::unique_ptr<XmlElement> root;
-  EXPECT_EQ(document->GetDocumentElement(root), static_cast<HResult>(0x80004005u));
+  EXPECT_EQ(document->GetDocumentElement(root), hr::kFail);
 }
 
 }  // namespace
