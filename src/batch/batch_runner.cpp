@@ -22,6 +22,130 @@ struct Shared {
   std::set<std::string> busyOwners;
 };
 
+// One call of BatchRunner::Run: the scheduling thread starts runs, one worker thread per run
+// reads its child's output and collects its log entries.
+class BatchRun {
+ public:
+  BatchRun(ChildProcessLauncher& launcher, LogFollower& log, const RunSettings& settings,
+           const std::vector<PlannedProfile>& plan, RunObserver& observer)
+      : launcher_(launcher),
+        log_(log),
+        settings_(settings),
+        plan_(plan),
+        observer_(observer),
+        runs_(plan.size()) {}
+
+  std::vector<ProfileRun> Run(const std::function<bool()>& stopRequested) {
+    std::vector<std::size_t> pending = TellUnrunnable();
+    std::unique_lock<std::mutex> hold(shared_.lock);
+    bool stopped = false;
+    while (!pending.empty() && !(stopped = stopRequested())) StartNext(pending, hold);
+    while (shared_.active > 0) {
+      shared_.changed.wait_for(hold, std::chrono::milliseconds(200));
+      stopped = stopRequested() || stopped;  // asked again only to let it tell about interrupts
+      observer_.Tick();
+    }
+    for (const std::size_t index : pending) {
+      runs_[index] = UnrunProfile(plan_[index], stopped);
+      observer_.Finished(index, runs_[index]);
+    }
+    hold.unlock();
+    for (std::thread& worker : workers_) worker.join();
+    return std::move(runs_);
+  }
+
+ private:
+  // Runnable entries, in plan order; the others are told at once.
+  std::vector<std::size_t> TellUnrunnable() {
+    std::vector<std::size_t> pending;
+    for (std::size_t index = 0; index < plan_.size(); ++index) {
+      if (IsRunnable(plan_[index])) {
+        pending.push_back(index);
+        continue;
+      }
+      runs_[index] = UnrunProfile(plan_[index], false);
+      std::lock_guard<std::mutex> hold(shared_.lock);
+      observer_.Finished(index, runs_[index]);
+    }
+    return pending;
+  }
+
+  // Starts the first pending entry whose owner has no run going, or waits a while when none
+  // may start (lock held).
+  void StartNext(std::vector<std::size_t>& pending, std::unique_lock<std::mutex>& hold) {
+    const auto next = std::find_if(pending.begin(), pending.end(), [&](std::size_t index) {
+      return shared_.busyOwners.count(plan_[index].owner) == 0;
+    });
+    if (shared_.active >= settings_.jobs || next == pending.end()) {
+      shared_.changed.wait_for(hold, std::chrono::milliseconds(200));
+      observer_.Tick();
+      return;
+    }
+    const std::size_t index = *next;
+    pending.erase(next);
+    ProfileRun& run = runs_[index];
+    run.command = TarnwickArguments(plan_[index].source, settings_.mode, settings_.targetRoot);
+    const auto begin = std::chrono::steady_clock::now();
+    // Started under the lock and its thread id claimed at once, so that no log read in between
+    // drops the new run's first entries.
+    std::unique_ptr<ChildProcess> child =
+        launcher_.Start(settings_.tarnwick, run.command, run.startError);
+    observer_.Started(index);
+    if (child == nullptr) {
+      Judge(run);
+      observer_.Finished(index, run);
+      return;
+    }
+    shared_.logByThread[child->LogThreadId()];
+    shared_.busyOwners.insert(plan_[index].owner);
+    ++shared_.active;
+    workers_.emplace_back(&BatchRun::Work, this, index, std::move(child), begin);
+  }
+
+  // A worker: the child's output until it exits, then its log entries and the verdict.
+  void Work(std::size_t index, std::unique_ptr<ChildProcess> child,
+            std::chrono::steady_clock::time_point begin) {
+    ProfileRun& run = runs_[index];
+    while (child->ReadOutput(run.console)) {
+    }
+    run.exitValue = child->WaitForExit();
+    {
+      // The child has exited but its ids are still reserved: every entry it wrote is in the log,
+      // and no other run can carry its thread id yet.
+      std::lock_guard<std::mutex> hold(shared_.lock);
+      CollectLog();
+      const auto at = shared_.logByThread.find(child->LogThreadId());
+      run.log = std::move(at->second);
+      shared_.logByThread.erase(at);
+    }
+    child.reset();
+    run.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    Judge(run);
+    std::lock_guard<std::mutex> hold(shared_.lock);
+    observer_.Finished(index, run);
+    shared_.busyOwners.erase(plan_[index].owner);
+    --shared_.active;
+    shared_.changed.notify_all();
+  }
+
+  // Takes the log's new entries into the lists of the runs they belong to (lock held).
+  void CollectLog() {
+    for (LogEntry& entry : log_.Read()) {
+      const auto at = shared_.logByThread.find(entry.threadId);
+      if (at != shared_.logByThread.end()) at->second.push_back(std::move(entry.message));
+    }
+  }
+
+  ChildProcessLauncher& launcher_;
+  LogFollower& log_;
+  const RunSettings& settings_;
+  const std::vector<PlannedProfile>& plan_;
+  RunObserver& observer_;
+  std::vector<ProfileRun> runs_;
+  Shared shared_;
+  std::vector<std::thread> workers_;
+};
+
 }  // namespace
 
 BatchRunner::BatchRunner(ChildProcessLauncher& launcher, LogFollower& log, RunSettings settings)
@@ -32,99 +156,7 @@ BatchRunner::BatchRunner(ChildProcessLauncher& launcher, LogFollower& log, RunSe
 std::vector<ProfileRun> BatchRunner::Run(const std::vector<PlannedProfile>& plan,
                                          RunObserver& observer,
                                          const std::function<bool()>& stopRequested) {
-  std::vector<ProfileRun> runs(plan.size());
-  Shared shared;
-  std::vector<std::thread> workers;
-
-  // Takes the log's new entries into the lists of the runs they belong to (lock held).
-  auto collectLog = [&] {
-    for (LogEntry& entry : log_.Read()) {
-      const auto at = shared.logByThread.find(entry.threadId);
-      if (at != shared.logByThread.end()) at->second.push_back(std::move(entry.message));
-    }
-  };
-
-  auto work = [&](std::size_t index, std::unique_ptr<ChildProcess> child,
-                  std::chrono::steady_clock::time_point begin) {
-    ProfileRun& run = runs[index];
-    while (child->ReadOutput(run.console)) {
-    }
-    run.exitValue = child->WaitForExit();
-    {
-      // The child has exited but its ids are still reserved: every entry it wrote is in the log,
-      // and no other run can carry its thread id yet.
-      std::lock_guard<std::mutex> hold(shared.lock);
-      collectLog();
-      const auto at = shared.logByThread.find(child->LogThreadId());
-      run.log = std::move(at->second);
-      shared.logByThread.erase(at);
-    }
-    child.reset();
-    run.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-    Judge(run);
-    std::lock_guard<std::mutex> hold(shared.lock);
-    observer.Finished(index, run);
-    shared.busyOwners.erase(plan[index].owner);
-    --shared.active;
-    shared.changed.notify_all();
-  };
-
-  // Runnable entries not started yet, in plan order; the others are told at once.
-  std::vector<std::size_t> pending;
-  for (std::size_t index = 0; index < plan.size(); ++index) {
-    if (IsRunnable(plan[index])) {
-      pending.push_back(index);
-      continue;
-    }
-    runs[index] = UnrunProfile(plan[index], false);
-    std::lock_guard<std::mutex> hold(shared.lock);
-    observer.Finished(index, runs[index]);
-  }
-
-  bool stopped = false;
-  std::unique_lock<std::mutex> hold(shared.lock);
-  while (!pending.empty() && !(stopped = stopRequested())) {
-    // The first entry in order whose owner has no run going.
-    const auto next = std::find_if(pending.begin(), pending.end(), [&](std::size_t index) {
-      return shared.busyOwners.count(plan[index].owner) == 0;
-    });
-    if (shared.active >= settings_.jobs || next == pending.end()) {
-      shared.changed.wait_for(hold, std::chrono::milliseconds(200));
-      observer.Tick();
-      continue;
-    }
-    const std::size_t index = *next;
-    pending.erase(next);
-    ProfileRun& run = runs[index];
-    run.command = TarnwickArguments(plan[index].source, settings_.mode, settings_.targetRoot);
-    const auto begin = std::chrono::steady_clock::now();
-    // Started under the lock and its thread id claimed at once, so that no log read in between
-    // drops the new run's first entries.
-    std::unique_ptr<ChildProcess> child =
-        launcher_.Start(settings_.tarnwick, run.command, run.startError);
-    observer.Started(index);
-    if (child == nullptr) {
-      Judge(run);
-      observer.Finished(index, run);
-      continue;
-    }
-    shared.logByThread[child->LogThreadId()];
-    shared.busyOwners.insert(plan[index].owner);
-    ++shared.active;
-    workers.emplace_back(work, index, std::move(child), begin);
-  }
-  while (shared.active > 0) {
-    shared.changed.wait_for(hold, std::chrono::milliseconds(200));
-    stopped = stopRequested() || stopped;  // asked again only to let it tell about interrupts
-    observer.Tick();
-  }
-  for (const std::size_t index : pending) {
-    runs[index] = UnrunProfile(plan[index], stopped);
-    observer.Finished(index, runs[index]);
-  }
-  hold.unlock();
-  for (std::thread& worker : workers) worker.join();
-  return runs;
+  return BatchRun(launcher_, log_, settings_, plan, observer).Run(stopRequested);
 }
 
 }  // namespace tw::batch

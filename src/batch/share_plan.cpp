@@ -34,8 +34,9 @@ PlannedProfile FromSurveyRow(const survey::SurveyRow& row, BatchMode mode) {
   return profile;
 }
 
-err::Win32Error PlanShare(const survey::SurveyServices& services, const std::string& share,
-                          BatchMode mode, std::vector<PlannedProfile>& plan) {
+[[nodiscard]] err::Win32Error PlanShare(const survey::SurveyServices& services,
+                                        const std::string& share, BatchMode mode,
+                                        std::vector<PlannedProfile>& plan) {
   survey::SurveyResult result;
   const err::Win32Error error = survey::SurveyShare(services, Utf8ToWide(share), result);
   if (error != err::kSuccess) return error;

@@ -18,8 +18,8 @@ namespace tw::batch {
 class PlanningSurveyPort : public SurveyPort {
  public:
   explicit PlanningSurveyPort(SurveyPort& base) : base_(base) {}
-  err::Win32Error ReadFileHead(std::wstring_view path, std::size_t count,
-                               std::vector<std::uint8_t>& bytes) override {
+  [[nodiscard]] err::Win32Error ReadFileHead(std::wstring_view path, std::size_t count,
+                                             std::vector<std::uint8_t>& bytes) override {
     return base_.ReadFileHead(path, count, bytes);
   }
   std::wstring AccountNameOf(const security::Sid&) override { return std::wstring(); }
@@ -34,8 +34,9 @@ PlannedProfile FromSurveyRow(const survey::SurveyRow& row, BatchMode mode);
 
 // The survey of `share` (UTF-8 UNC path) turned into a plan, sorted as the survey sorts.
 // Returns the error that kept the share from being listed.
-err::Win32Error PlanShare(const survey::SurveyServices& services, const std::string& share,
-                          BatchMode mode, std::vector<PlannedProfile>& plan);
+[[nodiscard]] err::Win32Error PlanShare(const survey::SurveyServices& services,
+                                        const std::string& share, BatchMode mode,
+                                        std::vector<PlannedProfile>& plan);
 
 // The bytes, file counts and owners of the sources of `plan` (explicit profiles), from the
 // survey of each folder.

@@ -89,8 +89,8 @@ std::int32_t ConflictPolicyOf(std::wstring_view text) {
 
 }  // namespace
 
-HResult LoadConfiguration(MigrationSettings& settings, std::wstring_view path,
-                          XmlDocument& document) {
+[[nodiscard]] HResult LoadConfiguration(MigrationSettings& settings, std::wstring_view path,
+                                        XmlDocument& document) {
   HResult result = document.Create();
   if (Failed(result)) return result;
   result = document.Load(path);
@@ -120,7 +120,7 @@ HResult LoadConfiguration(MigrationSettings& settings, std::wstring_view path,
   return result;
 }
 
-HResult LoadConfiguration(MigrationSettings& settings, std::wstring_view path) {
+[[nodiscard]] HResult LoadConfiguration(MigrationSettings& settings, std::wstring_view path) {
   const std::unique_ptr<XmlDocument> document = NewXmlDocument();
   return LoadConfiguration(settings, path, *document);
 }

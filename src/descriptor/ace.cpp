@@ -53,7 +53,8 @@ bool Ace::IsWritable() const {
   return size <= 0xFFFF && size % 4 == 0;
 }
 
-err::Win32Error Ace::Parse(std::span<const std::uint8_t> bytes, Ace* ace, std::size_t* used) {
+[[nodiscard]] err::Win32Error Ace::Parse(std::span<const std::uint8_t> bytes, Ace* ace,
+                                         std::size_t* used) {
   if (bytes.size() < kAceHeaderSize) return err::kInvalidAcl;
   const std::size_t size = codec_detail::ReadLe16(bytes, 2);
   if (size < kAceHeaderSize || size % 4 != 0 || size > bytes.size()) return err::kInvalidAcl;

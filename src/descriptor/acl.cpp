@@ -19,7 +19,8 @@ bool IsKnownRevision(std::uint32_t revision) {
 
 }  // namespace
 
-err::Win32Error Acl::FromAces(std::uint8_t revision, std::vector<Ace> aces, Acl* acl) {
+[[nodiscard]] err::Win32Error Acl::FromAces(std::uint8_t revision, std::vector<Ace> aces,
+                                            Acl* acl) {
   if (!IsKnownRevision(revision)) return err::kInvalidParameter;
   std::size_t size = kAclHeaderSize;
   for (const Ace& ace : aces) {
@@ -33,7 +34,7 @@ err::Win32Error Acl::FromAces(std::uint8_t revision, std::vector<Ace> aces, Acl*
   return err::kSuccess;
 }
 
-err::Win32Error Acl::Initialize(std::uint32_t length, std::uint32_t revision) {
+[[nodiscard]] err::Win32Error Acl::Initialize(std::uint32_t length, std::uint32_t revision) {
   if (length < kAclHeaderSize) return err::kInsufficientBuffer;
   if (!IsKnownRevision(revision) || length > 0xFFFF) return err::kInvalidParameter;
   revision_ = static_cast<std::uint8_t>(revision);
@@ -42,8 +43,8 @@ err::Win32Error Acl::Initialize(std::uint32_t length, std::uint32_t revision) {
   return err::kSuccess;
 }
 
-err::Win32Error Acl::AddAce(std::uint32_t aceRevision, std::uint32_t startingIndex,
-                            std::span<const Ace> aces) {
+[[nodiscard]] err::Win32Error Acl::AddAce(std::uint32_t aceRevision, std::uint32_t startingIndex,
+                                          std::span<const Ace> aces) {
   if (!IsKnownRevision(aceRevision)) return err::kInvalidParameter;
   std::size_t needed = 0;
   for (const Ace& ace : aces) {
@@ -59,7 +60,7 @@ err::Win32Error Acl::AddAce(std::uint32_t aceRevision, std::uint32_t startingInd
   return err::kSuccess;
 }
 
-err::Win32Error Acl::Parse(std::span<const std::uint8_t> bytes, Acl* acl) {
+[[nodiscard]] err::Win32Error Acl::Parse(std::span<const std::uint8_t> bytes, Acl* acl) {
   if (bytes.size() < kAclHeaderSize) return err::kInvalidAcl;
   const std::uint8_t revision = bytes[0];
   const std::size_t size = codec_detail::ReadLe16(bytes, 2);

@@ -109,9 +109,9 @@ SecurityDescriptor InheritFromParent(const SecurityDescriptor& parent, bool isCo
   return child;
 }
 
-err::Win32Error ReinheritedAcl(const Acl& dacl, const Acl* parentDacl, bool isContainer,
-                               const Sid& owner, const Sid& group, const GenericMapping& mapping,
-                               Acl* result) {
+[[nodiscard]] err::Win32Error ReinheritedAcl(const Acl& dacl, const Acl* parentDacl,
+                                             bool isContainer, const Sid& owner, const Sid& group,
+                                             const GenericMapping& mapping, Acl* result) {
   std::vector<Ace> aces;
   for (const Ace& ace : dacl.aces()) {
     if (!ace.IsInherited()) aces.push_back(ace);

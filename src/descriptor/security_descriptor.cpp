@@ -15,8 +15,8 @@ constexpr std::size_t kDaclOffsetField = 16;
 
 // Reads the SID at `offset` (non-zero). A SID that does not fit in the block is a broken
 // descriptor; one that fits but is malformed is a broken SID.
-err::Win32Error ReadSidPart(std::span<const std::uint8_t> bytes, std::uint32_t offset,
-                            std::optional<Sid>* sid) {
+[[nodiscard]] err::Win32Error ReadSidPart(std::span<const std::uint8_t> bytes, std::uint32_t offset,
+                                          std::optional<Sid>* sid) {
   if (offset >= bytes.size() || bytes.size() - offset < Sid::kHeaderSize) {
     return err::kInvalidSecurityDescr;
   }
@@ -31,8 +31,8 @@ err::Win32Error ReadSidPart(std::span<const std::uint8_t> bytes, std::uint32_t o
 
 // Reads the ACL at `offset` (non-zero), with the same split between the block's error and the
 // list's own.
-err::Win32Error ReadAclPart(std::span<const std::uint8_t> bytes, std::uint32_t offset,
-                            std::optional<Acl>* acl) {
+[[nodiscard]] err::Win32Error ReadAclPart(std::span<const std::uint8_t> bytes, std::uint32_t offset,
+                                          std::optional<Acl>* acl) {
   if (offset >= bytes.size() || bytes.size() - offset < kAclHeaderSize) {
     return err::kInvalidSecurityDescr;
   }
@@ -78,7 +78,8 @@ void SecurityDescriptor::RemoveSacl() {
   sacl.reset();
 }
 
-err::Win32Error ParseSelfRelative(std::span<const std::uint8_t> bytes, SecurityDescriptor* sd) {
+[[nodiscard]] err::Win32Error ParseSelfRelative(std::span<const std::uint8_t> bytes,
+                                                SecurityDescriptor* sd) {
   if (bytes.size() < kSelfRelativeHeaderSize) return err::kInvalidSecurityDescr;
   if (bytes[0] != kSecurityDescriptorRevision) return err::kInvalidSecurityDescr;
   const std::uint16_t control = codec_detail::ReadLe16(bytes, 2);
@@ -107,7 +108,7 @@ err::Win32Error ParseSelfRelative(std::span<const std::uint8_t> bytes, SecurityD
   return err::kSuccess;
 }
 
-err::Win32Error ValidateSelfRelative(std::span<const std::uint8_t> bytes) {
+[[nodiscard]] err::Win32Error ValidateSelfRelative(std::span<const std::uint8_t> bytes) {
   SecurityDescriptor ignored;
   return ParseSelfRelative(bytes, &ignored);
 }

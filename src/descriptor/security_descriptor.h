@@ -71,7 +71,7 @@ struct SecurityDescriptor {
 // Offsets need not be aligned and parts may overlap: neither makes a read unsafe here.
 [[nodiscard]] err::Win32Error ParseSelfRelative(std::span<const std::uint8_t> bytes,
                                                 SecurityDescriptor* sd);
-err::Win32Error ValidateSelfRelative(std::span<const std::uint8_t> bytes);
+[[nodiscard]] err::Win32Error ValidateSelfRelative(std::span<const std::uint8_t> bytes);
 
 // The parts a self-relative block is made from, borrowed from where they live, so that a block can
 // be made from a selection of a descriptor's parts without copying the descriptor first. A list

@@ -69,7 +69,8 @@ Sid::Sid(std::uint64_t authority, std::span<const std::uint32_t> subAuthorities)
   std::copy(subAuthorities.begin(), subAuthorities.end(), subAuthorities_.begin());
 }
 
-err::Win32Error Sid::Parse(std::span<const std::uint8_t> bytes, Sid* sid, std::size_t* used) {
+[[nodiscard]] err::Win32Error Sid::Parse(std::span<const std::uint8_t> bytes, Sid* sid,
+                                         std::size_t* used) {
   if (bytes.size() < kHeaderSize) return err::kInvalidSid;
   if (bytes[0] != kRevision) return err::kInvalidSid;
   const std::size_t count = bytes[1];
@@ -89,7 +90,7 @@ err::Win32Error Sid::Parse(std::span<const std::uint8_t> bytes, Sid* sid, std::s
   return err::kSuccess;
 }
 
-err::Win32Error Sid::FromString(std::wstring_view text, Sid* sid) {
+[[nodiscard]] err::Win32Error Sid::FromString(std::wstring_view text, Sid* sid) {
   if (const Sid* alias = FindSidAlias(text)) {
     *sid = *alias;
     return err::kSuccess;

@@ -42,7 +42,7 @@ namespace {
 
 constexpr std::uintmax_t kMaxHiveFile = 0xFFFFFFFFull;
 
-err::Win32Error FromErrorCode(const std::error_code& ec, err::Win32Error fallback) {
+[[nodiscard]] err::Win32Error FromErrorCode(const std::error_code& ec, err::Win32Error fallback) {
   if (ec == std::errc::no_such_file_or_directory) return err::kFileNotFound;
   if (ec == std::errc::not_a_directory) return err::kPathNotFound;
   if (ec == std::errc::permission_denied || ec == std::errc::operation_not_permitted ||
@@ -73,7 +73,7 @@ bool ReadAll(int fd, std::uint8_t* target, std::size_t count) {
 // is never followed: ERROR_CANT_RESOLVE_FILENAME, the code Windows gives for a reparse point it
 // does not traverse there.
 template <class Place>
-err::Win32Error ReadInto(const std::wstring& path, Place place) {
+[[nodiscard]] err::Win32Error ReadInto(const std::wstring& path, Place place) {
   const fs::path p = FileSystemPath(path);
   std::error_code ec;
   const fs::file_status status = fs::symlink_status(p, ec);
@@ -123,7 +123,7 @@ err::Win32Error ReadInto(const std::wstring& path, Place place) {
 
 }  // namespace
 
-err::Win32Error ReadWholeFile(const std::wstring& path, FileBytes* bytes) {
+[[nodiscard]] err::Win32Error ReadWholeFile(const std::wstring& path, FileBytes* bytes) {
   return ReadInto(path, [bytes](std::size_t size) {
     bytes->data = std::make_unique_for_overwrite<std::uint8_t[]>(size);
     bytes->size = size;
@@ -131,15 +131,16 @@ err::Win32Error ReadWholeFile(const std::wstring& path, FileBytes* bytes) {
   });
 }
 
-err::Win32Error ReadWholeFile(const std::wstring& path, std::vector<std::uint8_t>* bytes) {
+[[nodiscard]] err::Win32Error ReadWholeFile(const std::wstring& path,
+                                            std::vector<std::uint8_t>* bytes) {
   return ReadInto(path, [bytes](std::size_t size) {
     bytes->resize(size);
     return bytes->data();
   });
 }
 
-err::Win32Error ReadSiblingFile(const std::wstring& path, std::wstring_view suffix,
-                                std::vector<std::uint8_t>* bytes) {
+[[nodiscard]] err::Win32Error ReadSiblingFile(const std::wstring& path, std::wstring_view suffix,
+                                              std::vector<std::uint8_t>* bytes) {
   const fs::path hive = FileSystemPath(path);
   fs::path sibling = hive;
   sibling += std::wstring(suffix);
@@ -165,7 +166,8 @@ err::Win32Error ReadSiblingFile(const std::wstring& path, std::wstring_view suff
   return ReadWholeFile(EnginePath(sibling), bytes);
 }
 
-err::Win32Error WriteNewFile(const std::wstring& path, const std::vector<std::uint8_t>& bytes) {
+[[nodiscard]] err::Win32Error WriteNewFile(const std::wstring& path,
+                                           const std::vector<std::uint8_t>& bytes) {
   static std::atomic<unsigned> counter{0};
   const fs::path target = FileSystemPath(path);
   std::error_code ec;

@@ -37,7 +37,8 @@ struct FileBytes {
 // ERROR_ACCESS_DENIED when it cannot be opened or is a directory, ERROR_BADDB when it is larger
 // than 4 GB (it is not read then).
 [[nodiscard]] err::Win32Error ReadWholeFile(const std::wstring& path, FileBytes* bytes);
-err::Win32Error ReadWholeFile(const std::wstring& path, std::vector<std::uint8_t>* bytes);
+[[nodiscard]] err::Win32Error ReadWholeFile(const std::wstring& path,
+                                            std::vector<std::uint8_t>* bytes);
 
 // Reads the file beside `path` whose name is path's file name followed by `suffix` (".LOG1"),
 // as ReadWholeFile does. The name as written is tried first; when nothing is there, the folder is

@@ -212,7 +212,7 @@ RecoveryResult RecoverHive(std::span<const std::uint8_t> file, const HiveLogs& l
   return result;
 }
 
-err::Win32Error ReadHiveFile(const std::wstring& path, HiveFile* hive) {
+[[nodiscard]] err::Win32Error ReadHiveFile(const std::wstring& path, HiveFile* hive) {
   hive->state = RecoveryState::kClean;
   hive->detail.clear();
   hive->recovered.clear();

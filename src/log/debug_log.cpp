@@ -118,8 +118,9 @@ void RotateWhenFull(FileSystem& fileSystem, LogFiles& openFiles, LogFiles::itera
 
 // Writes `line` in the thread's ANSI code page and lets go of `fileLock` before the flush.
 // Returns 0 or the write's HRESULT; a failed conversion throws its HRESULT.
-HResult WriteLogLine(SystemServices& system, FileSystem& fileSystem, FileHandle handle,
-                     const std::wstring& line, SharedLogLock& fileLock) {
+[[nodiscard]] HResult WriteLogLine(SystemServices& system, FileSystem& fileSystem,
+                                   FileHandle handle, const std::wstring& line,
+                                   SharedLogLock& fileLock) {
   std::string bytes;
   const err::Win32Error encodeError = system.EncodeToThreadAnsi(line, bytes);
   if (encodeError != err::kSuccess) ThrowHResult(HResultFromWin32(encodeError));
@@ -180,7 +181,7 @@ void CDebugLog::WriteMessage(std::wstring_view message) {
   static_cast<void>(WriteEntry(logName, message));
 }
 
-HResult CDebugLog::WriteEntry(std::wstring_view name, std::wstring_view message) {
+[[nodiscard]] HResult CDebugLog::WriteEntry(std::wstring_view name, std::wstring_view message) {
   try {
     return WriteLine(name, message);
   } catch (const std::bad_alloc&) {
@@ -188,7 +189,7 @@ HResult CDebugLog::WriteEntry(std::wstring_view name, std::wstring_view message)
   }
 }
 
-HResult CDebugLog::WriteLine(std::wstring_view name, std::wstring_view message) {
+[[nodiscard]] HResult CDebugLog::WriteLine(std::wstring_view name, std::wstring_view message) {
   const std::wstring line = LogLine(system_, message);
   std::wstring path = Format(L"%s%s.log", logDirectory, name);
   std::replace(path.begin(), path.end(), L'/', L'-');  // for names that carry a date

@@ -52,7 +52,7 @@ bool StandardOutputIsTerminal();
 void WatchInterrupts();
 int InterruptCount();
 std::unique_ptr<XmlDocument> NewNativeXmlDocument();
-err::Win32Error NativeThreadLastError();
+[[nodiscard]] err::Win32Error NativeThreadLastError();
 void SetNativeThreadLastError(err::Win32Error error);
 
 // The system's ports, reporting the adapters' diagnostics to diagnostics.

@@ -246,7 +246,7 @@ class FileSystem {
   // a descriptor kept for the purpose; Windows: LockFileEx on one byte far beyond any content,
   // through a handle kept for the purpose.
   [[nodiscard]] virtual err::Win32Error LockLogFile(std::wstring_view path) = 0;
-  virtual err::Win32Error UnlockLogFile(std::wstring_view path) = 0;
+  [[nodiscard]] virtual err::Win32Error UnlockLogFile(std::wstring_view path) = 0;
 };
 
 // Owns one open handle of a FileSystem and closes it when it goes.

@@ -30,9 +30,13 @@ SystemServices& ProcessSystemServices() { return InstalledProcessPorts().systemS
 
 std::unique_ptr<XmlDocument> NewXmlDocument() { return InstalledProcessPorts().newXmlDocument(); }
 
-err::Win32Error ThreadLastError() { return InstalledProcessPorts().threadLastError(); }
+[[nodiscard]] err::Win32Error ThreadLastError() {
+  return InstalledProcessPorts().threadLastError();
+}
 
-void SetThreadLastError(err::Win32Error error) { InstalledProcessPorts().setThreadLastError(error); }
+void SetThreadLastError(err::Win32Error error) {
+  InstalledProcessPorts().setThreadLastError(error);
+}
 
 void ReportDiagnosticText(std::wstring_view finished) {
   InstalledProcessPorts().diagnostics.WriteMessage(finished);

@@ -28,8 +28,8 @@ class SurveyPort {
   // link (a link or anything but a regular file gives kFileNotFound) and without changing its
   // access time where the system allows. `bytes` holds what was read (fewer at the end of the
   // file). Errors as the file-system port's Open gives them.
-  virtual err::Win32Error ReadFileHead(std::wstring_view path, std::size_t count,
-                                       std::vector<std::uint8_t>& bytes) = 0;
+  [[nodiscard]] virtual err::Win32Error ReadFileHead(std::wstring_view path, std::size_t count,
+                                                     std::vector<std::uint8_t>& bytes) = 0;
 
   // The account name the server gives sid ("DOMAIN\user"), or empty when it cannot name it.
   virtual std::wstring AccountNameOf(const security::Sid& sid) = 0;

@@ -28,8 +28,8 @@ inline bool IsFolder(const FindEntry& entry) {
 // order (but the ones passed over), until `visit` returns kStop or FindNextEntry gives anything
 // but success, closes the search and returns kSuccess.
 template <class Started, class Visit>
-err::Win32Error ForEachEntry(FileSystem& files, const std::wstring& pattern, Started&& started,
-                             Visit&& visit) {
+[[nodiscard]] err::Win32Error ForEachEntry(FileSystem& files, const std::wstring& pattern,
+                                           Started&& started, Visit&& visit) {
   SearchHandle search = kInvalidSearchHandle;
   FindEntry entry;
   const err::Win32Error searchError = files.FindFirstEntry(pattern, search, entry);
@@ -45,7 +45,8 @@ err::Win32Error ForEachEntry(FileSystem& files, const std::wstring& pattern, Sta
 
 // The walk with nothing to do when the search has started.
 template <class Visit>
-err::Win32Error ForEachEntry(FileSystem& files, const std::wstring& pattern, Visit&& visit) {
+[[nodiscard]] err::Win32Error ForEachEntry(FileSystem& files, const std::wstring& pattern,
+                                           Visit&& visit) {
   return ForEachEntry(
       files, pattern, [] {}, visit);
 }

@@ -45,9 +45,11 @@ void WriteDefaultItemOwner(MigrationContext& context, const std::wstring& target
   }
 }
 
-HResult CopyDefaultFolder(MigrationContext& context, const std::wstring& defaultProfile,
-                          const std::wstring& targetFolder, std::optional<security::Sid>& owner,
-                          const SelfRelativeDescriptor* ownerSource);
+[[nodiscard]] HResult CopyDefaultFolder(MigrationContext& context,
+                                        const std::wstring& defaultProfile,
+                                        const std::wstring& targetFolder,
+                                        std::optional<security::Sid>& owner,
+                                        const SelfRelativeDescriptor* ownerSource);
 
 // A folder of the default profile: created, given the entry's attributes and copied by
 // recursion; one that cannot be created is not descended into.
@@ -91,9 +93,11 @@ void CopyDefaultEntry(MigrationContext& context, const std::wstring& defaultProf
 
 // One level of the default profile copy. The top level (ownerSource set) takes the owner from
 // the source's descriptor once its search has started; the levels below get it handed down.
-HResult CopyDefaultFolder(MigrationContext& context, const std::wstring& defaultProfile,
-                          const std::wstring& targetFolder, std::optional<security::Sid>& owner,
-                          const SelfRelativeDescriptor* ownerSource) {
+[[nodiscard]] HResult CopyDefaultFolder(MigrationContext& context,
+                                        const std::wstring& defaultProfile,
+                                        const std::wstring& targetFolder,
+                                        std::optional<security::Sid>& owner,
+                                        const SelfRelativeDescriptor* ownerSource) {
   const std::wstring pattern = !defaultProfile.empty() && defaultProfile.back() == L'\\'
                                    ? Format(L"%s*", defaultProfile)
                                    : Format(L"%s\\*", defaultProfile);
@@ -217,17 +221,19 @@ WalkStep CopyFolderEntry(FolderMigrator& migrator, FileSecurity& fileSecurity, C
 
 }  // namespace
 
-HResult CopyDefaultProfile(MigrationContext& context, const std::wstring& defaultProfile,
-                           const std::wstring& targetFolder,
-                           const SelfRelativeDescriptor& sourceSecurity) {
+[[nodiscard]] HResult CopyDefaultProfile(MigrationContext& context,
+                                         const std::wstring& defaultProfile,
+                                         const std::wstring& targetFolder,
+                                         const SelfRelativeDescriptor& sourceSecurity) {
   std::optional<security::Sid> owner;
   const HResult searched =
       CopyDefaultFolder(context, defaultProfile, targetFolder, owner, &sourceSecurity);
   return searched;
 }
 
-HResult CreateTargetFolderPath(FolderMigrator& migrator, const std::wstring& sourceFolder,
-                               const std::wstring& targetFolder) {
+[[nodiscard]] HResult CreateTargetFolderPath(FolderMigrator& migrator,
+                                             const std::wstring& sourceFolder,
+                                             const std::wstring& targetFolder) {
   MigrationContext& context = migrator.context();
   FileSecurity fileSecurity(context.files, context.security);
   SelfRelativeDescriptor sourceSecurity;
@@ -262,8 +268,8 @@ HResult CreateTargetFolderPath(FolderMigrator& migrator, const std::wstring& sou
   return hr::kOk;
 }
 
-HResult CopyFolder(FolderMigrator& migrator, const std::wstring& sourceFolder,
-                   const std::wstring& targetFolder) {
+[[nodiscard]] HResult CopyFolder(FolderMigrator& migrator, const std::wstring& sourceFolder,
+                                 const std::wstring& targetFolder) {
   MigrationContext& context = migrator.context();
   FileSystem& files = context.files;
   FileSecurity fileSecurity(files, context.security);

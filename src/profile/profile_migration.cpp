@@ -24,13 +24,13 @@ namespace tw {
 namespace {
 
 // The code of a failed DeleteProfileW: the thread's last error, E_FAIL when none is set.
-HResult DeleteProfileFailure() {
+[[nodiscard]] HResult DeleteProfileFailure() {
   const HResult code = HResultFromWin32(ThreadLastError());
   return code == hr::kOk ? hr::kFail : code;
 }
 
 // 3. The source must be a UNC path whose attributes can be read, or whose read is denied.
-HResult CheckSourcePath(MigrationContext& context, const std::wstring& sourcePath) {
+[[nodiscard]] HResult CheckSourcePath(MigrationContext& context, const std::wstring& sourcePath) {
   if (!IsUncPath(sourcePath)) {
     Log(L"Source path not valid: %s", sourcePath);
     return hr::kSourceProfileInvalid;
@@ -45,7 +45,7 @@ HResult CheckSourcePath(MigrationContext& context, const std::wstring& sourcePat
 }
 
 // 4. The target must be a UNC path on a reachable share.
-HResult CheckTargetPath(MigrationContext& context, const std::wstring& targetPath) {
+[[nodiscard]] HResult CheckTargetPath(MigrationContext& context, const std::wstring& targetPath) {
   if (!IsUncPath(targetPath)) {
     Log(L"Target path not valid: %s", targetPath);
     return hr::kTargetProfileInvalid;
@@ -86,7 +86,7 @@ struct ProfileBuild {
 
 // 5. The source folder's owner and DACL; access denied under the take-ownership setting takes
 // ownership once and reads again.
-HResult ReadSourceSecurity(ProfileBuild& build) {
+[[nodiscard]] HResult ReadSourceSecurity(ProfileBuild& build) {
   const SecurityRead read = ReadSecurityTakingOwnership(
       build.fileSecurity, build.sourcePath, build.context.settings->takeOwnership,
       build.sourceSecurity, build.savedSecurity, AfterOwnershipTaken::kTryAgain);
@@ -136,7 +136,7 @@ bool CreateTemporaryProfile(ProfileBuild& build, HResult& result) {
 }
 
 // 10. The default profile copied into the target with the owner (empty paths: code 3).
-HResult CopyDefaultProfileIntoTarget(ProfileBuild& build) {
+[[nodiscard]] HResult CopyDefaultProfileIntoTarget(ProfileBuild& build) {
   const std::wstring temporaryPath(build.temporaryBuffer.data());
   HResult result = hr::kOk;
   if (build.targetPath.empty() || temporaryPath.empty()) {
@@ -153,7 +153,7 @@ HResult CopyDefaultProfileIntoTarget(ProfileBuild& build) {
 }
 
 // 11. The user profile (hive and folders) over a folder migrator built for this call.
-HResult MigrateUserProfileInto(ProfileBuild& build) {
+[[nodiscard]] HResult MigrateUserProfileInto(ProfileBuild& build) {
   HResult result = hr::kOk;
   {
     FolderMigrator migrator(build.context);
@@ -249,8 +249,9 @@ SourceStepsOutcome RunSourceSteps(ProfileBuild& build) {
 
 // 13. A temporary profile (non-empty path) is deleted: its tree, then DeleteProfileW. A failure's
 // code replaces `result`.
-HResult DeleteTemporaryProfile(MigrationContext& context, const std::wstring& temporaryPath,
-                               const std::wstring& ownerText, HResult result) {
+[[nodiscard]] HResult DeleteTemporaryProfile(MigrationContext& context,
+                                             const std::wstring& temporaryPath,
+                                             const std::wstring& ownerText, HResult result) {
   if (temporaryPath.empty()) return result;
   static_cast<void>(DeleteFolderTree(context, temporaryPath));
   bool deleted = false;
@@ -270,9 +271,9 @@ HResult DeleteTemporaryProfile(MigrationContext& context, const std::wstring& te
 
 }  // namespace
 
-HResult MigrateProfile(MigrationContext& context, const std::wstring& sourcePath,
-                       std::uint32_t sourceVersion, std::wstring& targetPath,
-                       std::uint32_t targetVersion) {
+[[nodiscard]] HResult MigrateProfile(MigrationContext& context, const std::wstring& sourcePath,
+                                     std::uint32_t sourceVersion, std::wstring& targetPath,
+                                     std::uint32_t targetVersion) {
   // 1.
   std::array<wchar_t, kTemporaryProfileBuffer> temporaryBuffer{};
 

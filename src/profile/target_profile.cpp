@@ -45,8 +45,9 @@ FileOpenRequest MarkerLockRequest() {
 
 }  // namespace
 
-err::Win32Error CreateLockedMarker(MigrationContext& context, const std::wstring& targetPath,
-                                   UniqueFileHandle& lock) {
+[[nodiscard]] err::Win32Error CreateLockedMarker(MigrationContext& context,
+                                                 const std::wstring& targetPath,
+                                                 UniqueFileHandle& lock) {
   lock.reset();
   const std::wstring markerPath = MarkerPathOf(targetPath);
   err::Win32Error error = err::kSuccess;
@@ -70,8 +71,8 @@ bool HasVersionSuffix(std::wstring_view name) {
   return tail[2] == L'2' || tail[2] == L'5' || tail[2] == L'6';
 }
 
-err::Win32Error TryTargetLock(FileSystem& files, const std::wstring& markerPath,
-                              UniqueFileHandle& lock) {
+[[nodiscard]] err::Win32Error TryTargetLock(FileSystem& files, const std::wstring& markerPath,
+                                            UniqueFileHandle& lock) {
   lock.reset();
   FileHandle handle = kInvalidFileHandle;
   const err::Win32Error locked = files.OpenLocked(markerPath, MarkerLockRequest(), handle);
@@ -83,8 +84,8 @@ std::wstring MarkerPathOf(const std::wstring& targetPath) {
   return Format(L"%s\\%s", targetPath, kMarkerFileName);
 }
 
-HResult GetTargetPath(MigrationContext& context, const std::wstring& sourcePath,
-                      std::wstring& targetPath, std::uint32_t targetVersion) {
+[[nodiscard]] HResult GetTargetPath(MigrationContext& context, const std::wstring& sourcePath,
+                                    std::wstring& targetPath, std::uint32_t targetVersion) {
   const std::size_t lastSlash = sourcePath.rfind(L'\\');
   if (lastSlash == std::wstring::npos || lastSlash == 0) return hr::kFail;
 
@@ -115,8 +116,9 @@ HResult GetTargetPath(MigrationContext& context, const std::wstring& sourcePath,
   return hr::kOk;
 }
 
-HResult CreateTargetProfileFolder(MigrationContext& context, const std::wstring& targetPath,
-                                  const SelfRelativeDescriptor& sourceSecurity) {
+[[nodiscard]] HResult CreateTargetProfileFolder(MigrationContext& context,
+                                                const std::wstring& targetPath,
+                                                const SelfRelativeDescriptor& sourceSecurity) {
   // A marker that goes away while it is looked at (its run finished, or another run rebuilds the
   // target) sends the look back to the start.
   for (int look = 1; context.files.PathExists(targetPath); ++look) {
@@ -167,8 +169,8 @@ HResult CreateTargetProfileFolder(MigrationContext& context, const std::wstring&
   return code;
 }
 
-HResult DeleteLockedTarget(MigrationContext& context, const std::wstring& targetPath,
-                           UniqueFileHandle& lock) {
+[[nodiscard]] HResult DeleteLockedTarget(MigrationContext& context, const std::wstring& targetPath,
+                                         UniqueFileHandle& lock) {
   HResult result = DeleteFolderTree(context, targetPath);
   if (!lock.is_valid()) return result;
   lock.reset();
@@ -178,7 +180,7 @@ HResult DeleteLockedTarget(MigrationContext& context, const std::wstring& target
   return result;
 }
 
-HResult DeleteFolderTree(MigrationContext& context, const std::wstring& path) {
+[[nodiscard]] HResult DeleteFolderTree(MigrationContext& context, const std::wstring& path) {
   // The double-zero list holds at most kDeleteBufferChars - 1 characters of the path; a NUL
   // inside the path ends the list there, as it would in the buffer.
   std::wstring_view listed(path);

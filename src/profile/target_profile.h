@@ -33,8 +33,8 @@ bool HasVersionSuffix(std::wstring_view name);
 // holding it: no live run has the target (the caller lets go of it by resetting `lock`);
 // kSharingViolation: a live run holds the target; kFileNotFound / kPathNotFound: no marker;
 // another error: the lock cannot be tried.
-err::Win32Error TryTargetLock(FileSystem& files, const std::wstring& markerPath,
-                              UniqueFileHandle& lock);
+[[nodiscard]] err::Win32Error TryTargetLock(FileSystem& files, const std::wstring& markerPath,
+                                            UniqueFileHandle& lock);
 
 // target\_qzk_mig_marker_.
 std::wstring MarkerPathOf(const std::wstring& targetPath);

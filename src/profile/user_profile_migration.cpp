@@ -71,8 +71,8 @@ bool HoldsVariable(const std::wstring& location) {
 // Reads the owner and DACL of `location`; on access denied under the take-ownership setting,
 // takes ownership of it into `saved`. Returns 0 when the location may be copied, else the code
 // of the failing read or take-over.
-HResult SecureLocation(FolderMigrator& migrator, FileSecurity& fileSecurity,
-                       const std::wstring& location, SelfRelativeDescriptor& saved) {
+[[nodiscard]] HResult SecureLocation(FolderMigrator& migrator, FileSecurity& fileSecurity,
+                                     const std::wstring& location, SelfRelativeDescriptor& saved) {
   SelfRelativeDescriptor read;
   return ReadSecurityTakingOwnership(fileSecurity, location, migrator.settings().takeOwnership,
                                      read, saved, AfterOwnershipTaken::kUseSaved)
@@ -86,9 +86,10 @@ void RestoreLocation(FileSecurity& fileSecurity, const std::wstring& location,
 }
 
 // Clears every row's locations and reads them from the source hive, then from the target hive.
-HResult ReadFolderLocations(FolderMigrator& migrator, const std::wstring& sourcePath,
-                            std::int32_t sourceVersion, const std::wstring& targetPath,
-                            std::int32_t targetVersion) {
+[[nodiscard]] HResult ReadFolderLocations(FolderMigrator& migrator, const std::wstring& sourcePath,
+                                          std::int32_t sourceVersion,
+                                          const std::wstring& targetPath,
+                                          std::int32_t targetVersion) {
   MigrationContext& context = migrator.context();
   FolderMapping& mapping = migrator.mapping();
   for (std::size_t i = 0; i < mapping.count(); ++i) {
@@ -247,18 +248,20 @@ void FinishRemainingFolder(FileSystem& files, FileSecurity& fileSecurity, const 
 
 }  // namespace
 
-HResult MigrateUserProfile(FolderMigrator& migrator, const std::wstring& sourcePath,
-                           std::int32_t sourceVersion, const std::wstring& targetPath,
-                           std::int32_t targetVersion) {
+[[nodiscard]] HResult MigrateUserProfile(FolderMigrator& migrator, const std::wstring& sourcePath,
+                                         std::int32_t sourceVersion, const std::wstring& targetPath,
+                                         std::int32_t targetVersion) {
   const HResult hive =
       MigrateRegistryHive(migrator.context(), sourcePath, sourceVersion, targetPath, targetVersion);
   if (hive != hr::kOk) return hive;
   return MigrateProfileFolders(migrator, sourcePath, sourceVersion, targetPath, targetVersion);
 }
 
-HResult MigrateProfileFolders(FolderMigrator& migrator, const std::wstring& sourcePath,
-                              std::int32_t sourceVersion, const std::wstring& targetPath,
-                              std::int32_t targetVersion) {
+[[nodiscard]] HResult MigrateProfileFolders(FolderMigrator& migrator,
+                                            const std::wstring& sourcePath,
+                                            std::int32_t sourceVersion,
+                                            const std::wstring& targetPath,
+                                            std::int32_t targetVersion) {
   if ((migrator.settings().folderMask & 0x80000000u) != 0) return hr::kOk;
 
   const HResult read =
@@ -285,8 +288,9 @@ HResult MigrateProfileFolders(FolderMigrator& migrator, const std::wstring& sour
   return hr::kOk;
 }
 
-HResult MigrateRemainingFolders(FolderMigrator& migrator, const std::wstring& sourcePath,
-                                const std::wstring& targetPath) {
+[[nodiscard]] HResult MigrateRemainingFolders(FolderMigrator& migrator,
+                                              const std::wstring& sourcePath,
+                                              const std::wstring& targetPath) {
   MigrationContext& context = migrator.context();
   FileSystem& files = context.files;
   FileSecurity fileSecurity(files, context.security);

@@ -66,8 +66,8 @@ const wchar_t* ClassesHiveRelativePath(std::int32_t sourceVersion) {
   return sourceVersion < 2 ? kClassesHiveV1 : kClassesHiveV2;
 }
 
-HResult OpenHiveFile(MigrationContext& context, const std::wstring& path, OrKey& hive,
-                     SelfRelativeDescriptor& savedSecurity) {
+[[nodiscard]] HResult OpenHiveFile(MigrationContext& context, const std::wstring& path, OrKey& hive,
+                                   SelfRelativeDescriptor& savedSecurity) {
   FileSecurity fileSecurity(context.files, context.security);
   const OwnershipRetry open = RetryTakingOwnership(
       fileSecurity, path, context.settings->takeOwnership, savedSecurity,
@@ -80,9 +80,11 @@ HResult OpenHiveFile(MigrationContext& context, const std::wstring& path, OrKey&
   return opened;
 }
 
-HResult MigrateRegistryHive(MigrationContext& context, const std::wstring& sourceProfilePath,
-                            std::int32_t sourceVersion, const std::wstring& targetProfilePath,
-                            std::int32_t targetVersion) {
+[[nodiscard]] HResult MigrateRegistryHive(MigrationContext& context,
+                                          const std::wstring& sourceProfilePath,
+                                          std::int32_t sourceVersion,
+                                          const std::wstring& targetProfilePath,
+                                          std::int32_t targetVersion) {
   // 1. The two ntuser.dat paths.
   std::wstring sourceHivePath;
   std::wstring targetHivePath;
@@ -135,9 +137,9 @@ HResult MigrateRegistryHive(MigrationContext& context, const std::wstring& sourc
   return hr::kOk;
 }
 
-HResult MigrateHiveSecurity(MigrationContext& context, OrKey sourceHive,
-                            std::int32_t /*sourceVersion*/, OrKey targetHive,
-                            std::int32_t /*targetVersion*/) {
+[[nodiscard]] HResult MigrateHiveSecurity(MigrationContext& context, OrKey sourceHive,
+                                          std::int32_t /*sourceVersion*/, OrKey targetHive,
+                                          std::int32_t /*targetVersion*/) {
   // 1. No source hive.
   if (sourceHive == kNoOrKey) {
     Log(L"Failed to query for the hive DACL (0x%08X)", hr::kHandle);
@@ -171,9 +173,11 @@ HResult MigrateHiveSecurity(MigrationContext& context, OrKey sourceHive,
   return set;
 }
 
-HResult MigrateUsrClassHive(MigrationContext& context, const std::wstring& sourceHivePath,
-                            std::int32_t sourceVersion, const std::wstring& targetHivePath,
-                            std::int32_t targetVersion) {
+[[nodiscard]] HResult MigrateUsrClassHive(MigrationContext& context,
+                                          const std::wstring& sourceHivePath,
+                                          std::int32_t sourceVersion,
+                                          const std::wstring& targetHivePath,
+                                          std::int32_t targetVersion) {
   // 1-2. Both classes hives, each with the ownership retry.
   SelfRelativeDescriptor sourceSecurity;
   SelfRelativeDescriptor targetSecurity;

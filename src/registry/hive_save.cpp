@@ -62,8 +62,8 @@ void SaveAndCloseHive(const COffregWrapper& offreg, OrKey& hive, const HiveForma
 // Steps 6-8 of SaveTargetHive: the hive file's attributes are cleared of READONLY and HIDDEN,
 // the temporary file is copied over it and deleted, and the attributes are put back. The first
 // failure is logged and returned (the temporary file is deleted with it).
-err::Win32Error ReplaceHiveFile(FileSystem& files, const std::wstring& temporaryPath,
-                                const std::wstring& hiveFilePath) {
+[[nodiscard]] err::Win32Error ReplaceHiveFile(FileSystem& files, const std::wstring& temporaryPath,
+                                              const std::wstring& hiveFilePath) {
   // 6. Attributes, with READONLY and HIDDEN cleared for the copy.
   std::uint32_t attributes = file_attr::kInvalid;
   files.GetAttributes(hiveFilePath, attributes);
@@ -96,8 +96,9 @@ err::Win32Error ReplaceHiveFile(FileSystem& files, const std::wstring& temporary
 // Step 9 of SaveTargetHive: the new file, opened for writing its security: GENERIC_WRITE |
 // WRITE_DAC | WRITE_OWNER, FILE_SHARE_READ, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS |
 // FILE_ATTRIBUTE_NORMAL. A failure is logged.
-err::Win32Error OpenForSecurityWrite(FileSystem& files, const std::wstring& hiveFilePath,
-                                     FileHandle& opened) {
+[[nodiscard]] err::Win32Error OpenForSecurityWrite(FileSystem& files,
+                                                   const std::wstring& hiveFilePath,
+                                                   FileHandle& opened) {
   FileOpenRequest request;
   request.read = false;
   request.write = true;
@@ -117,9 +118,9 @@ err::Win32Error OpenForSecurityWrite(FileSystem& files, const std::wstring& hive
 
 // Step 10 of SaveTargetHive: the owner, when the saved descriptor has one, set on the open
 // handle (SetSecurityInfo). Returns the failure (logged), or success.
-err::Win32Error WriteSavedOwner(MigrationContext& context, FileHandle file,
-                                const std::wstring& hiveFilePath,
-                                const security::SecurityDescriptor& kept) {
+[[nodiscard]] err::Win32Error WriteSavedOwner(MigrationContext& context, FileHandle file,
+                                              const std::wstring& hiveFilePath,
+                                              const security::SecurityDescriptor& kept) {
   if (!kept.owner.has_value()) return err::kSuccess;
   SecurityWrite ownerWrite;
   ownerWrite.writeOwner = true;
@@ -134,9 +135,9 @@ err::Win32Error WriteSavedOwner(MigrationContext& context, FileHandle file,
 
 // Step 11 of SaveTargetHive: the DACL, on the same handle; one that is present but null, or
 // absent, is written as the NULL DACL. Returns the failure (logged), or success.
-err::Win32Error WriteSavedDacl(MigrationContext& context, FileHandle file,
-                               const std::wstring& hiveFilePath,
-                               const security::SecurityDescriptor& kept) {
+[[nodiscard]] err::Win32Error WriteSavedDacl(MigrationContext& context, FileHandle file,
+                                             const std::wstring& hiveFilePath,
+                                             const security::SecurityDescriptor& kept) {
   SecurityWrite daclWrite;
   daclWrite.writeDacl = true;
   if (kept.HasDacl()) daclWrite.dacl = kept.dacl;
@@ -151,8 +152,9 @@ err::Win32Error WriteSavedDacl(MigrationContext& context, FileHandle file,
 
 }  // namespace
 
-err::Win32Error SaveTargetHive(MigrationContext& context, OrKey& hive, std::int32_t targetVersion,
-                               const std::wstring& hiveFilePath) {
+[[nodiscard]] err::Win32Error SaveTargetHive(MigrationContext& context, OrKey& hive,
+                                             std::int32_t targetVersion,
+                                             const std::wstring& hiveFilePath) {
   FileSystem& files = context.files;
 
   // 1. The format; a version the program never passes is refused before anything is touched.

@@ -43,7 +43,8 @@ struct SourceKeyInfo {
   OrDword securitySize = 0;
 };
 
-err::Win32Error QueryInfo(const COffregWrapper& offreg, OrKey key, SourceKeyInfo& info) {
+[[nodiscard]] err::Win32Error QueryInfo(const COffregWrapper& offreg, OrKey key,
+                                        SourceKeyInfo& info) {
   return CallQueryInfoKey(offreg, key, info.classBuffer.chars(), &info.classLength,
                           &info.maxSubKeyLength, &info.maxValueNameLength, &info.maxValueLength,
                           &info.securitySize);
@@ -179,7 +180,8 @@ void CopySubKeys(MigrationContext& context, OrKey sourceKey, OrKey targetKey,
 // GetSecurityDescriptorControl on a block that ORGetKeySecurity filled: fails with
 // ERROR_UNKNOWN_REVISION when the block does not start with a descriptor of revision 1 (the only
 // way the platform call fails on a readable block).
-err::Win32Error ReadControl(std::span<const std::uint8_t> block, std::uint16_t& control) {
+[[nodiscard]] err::Win32Error ReadControl(std::span<const std::uint8_t> block,
+                                          std::uint16_t& control) {
   control = 0;
   const std::optional<std::uint16_t> read = security::SelfRelativeControl(block);
   if (!read.has_value() || block[0] != security::kSecurityDescriptorRevision) {
@@ -191,8 +193,9 @@ err::Win32Error ReadControl(std::span<const std::uint8_t> block, std::uint16_t& 
 
 // Step 4 of SetKeyTreeSecurity: the new DACL, on the root as it is; below it, unless the key's
 // own DACL (in `current`) is protected. Returns the write's result (success when none is made).
-err::Win32Error WriteKeyDacl(const COffregWrapper& offreg, OrKey key, WorkBuffer& current,
-                             void* securityDescriptor, bool isRoot) {
+[[nodiscard]] err::Win32Error WriteKeyDacl(const COffregWrapper& offreg, OrKey key,
+                                           WorkBuffer& current, void* securityDescriptor,
+                                           bool isRoot) {
   if (isRoot) {
     const err::Win32Error set =
         CallSetKeySecurity(offreg, key, registry::kDaclSecurityInformation, securityDescriptor);
@@ -217,8 +220,9 @@ err::Win32Error WriteKeyDacl(const COffregWrapper& offreg, OrKey key, WorkBuffer
 
 // Steps 3-4 of SetKeyTreeSecurity: the key's current DACL is read, then the new one written.
 // Returns S_OK, or the failure (logged) of the read or the write.
-HResult SetOneKeySecurity(const COffregWrapper& offreg, OrKey key, OrDword securitySize,
-                          void* securityDescriptor, bool isRoot) {
+[[nodiscard]] HResult SetOneKeySecurity(const COffregWrapper& offreg, OrKey key,
+                                        OrDword securitySize, void* securityDescriptor,
+                                        bool isRoot) {
   err::Win32Error setResult = err::kSuccess;
   {
     WorkBuffer current;
@@ -274,8 +278,8 @@ void SetChildrenSecurity(MigrationContext& context, OrKey key, OrDword maxSubKey
 
 }  // namespace
 
-HResult CopyRegistryKey(MigrationContext& context, OrKey sourceParent, OrKey targetParent,
-                        const std::wstring& keyName) {
+[[nodiscard]] HResult CopyRegistryKey(MigrationContext& context, OrKey sourceParent,
+                                      OrKey targetParent, const std::wstring& keyName) {
   const COffregWrapper& offreg = context.offreg;
 
   // 1. The source key.
@@ -317,8 +321,8 @@ HResult CopyRegistryKey(MigrationContext& context, OrKey sourceParent, OrKey tar
   return result;
 }
 
-HResult SetKeyTreeSecurity(MigrationContext& context, OrKey key, void* securityDescriptor,
-                           bool isRoot) {
+[[nodiscard]] HResult SetKeyTreeSecurity(MigrationContext& context, OrKey key,
+                                         void* securityDescriptor, bool isRoot) {
   const COffregWrapper& offreg = context.offreg;
 
   // 1. The -1 handle and an unbound query.

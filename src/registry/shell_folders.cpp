@@ -57,8 +57,8 @@ struct ShellFolderHive {
 
 // Step 1 of SyncUserShellFolders: OROpenHive, with one ownership retry when access is denied and
 // the take-ownership setting is on. Returns the failure (logged) of the take-over or the open.
-HResult OpenShellFolderHive(MigrationContext& context, FileSecurity& fileSecurity,
-                            ShellFolderHive& hive) {
+[[nodiscard]] HResult OpenShellFolderHive(MigrationContext& context, FileSecurity& fileSecurity,
+                                          ShellFolderHive& hive) {
   const OwnershipRetry open =
       RetryTakingOwnership(fileSecurity, hive.path, context.settings->takeOwnership,
                            hive.savedSecurity, AfterOwnershipTaken::kTryAgain, [&] {
@@ -111,8 +111,8 @@ void SyncShellFolderRow(const COffregWrapper& offreg, OrKey key, FolderMapping& 
 // Step 3 of SyncUserShellFolders: the values of the open "User Shell Folders" key. The name
 // buffer keeps the last name read: the end of the enumeration is logged with it. Returns S_OK
 // when the enumeration ended normally, else its failure (logged).
-HResult SyncShellFolderValues(const COffregWrapper& offreg, OrKey key, FolderMapping& mapping,
-                              bool writeMode, bool& changed) {
+[[nodiscard]] HResult SyncShellFolderValues(const COffregWrapper& offreg, OrKey key,
+                                            FolderMapping& mapping, bool writeMode, bool& changed) {
   wchar_t name[kNameLength] = {};
   std::uint8_t data[kDataLength] = {};
   for (OrDword index = 0;; ++index) {
@@ -147,8 +147,9 @@ HResult SyncShellFolderValues(const COffregWrapper& offreg, OrKey key, FolderMap
 
 // Steps 2-4 of SyncUserShellFolders: the "User Shell Folders" key is opened, its values are
 // walked, and it is closed. Returns S_OK, or the failure (logged) of the open or the walk.
-HResult SyncUserShellFoldersKey(const COffregWrapper& offreg, OrKey hive, FolderMapping& mapping,
-                                bool writeMode, bool& changed) {
+[[nodiscard]] HResult SyncUserShellFoldersKey(const COffregWrapper& offreg, OrKey hive,
+                                              FolderMapping& mapping, bool writeMode,
+                                              bool& changed) {
   OrKey key = kNoOrKey;
   registry::KeyCloser closeKey(offreg, key);
   const err::Win32Error keyOpened = registry::CallOpenKey(offreg, hive, kUserShellFoldersKey, &key);
@@ -185,9 +186,9 @@ bool ReadShellFolder(const COffregWrapper& offreg, OrKey key, const std::wstring
   return true;
 }
 
-HResult SyncUserShellFolders(MigrationContext& context, FolderMapping& mapping,
-                             const std::wstring& profilePath, std::int32_t profileVersion,
-                             bool writeMode) {
+[[nodiscard]] HResult SyncUserShellFolders(MigrationContext& context, FolderMapping& mapping,
+                                           const std::wstring& profilePath,
+                                           std::int32_t profileVersion, bool writeMode) {
   FileSecurity fileSecurity(context.files, context.security);
 
   // 1. The hive, with one ownership retry. The "/p:" path stands in for an empty profile path.
@@ -233,8 +234,8 @@ HResult SyncUserShellFolders(MigrationContext& context, FolderMapping& mapping,
   return result;
 }
 
-HResult CompleteSpecialFolderPaths(MigrationContext& context, OrKey hive,
-                                   std::span<SpecialFolderRow> table) {
+[[nodiscard]] HResult CompleteSpecialFolderPaths(MigrationContext& context, OrKey hive,
+                                                 std::span<SpecialFolderRow> table) {
   const COffregWrapper& offreg = context.offreg;
   const std::span<SpecialFolderRow> rows = RowsBeforeTerminator(table);
 

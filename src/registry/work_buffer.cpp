@@ -8,7 +8,7 @@
 
 namespace tw::registry {
 
-HResult HeapFailureResult() { return HResultFromWin32(err::kNotEnoughMemory); }
+[[nodiscard]] HResult HeapFailureResult() { return HResultFromWin32(err::kNotEnoughMemory); }
 
 WorkBuffer::~WorkBuffer() { Free(); }
 

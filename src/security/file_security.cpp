@@ -10,7 +10,7 @@ namespace tw {
 namespace {
 
 // The result of a security call's non-zero error: 0x80070000 | (e & 0xFFFF), whatever e is.
-HResult SecurityCallResult(err::Win32Error error) {
+[[nodiscard]] HResult SecurityCallResult(err::Win32Error error) {
   if (error == err::kSuccess) return hr::kOk;
   return HResult::FromBits(0x80070000u | (error.Code() & 0xFFFFu));
 }
@@ -41,8 +41,9 @@ bool FileSecurity::ReadFileSecurity(std::wstring_view path, SelfRelativeDescript
   return true;
 }
 
-HResult FileSecurity::TakeOwnership(std::wstring_view path, SelfRelativeDescriptor& savedSd,
-                                    bool grantFullControl) {
+[[nodiscard]] HResult FileSecurity::TakeOwnership(std::wstring_view path,
+                                                  SelfRelativeDescriptor& savedSd,
+                                                  bool grantFullControl) {
   security::SecurityDescriptor read;
   {
     FileHandle handle = kInvalidFileHandle;
@@ -76,7 +77,8 @@ HResult FileSecurity::TakeOwnership(std::wstring_view path, SelfRelativeDescript
   return HResultFromWin32(lastError);
 }
 
-HResult FileSecurity::ApplySecurity(std::wstring_view path, const SelfRelativeDescriptor& sd) {
+[[nodiscard]] HResult FileSecurity::ApplySecurity(std::wstring_view path,
+                                                  const SelfRelativeDescriptor& sd) {
   if (sd.empty()) return hr::kOk;
   security::SecurityDescriptor kept = sd.ToAbsolute();
   const std::uint16_t control = kept.control;

@@ -9,7 +9,7 @@ namespace {
 
 // The result of a call that returned FALSE: its last error as an HRESULT, and E_FAIL when that
 // error is 0 (the call failed all the same).
-HResult FailureCode(HResult lastErrorCode) {
+[[nodiscard]] HResult FailureCode(HResult lastErrorCode) {
   return Failed(lastErrorCode) ? lastErrorCode : hr::kFail;
 }
 

@@ -7,8 +7,8 @@
 #include <string>
 
 #include "base/wide_string.h"
-#include "ports/survey_port.h"
 #include "ports/file_system.h"
+#include "ports/survey_port.h"
 #include "registry/offreg_wrapper.h"
 #include "survey/survey_row.h"
 

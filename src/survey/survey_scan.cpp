@@ -132,8 +132,8 @@ SurveyRow SurveyFolder(const SurveyServices& services, const std::wstring& folde
   return row;
 }
 
-err::Win32Error SurveyShare(const SurveyServices& services, std::wstring_view sharePath,
-                            SurveyResult& result) {
+[[nodiscard]] err::Win32Error SurveyShare(const SurveyServices& services,
+                                          std::wstring_view sharePath, SurveyResult& result) {
   result = SurveyResult{};
   std::wstring root(sharePath);
   while (root.size() > 2 && root.back() == L'\\') root.pop_back();

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "base/win32_error.h"
-#include "ports/survey_port.h"
 #include "ports/file_system.h"
 #include "ports/security_port.h"
+#include "ports/survey_port.h"
 #include "survey/survey_row.h"
 
 namespace tw::survey {
@@ -32,8 +32,8 @@ struct SurveyServices {
 // sharePath itself when it is a profile folder. Rows are sorted by name (case-insensitively).
 // Returns kSuccess, or the Win32 error that kept the folder from being listed (nothing in result
 // then).
-err::Win32Error SurveyShare(const SurveyServices& services, std::wstring_view sharePath,
-                            SurveyResult& result);
+[[nodiscard]] err::Win32Error SurveyShare(const SurveyServices& services,
+                                          std::wstring_view sharePath, SurveyResult& result);
 
 // Surveys one folder (the row of SurveyShare for it).
 SurveyRow SurveyFolder(const SurveyServices& services, const std::wstring& folderPath);

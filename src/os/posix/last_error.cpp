@@ -9,7 +9,7 @@ thread_local err::Win32Error lastError = err::kSuccess;
 
 }  // namespace
 
-err::Win32Error NativeThreadLastError() { return lastError; }
+[[nodiscard]] err::Win32Error NativeThreadLastError() { return lastError; }
 
 void SetNativeThreadLastError(err::Win32Error error) { lastError = error; }
 

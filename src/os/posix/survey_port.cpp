@@ -29,8 +29,8 @@ constexpr wchar_t kUnixUserDomain[] = L"Unix User";
 
 class PosixSurveyPort final : public SurveyPort {
  public:
-  err::Win32Error ReadFileHead(std::wstring_view path, std::size_t count,
-                               std::vector<std::uint8_t>& bytes) override {
+  [[nodiscard]] err::Win32Error ReadFileHead(std::wstring_view path, std::size_t count,
+                                             std::vector<std::uint8_t>& bytes) override {
     bytes.clear();
     std::string native;
     err::Win32Error error = err::kSuccess;

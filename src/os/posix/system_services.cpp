@@ -33,7 +33,8 @@ class PosixSystemServices final : public SystemServices {
   // The kernel's id of the calling thread; Linux ids fit in 32 bits (pid_max <= 2^22).
   std::uint32_t CurrentThreadId() override { return static_cast<std::uint32_t>(::gettid()); }
 
-  err::Win32Error EncodeToThreadAnsi(std::wstring_view text, std::string& bytes) override {
+  [[nodiscard]] err::Win32Error EncodeToThreadAnsi(std::wstring_view text,
+                                                   std::string& bytes) override {
     bytes = WideToWindows1252(text);
     return err::kSuccess;
   }

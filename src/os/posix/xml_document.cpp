@@ -67,7 +67,8 @@ class PugiElement final : public XmlElement {
   PugiElement(std::shared_ptr<const pugi::xml_document> document, pugi::xml_node node)
       : document_(std::move(document)), node_(node) {}
 
-  HResult SelectChild(std::wstring_view name, std::unique_ptr<XmlElement>& child) override {
+  [[nodiscard]] HResult SelectChild(std::wstring_view name,
+                                    std::unique_ptr<XmlElement>& child) override {
     const std::string wanted = WideToUtf8(name);
     for (const pugi::xml_node& candidate : node_.children()) {
       if (candidate.type() == pugi::node_element && wanted == candidate.name()) {
@@ -79,7 +80,7 @@ class PugiElement final : public XmlElement {
     return hr::kFalse;
   }
 
-  HResult GetText(std::wstring& text) override {
+  [[nodiscard]] HResult GetText(std::wstring& text) override {
     std::string bytes;
     AppendDescendantText(node_, bytes);
     std::size_t begin = 0;
@@ -143,8 +144,8 @@ bool IsReadableDocument(const struct stat& status) {
 // descriptor, and the open never waits (O_NONBLOCK), so a FIFO without a writer cannot hang the
 // run and a device is never read. The path itself is the administrator's choice, so a symbolic
 // link to a regular file is followed.
-err::Win32Error ReadDocumentFile(const std::string& native, std::vector<char>& contents,
-                                 FileRead& outcome) {
+[[nodiscard]] err::Win32Error ReadDocumentFile(const std::string& native,
+                                               std::vector<char>& contents, FileRead& outcome) {
   contents.clear();
   outcome = FileRead::kNotDocument;
   struct stat status {};
@@ -193,12 +194,12 @@ bool HasSingleRootElement(const pugi::xml_document& document) {
 
 class PugiDocument final : public XmlDocument {
  public:
-  HResult Create() override {
+  [[nodiscard]] HResult Create() override {
     document_ = std::make_shared<pugi::xml_document>();
     return hr::kOk;
   }
 
-  HResult Load(std::wstring_view path) override {
+  [[nodiscard]] HResult Load(std::wstring_view path) override {
     if (!document_) return hr::kFail;
     parsed_ = false;
     document_->reset();
@@ -216,7 +217,7 @@ class PugiDocument final : public XmlDocument {
     return hr::kOk;
   }
 
-  HResult GetDocumentElement(std::unique_ptr<XmlElement>& element) override {
+  [[nodiscard]] HResult GetDocumentElement(std::unique_ptr<XmlElement>& element) override {
     element.reset();
     if (!document_) return hr::kFail;
     if (!parsed_) return hr::kFalse;

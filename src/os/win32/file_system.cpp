@@ -18,7 +18,7 @@ namespace {
 
 HANDLE ToHandle(FileHandle handle) { return reinterpret_cast<HANDLE>(handle); }
 
-err::Win32Error LastError() { return static_cast<err::Win32Error>(::GetLastError()); }
+[[nodiscard]] err::Win32Error LastError() { return static_cast<err::Win32Error>(::GetLastError()); }
 
 FileTime ToFileTime(const FILETIME& time) {
   return (static_cast<FileTime>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
@@ -69,8 +69,8 @@ class Win32FileSystem final : public FileSystem {
     return ::PathFileExistsW(text.c_str()) != FALSE;
   }
 
-  err::Win32Error Open(std::wstring_view path, const FileOpenRequest& request,
-                       FileHandle& handle) override {
+  [[nodiscard]] err::Win32Error Open(std::wstring_view path, const FileOpenRequest& request,
+                                     FileHandle& handle) override {
     const std::wstring text(path);
     DWORD access = 0;
     if (request.read) access |= GENERIC_READ;
@@ -96,8 +96,8 @@ class Win32FileSystem final : public FileSystem {
     return err::kSuccess;
   }
 
-  err::Win32Error Seek(FileHandle handle, std::int64_t distance, SeekOrigin origin,
-                       std::uint64_t& position) override {
+  [[nodiscard]] err::Win32Error Seek(FileHandle handle, std::int64_t distance, SeekOrigin origin,
+                                     std::uint64_t& position) override {
     if (handle == kClosedFileHandle) return err::kInvalidHandle;
     LARGE_INTEGER move;
     move.QuadPart = distance;
@@ -109,7 +109,7 @@ class Win32FileSystem final : public FileSystem {
     return err::kSuccess;
   }
 
-  err::Win32Error QuerySize(FileHandle handle, std::uint64_t& size) override {
+  [[nodiscard]] err::Win32Error QuerySize(FileHandle handle, std::uint64_t& size) override {
     if (handle == kClosedFileHandle) return err::kInvalidHandle;
     LARGE_INTEGER result;
     result.QuadPart = 0;
@@ -118,8 +118,8 @@ class Win32FileSystem final : public FileSystem {
     return err::kSuccess;
   }
 
-  err::Win32Error Write(FileHandle handle, const void* data, std::uint32_t byteCount,
-                        std::uint32_t& written) override {
+  [[nodiscard]] err::Win32Error Write(FileHandle handle, const void* data, std::uint32_t byteCount,
+                                      std::uint32_t& written) override {
     if (handle == kClosedFileHandle) return err::kInvalidHandle;
     DWORD done = 0;
     const BOOL ok = ::WriteFile(ToHandle(handle), data, byteCount, &done, nullptr);
@@ -127,26 +127,26 @@ class Win32FileSystem final : public FileSystem {
     return ok ? err::kSuccess : LastError();
   }
 
-  err::Win32Error Flush(FileHandle handle) override {
+  [[nodiscard]] err::Win32Error Flush(FileHandle handle) override {
     if (handle == kClosedFileHandle) return err::kInvalidHandle;
     return ::FlushFileBuffers(ToHandle(handle)) ? err::kSuccess : LastError();
   }
 
-  err::Win32Error Close(FileHandle handle) override {
+  [[nodiscard]] err::Win32Error Close(FileHandle handle) override {
     if (handle == kClosedFileHandle) return err::kInvalidHandle;
     return ::CloseHandle(ToHandle(handle)) ? err::kSuccess : LastError();
   }
 
-  err::Win32Error CopyFileTo(std::wstring_view from, std::wstring_view to,
-                             bool failIfExists) override {
+  [[nodiscard]] err::Win32Error CopyFileTo(std::wstring_view from, std::wstring_view to,
+                                           bool failIfExists) override {
     const std::wstring source(from);
     const std::wstring target(to);
     return ::CopyFileW(source.c_str(), target.c_str(), failIfExists ? TRUE : FALSE) ? err::kSuccess
                                                                                     : LastError();
   }
 
-  err::Win32Error FindFirstEntry(std::wstring_view pattern, SearchHandle& search,
-                                 FindEntry& entry) override {
+  [[nodiscard]] err::Win32Error FindFirstEntry(std::wstring_view pattern, SearchHandle& search,
+                                               FindEntry& entry) override {
     const std::wstring text(pattern);
     WIN32_FIND_DATAW data;
     const HANDLE found = ::FindFirstFileW(text.c_str(), &data);
@@ -159,29 +159,31 @@ class Win32FileSystem final : public FileSystem {
     return err::kSuccess;
   }
 
-  err::Win32Error FindNextEntry(SearchHandle search, FindEntry& entry) override {
+  [[nodiscard]] err::Win32Error FindNextEntry(SearchHandle search, FindEntry& entry) override {
     WIN32_FIND_DATAW data;
     if (!::FindNextFileW(reinterpret_cast<HANDLE>(search), &data)) return LastError();
     FromFindData(data, entry);
     return err::kSuccess;
   }
 
-  err::Win32Error CloseSearch(SearchHandle search) override {
+  [[nodiscard]] err::Win32Error CloseSearch(SearchHandle search) override {
     return ::FindClose(reinterpret_cast<HANDLE>(search)) ? err::kSuccess : LastError();
   }
 
-  err::Win32Error GetAttributes(std::wstring_view path, std::uint32_t& attributes) override {
+  [[nodiscard]] err::Win32Error GetAttributes(std::wstring_view path,
+                                              std::uint32_t& attributes) override {
     const std::wstring text(path);
     attributes = ::GetFileAttributesW(text.c_str());
     return attributes == INVALID_FILE_ATTRIBUTES ? LastError() : err::kSuccess;
   }
 
-  err::Win32Error SetAttributes(std::wstring_view path, std::uint32_t attributes) override {
+  [[nodiscard]] err::Win32Error SetAttributes(std::wstring_view path,
+                                              std::uint32_t attributes) override {
     const std::wstring text(path);
     return ::SetFileAttributesW(text.c_str(), attributes) ? err::kSuccess : LastError();
   }
 
-  err::Win32Error GetTimes(FileHandle handle, FileTimes& times) override {
+  [[nodiscard]] err::Win32Error GetTimes(FileHandle handle, FileTimes& times) override {
     if (handle == kClosedFileHandle) return err::kInvalidHandle;
     FILETIME creation;
     FILETIME lastAccess;
@@ -193,7 +195,7 @@ class Win32FileSystem final : public FileSystem {
     return err::kSuccess;
   }
 
-  err::Win32Error SetTimes(FileHandle handle, const FileTimes& times) override {
+  [[nodiscard]] err::Win32Error SetTimes(FileHandle handle, const FileTimes& times) override {
     if (handle == kClosedFileHandle) return err::kInvalidHandle;
     const FILETIME creation = ToWin32FileTime(times.creation);
     const FILETIME lastAccess = ToWin32FileTime(times.lastAccess);
@@ -205,22 +207,22 @@ class Win32FileSystem final : public FileSystem {
                : LastError();
   }
 
-  err::Win32Error MakeFolder(std::wstring_view path) override {
+  [[nodiscard]] err::Win32Error MakeFolder(std::wstring_view path) override {
     const std::wstring text(path);
     return ::CreateDirectoryW(text.c_str(), nullptr) ? err::kSuccess : LastError();
   }
 
-  err::Win32Error MakeFolderPath(std::wstring_view path) override {
+  [[nodiscard]] err::Win32Error MakeFolderPath(std::wstring_view path) override {
     const std::wstring text(path);
     return static_cast<err::Win32Error>(::SHCreateDirectoryExW(nullptr, text.c_str(), nullptr));
   }
 
-  err::Win32Error DeleteFileAt(std::wstring_view path) override {
+  [[nodiscard]] err::Win32Error DeleteFileAt(std::wstring_view path) override {
     const std::wstring text(path);
     return ::DeleteFileW(text.c_str()) ? err::kSuccess : LastError();
   }
 
-  err::Win32Error DeleteTree(std::wstring_view path) override {
+  [[nodiscard]] err::Win32Error DeleteTree(std::wstring_view path) override {
     // pFrom is a list of paths ended by an empty one: the path and two terminating zeros.
     std::wstring from(path);
     from.push_back(L'\0');
@@ -234,14 +236,14 @@ class Win32FileSystem final : public FileSystem {
     return static_cast<err::Win32Error>(::SHFileOperationW(&operation));
   }
 
-  err::Win32Error OpenLocked(std::wstring_view path, const FileOpenRequest& request,
-                             FileHandle& handle) override {
+  [[nodiscard]] err::Win32Error OpenLocked(std::wstring_view path, const FileOpenRequest& request,
+                                           FileHandle& handle) override {
     return Open(path, LockingRequest(request), handle);
   }
 
   // LockFileEx on one byte at 2^63 - 2, far beyond any content (so that no read or write of
   // the log meets it), through a read-only handle kept open by path that shares everything.
-  err::Win32Error LockLogFile(std::wstring_view path) override {
+  [[nodiscard]] err::Win32Error LockLogFile(std::wstring_view path) override {
     HANDLE lockHandle = INVALID_HANDLE_VALUE;
     {
       const std::lock_guard<std::mutex> guard(logLocksMutex_);
@@ -262,7 +264,7 @@ class Win32FileSystem final : public FileSystem {
                                                                            : LastError();
   }
 
-  err::Win32Error UnlockLogFile(std::wstring_view path) override {
+  [[nodiscard]] err::Win32Error UnlockLogFile(std::wstring_view path) override {
     HANDLE lockHandle = INVALID_HANDLE_VALUE;
     {
       const std::lock_guard<std::mutex> guard(logLocksMutex_);

@@ -4,7 +4,7 @@
 
 namespace tw {
 
-err::Win32Error NativeThreadLastError() { return err::Win32Error{::GetLastError()}; }
+[[nodiscard]] err::Win32Error NativeThreadLastError() { return err::Win32Error{::GetLastError()}; }
 
 void SetNativeThreadLastError(err::Win32Error error) { ::SetLastError(error.Code()); }
 

@@ -24,7 +24,7 @@
 namespace tw {
 namespace {
 
-err::Win32Error LastError() { return static_cast<err::Win32Error>(::GetLastError()); }
+[[nodiscard]] err::Win32Error LastError() { return static_cast<err::Win32Error>(::GetLastError()); }
 
 struct LocalFreeDeleter {
   void operator()(void* memory) const {
@@ -41,8 +41,8 @@ struct HandleCloser {
 using UniqueHandle = std::unique_ptr<void, HandleCloser>;
 
 // The owner and DACL of a self-relative descriptor the system returned; frees it at once.
-err::Win32Error TakeSystemDescriptor(PSECURITY_DESCRIPTOR returned,
-                                     security::SecurityDescriptor& sd) {
+[[nodiscard]] err::Win32Error TakeSystemDescriptor(PSECURITY_DESCRIPTOR returned,
+                                                   security::SecurityDescriptor& sd) {
   const UniqueLocalMemory owned(returned);
   if (returned == nullptr) return err::kInvalidSecurityDescr;
   const DWORD length = ::GetSecurityDescriptorLength(returned);
@@ -156,8 +156,8 @@ class Win32SecurityPort final : public SecurityPort {
     return sid;
   }
 
-  err::Win32Error ReadNamedSecurity(std::wstring_view path,
-                                    security::SecurityDescriptor& sd) override {
+  [[nodiscard]] err::Win32Error ReadNamedSecurity(std::wstring_view path,
+                                                  security::SecurityDescriptor& sd) override {
     const std::wstring text(path);
     PSID owner = nullptr;
     PACL dacl = nullptr;
@@ -169,8 +169,8 @@ class Win32SecurityPort final : public SecurityPort {
     return TakeSystemDescriptor(descriptor, sd);
   }
 
-  err::Win32Error ReadOpenedObjectSecurity(FileHandle handle, std::wstring_view /*path*/,
-                                           security::SecurityDescriptor& sd) override {
+  [[nodiscard]] err::Win32Error ReadOpenedObjectSecurity(
+      FileHandle handle, std::wstring_view /*path*/, security::SecurityDescriptor& sd) override {
     PSID owner = nullptr;
     PACL dacl = nullptr;
     PSECURITY_DESCRIPTOR descriptor = nullptr;
@@ -181,7 +181,8 @@ class Win32SecurityPort final : public SecurityPort {
     return TakeSystemDescriptor(descriptor, sd);
   }
 
-  err::Win32Error WriteNamedSecurity(std::wstring_view path, const SecurityWrite& write) override {
+  [[nodiscard]] err::Win32Error WriteNamedSecurity(std::wstring_view path,
+                                                   const SecurityWrite& write) override {
     if (write.RequestsNothing()) return err::kSuccess;
     SystemSecurityWrite request(write);
     std::wstring text(path);
@@ -190,8 +191,9 @@ class Win32SecurityPort final : public SecurityPort {
                                                                 nullptr, request.dacl, nullptr));
   }
 
-  err::Win32Error WriteOpenedObjectSecurity(FileHandle handle, std::wstring_view /*path*/,
-                                            const SecurityWrite& write) override {
+  [[nodiscard]] err::Win32Error WriteOpenedObjectSecurity(FileHandle handle,
+                                                          std::wstring_view /*path*/,
+                                                          const SecurityWrite& write) override {
     if (write.RequestsNothing()) return err::kSuccess;
     SystemSecurityWrite request(write);
     return static_cast<err::Win32Error>(
@@ -199,8 +201,8 @@ class Win32SecurityPort final : public SecurityPort {
                           request.owner, nullptr, request.dacl, nullptr));
   }
 
-  err::Win32Error CreateFolderWithSecurity(std::wstring_view path,
-                                           const security::SecurityDescriptor* sd) override {
+  [[nodiscard]] err::Win32Error CreateFolderWithSecurity(
+      std::wstring_view path, const security::SecurityDescriptor* sd) override {
     const std::wstring text(path);
     std::vector<std::uint8_t> block;
     SECURITY_ATTRIBUTES attributes = MakeAttributes(sd, block);
@@ -208,16 +210,16 @@ class Win32SecurityPort final : public SecurityPort {
     return err::kSuccess;
   }
 
-  err::Win32Error CreateFolderPathWithSecurity(std::wstring_view path,
-                                               const security::SecurityDescriptor* sd) override {
+  [[nodiscard]] err::Win32Error CreateFolderPathWithSecurity(
+      std::wstring_view path, const security::SecurityDescriptor* sd) override {
     const std::wstring text(path);
     std::vector<std::uint8_t> block;
     const SECURITY_ATTRIBUTES attributes = MakeAttributes(sd, block);
     return static_cast<err::Win32Error>(::SHCreateDirectoryExW(nullptr, text.c_str(), &attributes));
   }
 
-  err::Win32Error CreateFileWithSecurity(std::wstring_view path, bool failIfExists,
-                                         const security::SecurityDescriptor* sd) override {
+  [[nodiscard]] err::Win32Error CreateFileWithSecurity(
+      std::wstring_view path, bool failIfExists, const security::SecurityDescriptor* sd) override {
     const std::wstring text(path);
     std::vector<std::uint8_t> block;
     SECURITY_ATTRIBUTES attributes = MakeAttributes(sd, block);

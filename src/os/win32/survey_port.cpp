@@ -26,8 +26,8 @@ bool StartsWithNoCase(std::wstring_view text, std::wstring_view prefix) {
 
 class Win32SurveyPort final : public SurveyPort {
  public:
-  err::Win32Error ReadFileHead(std::wstring_view path, std::size_t count,
-                               std::vector<std::uint8_t>& bytes) override {
+  [[nodiscard]] err::Win32Error ReadFileHead(std::wstring_view path, std::size_t count,
+                                             std::vector<std::uint8_t>& bytes) override {
     bytes.clear();
     const std::wstring name(path);
     HANDLE file = ::CreateFileW(name.c_str(), GENERIC_READ,

@@ -32,7 +32,8 @@ class Win32SystemServices final : public SystemServices {
 
   // The buffer starts with room for four bytes per character; when that is not enough the
   // needed size is asked for and the conversion repeated.
-  err::Win32Error EncodeToThreadAnsi(std::wstring_view text, std::string& bytes) override {
+  [[nodiscard]] err::Win32Error EncodeToThreadAnsi(std::wstring_view text,
+                                                   std::string& bytes) override {
     bytes.clear();
     if (text.empty()) return err::kSuccess;
     const int length = static_cast<int>(text.size());

@@ -95,7 +95,8 @@ class MsxmlElement final : public XmlElement {
  public:
   explicit MsxmlElement(const ComPtr<IXMLDOMElement>& element) : element_(element) {}
 
-  HResult SelectChild(std::wstring_view name, std::unique_ptr<XmlElement>& child) override {
+  [[nodiscard]] HResult SelectChild(std::wstring_view name,
+                                    std::unique_ptr<XmlElement>& child) override {
     child.reset();
     const Bstr query(name);
     if (query.get() == nullptr && !name.empty()) return hr::kOutOfMemory;
@@ -110,7 +111,7 @@ class MsxmlElement final : public XmlElement {
     return hr::kOk;
   }
 
-  HResult GetText(std::wstring& text) override {
+  [[nodiscard]] HResult GetText(std::wstring& text) override {
     Bstr value;
     const HResult result{element_->get_text(value.Put())};
     if (Failed(result)) return result;
@@ -139,7 +140,7 @@ class MsxmlElement final : public XmlElement {
 
 class MsxmlDocument final : public XmlDocument {
  public:
-  HResult Create() override {
+  [[nodiscard]] HResult Create() override {
     CLSID clsid;
     HResult result{::CLSIDFromProgID(L"MSXML.DOMDocument", &clsid)};
     if (Failed(result)) return result;
@@ -148,7 +149,7 @@ class MsxmlDocument final : public XmlDocument {
     return result;
   }
 
-  HResult Load(std::wstring_view path) override {
+  [[nodiscard]] HResult Load(std::wstring_view path) override {
     if (!document_) return hr::kFail;
     Variant source;
     source.get().vt = VT_BSTR;
@@ -158,7 +159,7 @@ class MsxmlDocument final : public XmlDocument {
     return HResult{document_->load(source.get(), &successful)};
   }
 
-  HResult GetDocumentElement(std::unique_ptr<XmlElement>& element) override {
+  [[nodiscard]] HResult GetDocumentElement(std::unique_ptr<XmlElement>& element) override {
     element.reset();
     if (!document_) return hr::kFail;
     ComPtr<IXMLDOMElement> root;

@@ -49,7 +49,7 @@ TEST_F(ForEachEntryTest, VisitsEveryEntryInSearchOrderButDotsAndReparsePoints) {
 
 TEST_F(ForEachEntryTest, StartedRunsOnceBeforeTheFirstEntry) {
   int started = 0;
-  ForEachEntry(
+  const err::Win32Error walked = ForEachEntry(
       files, kPattern,
       [&] {
         ++started;
@@ -59,6 +59,7 @@ TEST_F(ForEachEntryTest, StartedRunsOnceBeforeTheFirstEntry) {
         record.push_back(entry.name);
         return WalkStep::kNext;
       });
+  EXPECT_EQ(walked, err::kSuccess);
   EXPECT_EQ(started, 1);
   ASSERT_EQ(record.size(), 4u);
   EXPECT_EQ(record.front(), L"started");

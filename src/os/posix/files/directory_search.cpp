@@ -39,7 +39,7 @@ std::string ChildPath(const std::string& folder, const std::string& name) {
 }
 
 // The error of a folder that could not be opened for the search.
-err::Win32Error OpenFolderError(const std::string& folder, int errnum) {
+[[nodiscard]] err::Win32Error OpenFolderError(const std::string& folder, int errnum) {
   if (errnum == ENOTDIR || errnum == ELOOP) {
     struct stat info {};
     if (LstatBeneath(folder, info) == 0) return err::kDirectory;  // a file or a link
@@ -67,7 +67,8 @@ void AddEntry(const std::string& native, std::wstring name, std::vector<FindEntr
 
 }  // namespace
 
-err::Win32Error CollectSearchEntries(std::wstring_view pattern, std::vector<FindEntry>& entries) {
+[[nodiscard]] err::Win32Error CollectSearchEntries(std::wstring_view pattern,
+                                                   std::vector<FindEntry>& entries) {
   entries.clear();
   const SearchPatternParts parts = SplitSearchPattern(pattern);
   if (parts.name.empty()) return err::kFileNotFound;

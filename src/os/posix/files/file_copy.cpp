@@ -81,8 +81,8 @@ bool CopyContent(int in, int out, off_t expected) {
 
 }  // namespace
 
-err::Win32Error CopyNativeFile(const std::string& source, const std::string& target,
-                               bool failIfExists, const NativeStatus& targetStatus) {
+[[nodiscard]] err::Win32Error CopyNativeFile(const std::string& source, const std::string& target,
+                                             bool failIfExists, const NativeStatus& targetStatus) {
   const Descriptor in(OpenBeneath(source, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
   if (in.get() < 0) return PathError(source);
   struct stat sourceInfo {};

@@ -71,7 +71,7 @@ void UnixFromFileTime(FileTime time, std::int64_t& seconds, std::int64_t& nanose
   nanoseconds = rest * 100;
 }
 
-err::Win32Error MissingPathError(const std::string& native) {
+[[nodiscard]] err::Win32Error MissingPathError(const std::string& native) {
   const std::string::size_type slash = native.find_last_of('/');
   std::string parent;
   if (slash == std::string::npos) {
@@ -85,7 +85,7 @@ err::Win32Error MissingPathError(const std::string& native) {
   return err::kFileNotFound;
 }
 
-err::Win32Error PathError(const std::string& native) {
+[[nodiscard]] err::Win32Error PathError(const std::string& native) {
   const int errnum = errno;
   if (errnum == ENOENT) return MissingPathError(native);
   return Win32ErrorFromErrno(errnum);
@@ -136,7 +136,8 @@ bool ReadStoredAttributes(const std::string& native, std::uint32_t& value) {
   return unsupported && ReadFallbackAttributes(native, value);
 }
 
-err::Win32Error WriteStoredAttributes(const std::string& native, std::uint32_t value) {
+[[nodiscard]] err::Win32Error WriteStoredAttributes(const std::string& native,
+                                                    std::uint32_t value) {
   // The creation time goes with the attributes: the one stored before, else the file's own.
   std::uint64_t created = 0;
   bool unsupported = false;
@@ -200,7 +201,7 @@ void TimesFromStatx(const struct statx& info, FileTimes& times) {
 
 }  // namespace
 
-err::Win32Error QueryDescriptorTimes(int fd, FileTimes& times) {
+[[nodiscard]] err::Win32Error QueryDescriptorTimes(int fd, FileTimes& times) {
   struct statx info {};
   if (::statx(fd, "", AT_EMPTY_PATH, STATX_BASIC_STATS | STATX_BTIME, &info) != 0)
     return Win32ErrorFromErrno(errno);
@@ -211,7 +212,7 @@ err::Win32Error QueryDescriptorTimes(int fd, FileTimes& times) {
   return err::kSuccess;
 }
 
-err::Win32Error StoreDescriptorCreationTime(int fd, FileTime creation) {
+[[nodiscard]] err::Win32Error StoreDescriptorCreationTime(int fd, FileTime creation) {
   std::uint32_t attributes = 0;
   if (const std::optional<samba::DosAttrib> dos = ReadDosAttrib(fd)) {
     attributes = dos->attributes;
@@ -228,7 +229,7 @@ err::Win32Error StoreDescriptorCreationTime(int fd, FileTime creation) {
   return Win32ErrorFromErrno(errno);
 }
 
-err::Win32Error QueryFileInfo(const std::string& native, FindEntry& entry) {
+[[nodiscard]] err::Win32Error QueryFileInfo(const std::string& native, FindEntry& entry) {
   struct statx info {};
   if (!StatNoFollow(native, info)) return PathError(native);
   const bool isFolder = S_ISDIR(info.stx_mode);

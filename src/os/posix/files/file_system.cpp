@@ -118,7 +118,8 @@ bool AddDisposition(CreationDisposition disposition, OpenPlan& plan) {
 
 // An existing file that is to be written or emptied: a read-only one refuses, and replacing a
 // hidden or system file needs the same bits asked for, as on Windows.
-err::Win32Error CheckReplaceable(const std::string& native, const FileOpenRequest& request) {
+[[nodiscard]] err::Win32Error CheckReplaceable(const std::string& native,
+                                               const FileOpenRequest& request) {
   const std::uint32_t stored = StoredFileAttributes(native);
   if ((stored & file_attr::kReadOnly) != 0) return err::kAccessDenied;
   const std::uint32_t guarded = stored & (file_attr::kHidden | file_attr::kSystem);
@@ -183,8 +184,8 @@ class PosixFileSystem final : public FileSystem {
     return posix::LstatKnown(native, status, info) == 0;
   }
 
-  err::Win32Error Open(std::wstring_view path, const FileOpenRequest& request,
-                       FileHandle& handle) override {
+  [[nodiscard]] err::Win32Error Open(std::wstring_view path, const FileOpenRequest& request,
+                                     FileHandle& handle) override {
     handle = kInvalidFileHandle;
     OpenPlan plan = AccessOf(request);
     if (request.disposition == CreationDisposition::kOpenExisting && request.backupSemantics &&
@@ -209,8 +210,8 @@ class PosixFileSystem final : public FileSystem {
     return OpenFile(native, request, plan, existed, handle);
   }
 
-  err::Win32Error Seek(FileHandle handle, std::int64_t distance, SeekOrigin origin,
-                       std::uint64_t& position) override {
+  [[nodiscard]] err::Win32Error Seek(FileHandle handle, std::int64_t distance, SeekOrigin origin,
+                                     std::uint64_t& position) override {
     const std::shared_ptr<OpenFileEntry> entry = Find(handle);
     if (!entry) return err::kInvalidHandle;
     int whence = SEEK_SET;
@@ -222,7 +223,7 @@ class PosixFileSystem final : public FileSystem {
     return err::kSuccess;
   }
 
-  err::Win32Error QuerySize(FileHandle handle, std::uint64_t& size) override {
+  [[nodiscard]] err::Win32Error QuerySize(FileHandle handle, std::uint64_t& size) override {
     const std::shared_ptr<OpenFileEntry> entry = Find(handle);
     if (!entry) return err::kInvalidHandle;
     struct stat info {};
@@ -231,8 +232,8 @@ class PosixFileSystem final : public FileSystem {
     return err::kSuccess;
   }
 
-  err::Win32Error Write(FileHandle handle, const void* data, std::uint32_t byteCount,
-                        std::uint32_t& written) override {
+  [[nodiscard]] err::Win32Error Write(FileHandle handle, const void* data, std::uint32_t byteCount,
+                                      std::uint32_t& written) override {
     written = 0;
     const std::shared_ptr<OpenFileEntry> entry = Find(handle);
     if (!entry) return err::kInvalidHandle;
@@ -249,7 +250,7 @@ class PosixFileSystem final : public FileSystem {
     return err::kSuccess;
   }
 
-  err::Win32Error Flush(FileHandle handle) override {
+  [[nodiscard]] err::Win32Error Flush(FileHandle handle) override {
     const std::shared_ptr<OpenFileEntry> entry = Find(handle);
     if (!entry) return err::kInvalidHandle;
     if (!entry->canWrite) return err::kAccessDenied;
@@ -257,13 +258,13 @@ class PosixFileSystem final : public FileSystem {
     return err::kSuccess;
   }
 
-  err::Win32Error Close(FileHandle handle) override {
+  [[nodiscard]] err::Win32Error Close(FileHandle handle) override {
     const std::lock_guard<std::mutex> guard(mutex_);
     return files_.erase(handle) == 1 ? err::kSuccess : err::kInvalidHandle;
   }
 
-  err::Win32Error CopyFileTo(std::wstring_view from, std::wstring_view to,
-                             bool failIfExists) override {
+  [[nodiscard]] err::Win32Error CopyFileTo(std::wstring_view from, std::wstring_view to,
+                                           bool failIfExists) override {
     // A source that cannot be mapped, or is missing, is reported before anything about the
     // target.
     std::string source;
@@ -279,8 +280,8 @@ class PosixFileSystem final : public FileSystem {
     });
   }
 
-  err::Win32Error FindFirstEntry(std::wstring_view pattern, SearchHandle& search,
-                                 FindEntry& entry) override {
+  [[nodiscard]] err::Win32Error FindFirstEntry(std::wstring_view pattern, SearchHandle& search,
+                                               FindEntry& entry) override {
     search = kInvalidSearchHandle;
     SearchState state;
     if (const err::Win32Error error = posix::CollectSearchEntries(pattern, state.entries);
@@ -295,7 +296,7 @@ class PosixFileSystem final : public FileSystem {
     return err::kSuccess;
   }
 
-  err::Win32Error FindNextEntry(SearchHandle search, FindEntry& entry) override {
+  [[nodiscard]] err::Win32Error FindNextEntry(SearchHandle search, FindEntry& entry) override {
     const std::lock_guard<std::mutex> guard(mutex_);
     const auto found = searches_.find(search);
     if (found == searches_.end()) return err::kInvalidHandle;
@@ -305,12 +306,13 @@ class PosixFileSystem final : public FileSystem {
     return err::kSuccess;
   }
 
-  err::Win32Error CloseSearch(SearchHandle search) override {
+  [[nodiscard]] err::Win32Error CloseSearch(SearchHandle search) override {
     const std::lock_guard<std::mutex> guard(mutex_);
     return searches_.erase(search) == 1 ? err::kSuccess : err::kInvalidHandle;
   }
 
-  err::Win32Error GetAttributes(std::wstring_view path, std::uint32_t& attributes) override {
+  [[nodiscard]] err::Win32Error GetAttributes(std::wstring_view path,
+                                              std::uint32_t& attributes) override {
     attributes = file_attr::kInvalid;
     FindEntry info;
     const err::Win32Error error = posix::OnExistingObject(
@@ -319,20 +321,21 @@ class PosixFileSystem final : public FileSystem {
     return error;
   }
 
-  err::Win32Error SetAttributes(std::wstring_view path, std::uint32_t attributes) override {
+  [[nodiscard]] err::Win32Error SetAttributes(std::wstring_view path,
+                                              std::uint32_t attributes) override {
     return posix::OnExistingObject(path, [attributes](const std::string& native) {
       return posix::WriteStoredAttributes(native, attributes & posix::kSettableAttributes);
     });
   }
 
-  err::Win32Error GetTimes(FileHandle handle, FileTimes& times) override {
+  [[nodiscard]] err::Win32Error GetTimes(FileHandle handle, FileTimes& times) override {
     const std::shared_ptr<OpenFileEntry> entry = Find(handle);
     if (!entry) return err::kInvalidHandle;
     return posix::QueryDescriptorTimes(entry->fd, times);
   }
 
   // Linux keeps no settable creation time: it goes where the file server keeps it.
-  err::Win32Error SetTimes(FileHandle handle, const FileTimes& times) override {
+  [[nodiscard]] err::Win32Error SetTimes(FileHandle handle, const FileTimes& times) override {
     const std::shared_ptr<OpenFileEntry> entry = Find(handle);
     if (!entry) return err::kInvalidHandle;
     if (!entry->canSetTimes) return err::kAccessDenied;
@@ -358,25 +361,25 @@ class PosixFileSystem final : public FileSystem {
     return err::kSuccess;
   }
 
-  err::Win32Error MakeFolder(std::wstring_view path) override {
+  [[nodiscard]] err::Win32Error MakeFolder(std::wstring_view path) override {
     std::string native;
     err::Win32Error error = err::kSuccess;
     if (!posix::ToNativePathForCreation(path, native, error)) return error;
     return posix::MakeNativeFolder(native);
   }
 
-  err::Win32Error MakeFolderPath(std::wstring_view path) override {
+  [[nodiscard]] err::Win32Error MakeFolderPath(std::wstring_view path) override {
     return posix::MakeFolderPathFromWindows(path);
   }
 
-  err::Win32Error DeleteFileAt(std::wstring_view path) override {
+  [[nodiscard]] err::Win32Error DeleteFileAt(std::wstring_view path) override {
     std::string native;
     err::Win32Error error = err::kSuccess;
     if (!posix::ToNativePath(path, native, error)) return error;
     return posix::DeleteNativeFile(native);
   }
 
-  err::Win32Error DeleteTree(std::wstring_view path) override {
+  [[nodiscard]] err::Win32Error DeleteTree(std::wstring_view path) override {
     std::string native;
     err::Win32Error error = err::kSuccess;
     if (!posix::ToNativePath(path, native, error)) return error;
@@ -385,8 +388,8 @@ class PosixFileSystem final : public FileSystem {
 
   // The lock is the flock of the file's folder (folder_lock_posix.h), taken before the file is
   // looked at, so that a file made under it is never seen unlocked; the handle keeps both.
-  err::Win32Error OpenLocked(std::wstring_view path, const FileOpenRequest& request,
-                             FileHandle& handle) override {
+  [[nodiscard]] err::Win32Error OpenLocked(std::wstring_view path, const FileOpenRequest& request,
+                                           FileHandle& handle) override {
     handle = kInvalidFileHandle;
     std::string native;
     err::Win32Error error = err::kSuccess;
@@ -407,7 +410,7 @@ class PosixFileSystem final : public FileSystem {
   // flock on a read-only descriptor of the log, kept open by path. Once it is held, the file at
   // path must still be the one locked: a log that was deleted or replaced meanwhile is opened
   // and locked again, so that every writer locks the file it writes.
-  err::Win32Error LockLogFile(std::wstring_view path) override {
+  [[nodiscard]] err::Win32Error LockLogFile(std::wstring_view path) override {
     std::string native;
     err::Win32Error error = err::kSuccess;
     if (!posix::ToNativePath(path, native, error)) return error;
@@ -430,7 +433,7 @@ class PosixFileSystem final : public FileSystem {
     return err::kLockViolation;
   }
 
-  err::Win32Error UnlockLogFile(std::wstring_view path) override {
+  [[nodiscard]] err::Win32Error UnlockLogFile(std::wstring_view path) override {
     std::string native;
     err::Win32Error error = err::kSuccess;
     if (!posix::ToNativePath(path, native, error)) return error;
@@ -461,8 +464,9 @@ class PosixFileSystem final : public FileSystem {
   // Open for an object that must exist, asking for no data writes, with backup semantics: files
   // and folders open alike, so the object needs no look before it is opened. O_NONBLOCK keeps a
   // named pipe from waiting for a writer.
-  err::Win32Error OpenExistingObject(std::wstring_view path, const FileOpenRequest& request,
-                                     bool readAccess, FileHandle& handle) {
+  [[nodiscard]] err::Win32Error OpenExistingObject(std::wstring_view path,
+                                                   const FileOpenRequest& request, bool readAccess,
+                                                   FileHandle& handle) {
     return posix::OnExistingObject(path, [&](const std::string& native) {
       auto entry = std::make_shared<OpenFileEntry>();
       entry->fd = posix::OpenBeneath(native, O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
@@ -474,8 +478,9 @@ class PosixFileSystem final : public FileSystem {
   }
 
   // An existing folder opens only with backup semantics, and only to be looked at or stamped.
-  err::Win32Error OpenFolder(const std::string& native, const FileOpenRequest& request,
-                             const OpenPlan& plan, FileHandle& handle) {
+  [[nodiscard]] err::Win32Error OpenFolder(const std::string& native,
+                                           const FileOpenRequest& request, const OpenPlan& plan,
+                                           FileHandle& handle) {
     if (!request.backupSemantics || plan.mustNotExist || plan.truncate) {
       return plan.mustNotExist ? err::kFileExists : err::kAccessDenied;
     }
@@ -488,8 +493,8 @@ class PosixFileSystem final : public FileSystem {
 
   // Opens, creates or empties a file as the plan says. A new file inherits from its folder;
   // that failing leaves it as open made it.
-  err::Win32Error OpenFile(const std::string& native, const FileOpenRequest& request,
-                           const OpenPlan& plan, bool existed, FileHandle& handle) {
+  [[nodiscard]] err::Win32Error OpenFile(const std::string& native, const FileOpenRequest& request,
+                                         const OpenPlan& plan, bool existed, FileHandle& handle) {
     auto entry = std::make_shared<OpenFileEntry>();
     entry->fd = posix::OpenBeneath(native, FileOpenFlags(request, plan), 0666);
     if (entry->fd < 0) return PathError(native);
@@ -505,7 +510,7 @@ class PosixFileSystem final : public FileSystem {
     return Register(std::move(entry), handle);
   }
 
-  err::Win32Error Register(std::shared_ptr<OpenFileEntry> entry, FileHandle& handle) {
+  [[nodiscard]] err::Win32Error Register(std::shared_ptr<OpenFileEntry> entry, FileHandle& handle) {
     const std::lock_guard<std::mutex> guard(mutex_);
     nextId_ += 4;
     handle = nextId_;

@@ -13,7 +13,7 @@
 
 namespace tw::posix {
 
-err::Win32Error LockNativeFolder(const std::string& native, int& fd) {
+[[nodiscard]] err::Win32Error LockNativeFolder(const std::string& native, int& fd) {
   // Below a share's folder the folder is reached without following any link on the way.
   fd = OpenBeneath(native, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fd < 0) {

@@ -72,7 +72,7 @@ void EmptyFolder(int fd, err::Win32Error& first) {
 
 }  // namespace
 
-err::Win32Error MakeNativeFolder(const std::string& native) {
+[[nodiscard]] err::Win32Error MakeNativeFolder(const std::string& native) {
   if (MakeFolderBeneath(native, 0777) == 0) {
     NoteNameCreated(native);
     // A new folder inherits from its parent; that failing leaves it as mkdir made it.
@@ -84,7 +84,7 @@ err::Win32Error MakeNativeFolder(const std::string& native) {
   return Win32ErrorFromErrno(errno);
 }
 
-err::Win32Error MakeFolderPathFromWindows(std::wstring_view path) {
+[[nodiscard]] err::Win32Error MakeFolderPathFromWindows(std::wstring_view path) {
   if (!IsFullyQualified(path)) return err::kBadPathname;
   if (path.size() >= kMaxFolderPathLength) return err::kFilenameExcedRange;
   std::string native;
@@ -116,7 +116,7 @@ err::Win32Error MakeFolderPathFromWindows(std::wstring_view path) {
   return err::kSuccess;
 }
 
-err::Win32Error DeleteNativeFile(const std::string& native) {
+[[nodiscard]] err::Win32Error DeleteNativeFile(const std::string& native) {
   struct stat info {};
   if (LstatBeneath(native, info) != 0) return PathError(native);
   if (S_ISDIR(info.st_mode)) return err::kAccessDenied;
@@ -129,7 +129,7 @@ err::Win32Error DeleteNativeFile(const std::string& native) {
   return err::kSuccess;
 }
 
-err::Win32Error DeleteNativeTree(const std::string& native) {
+[[nodiscard]] err::Win32Error DeleteNativeTree(const std::string& native) {
   struct stat info {};
   if (LstatBeneath(native, info) != 0) return PathError(native);
   if (!S_ISDIR(info.st_mode)) {

@@ -18,7 +18,8 @@ namespace tw::posix {
 namespace {
 
 // The names in folder except "." and "..", sorted so that copies are made in a stable order.
-err::Win32Error ListFolder(const std::string& folder, std::vector<std::string>& names) {
+[[nodiscard]] err::Win32Error ListFolder(const std::string& folder,
+                                         std::vector<std::string>& names) {
   DIR* stream = OpenFolderListingBeneath(folder);
   if (stream == nullptr) return PathError(folder);
   while (const struct dirent* item = ::readdir(stream)) {
@@ -32,7 +33,8 @@ err::Win32Error ListFolder(const std::string& folder, std::vector<std::string>& 
 
 }  // namespace
 
-err::Win32Error CopyTemplateTree(const std::string& source, const std::string& target) {
+[[nodiscard]] err::Win32Error CopyTemplateTree(const std::string& source,
+                                               const std::string& target) {
   std::vector<std::string> names;
   if (const err::Win32Error error = ListFolder(source, names); error != err::kSuccess) return error;
   for (const std::string& name : names) {

@@ -78,7 +78,7 @@ std::string ProfileList::EntryPath(const std::string& sidText) const {
   return folder_ + "/" + sidText;
 }
 
-err::Win32Error ProfileList::Reserve(const std::string& sidText, int& held) const {
+[[nodiscard]] err::Win32Error ProfileList::Reserve(const std::string& sidText, int& held) const {
   held = -1;
   if (::mkdir(folder_.c_str(), 0755) != 0 && errno != EEXIST) return Win32ErrorFromErrno(errno);
   const std::string entry = EntryPath(sidText);
@@ -108,13 +108,14 @@ err::Win32Error ProfileList::Reserve(const std::string& sidText, int& held) cons
   return err::kSharingViolation;
 }
 
-err::Win32Error ProfileList::Record(int held, const std::string& folder) {
+[[nodiscard]] err::Win32Error ProfileList::Record(int held, const std::string& folder) {
   if (::ftruncate(held, 0) != 0 || !WriteAllAtStart(held, folder + "\n") || ::fsync(held) != 0)
     return Win32ErrorFromErrno(errno);
   return err::kSuccess;
 }
 
-err::Win32Error ProfileList::Find(const std::string& sidText, std::string& folder) const {
+[[nodiscard]] err::Win32Error ProfileList::Find(const std::string& sidText,
+                                                std::string& folder) const {
   std::ifstream stream(EntryPath(sidText), std::ios::binary);
   if (!stream) return err::kFileNotFound;
   std::string text((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
@@ -124,7 +125,7 @@ err::Win32Error ProfileList::Find(const std::string& sidText, std::string& folde
   return err::kSuccess;
 }
 
-err::Win32Error ProfileList::Remove(const std::string& sidText) const {
+[[nodiscard]] err::Win32Error ProfileList::Remove(const std::string& sidText) const {
   if (::unlink(EntryPath(sidText).c_str()) == 0) return err::kSuccess;
   if (errno == ENOENT) return err::kFileNotFound;
   return Win32ErrorFromErrno(errno);

@@ -47,7 +47,7 @@ bool CanonicalSid(const wchar_t* text, std::string& canonical) {
 }
 
 // The Linux path of a setting (Linux or Windows form), made absolute.
-err::Win32Error MapSetting(const std::wstring& setting, std::string& native) {
+[[nodiscard]] err::Win32Error MapSetting(const std::wstring& setting, std::string& native) {
   if (setting.empty()) return err::kPathNotFound;
   err::Win32Error error = err::kSuccess;
   if (!ToNativePath(setting, native, error)) return error;
@@ -79,9 +79,9 @@ bool IsFolder(const std::string& native) {
   return ::stat(native.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-HResult CreateProfileFolder(const ProfileSettings& settings, const std::string& root,
-                            std::wstring_view userName, std::uint32_t cchProfilePath,
-                            std::string& folder, std::wstring& windowsPath) {
+[[nodiscard]] HResult CreateProfileFolder(const ProfileSettings& settings, const std::string& root,
+                                          std::wstring_view userName, std::uint32_t cchProfilePath,
+                                          std::string& folder, std::wstring& windowsPath) {
   for (int attempt = 0;; ++attempt) {
     const std::wstring name = ProfileFolderCandidate(userName, settings.computerName, attempt);
     if (name.empty()) return HResultFromWin32(err::kFileExists);
@@ -97,7 +97,7 @@ HResult CreateProfileFolder(const ProfileSettings& settings, const std::string& 
 
 // Makes the private folder of the default root when missing and checks that it is still
 // private: a folder, not a link, of this user's own, which no one else may write to.
-err::Win32Error EnsurePrivateFolder(const std::wstring& setting) {
+[[nodiscard]] err::Win32Error EnsurePrivateFolder(const std::wstring& setting) {
   std::string folder;
   if (const err::Win32Error error = MapSetting(setting, folder); error != err::kSuccess)
     return error;
@@ -158,7 +158,7 @@ class Reservation {
     static_cast<void>(list_.Remove(sidText_));
     ::close(fd_);
   }
-  err::Win32Error Make() { return list_.Reserve(sidText_, fd_); }
+  [[nodiscard]] err::Win32Error Make() { return list_.Reserve(sidText_, fd_); }
   int fd() const { return fd_; }
   void Keep() {
     ProcessHeldEntries().Keep(list_.EntryPath(sidText_), fd_);
@@ -180,9 +180,9 @@ bool IsThisComputer(const ProfileSettings& settings, const wchar_t* computerName
 
 }  // namespace
 
-HResult CreateUserProfile(const ProfileSettings& settings, const wchar_t* sid,
-                          const wchar_t* userName, wchar_t* profilePath,
-                          std::uint32_t cchProfilePath) {
+[[nodiscard]] HResult CreateUserProfile(const ProfileSettings& settings, const wchar_t* sid,
+                                        const wchar_t* userName, wchar_t* profilePath,
+                                        std::uint32_t cchProfilePath) {
   if (sid == nullptr || userName == nullptr || profilePath == nullptr) return hr::kInvalidArg;
   if (!IsValidUserName(userName)) return hr::kInvalidArg;
   std::string sidText;
@@ -253,8 +253,9 @@ std::wstring RegisteredProfileOf(const ProfileSettings& settings, const wchar_t*
   return ToWindowsPath(folder);
 }
 
-err::Win32Error DeleteUserProfile(const ProfileSettings& settings, const wchar_t* sid,
-                                  const wchar_t* profilePath, const wchar_t* computerName) {
+[[nodiscard]] err::Win32Error DeleteUserProfile(const ProfileSettings& settings, const wchar_t* sid,
+                                                const wchar_t* profilePath,
+                                                const wchar_t* computerName) {
   if (sid == nullptr) return err::kInvalidParameter;
   std::string sidText;
   if (!CanonicalSid(sid, sidText)) return err::kInvalidSid;

@@ -90,8 +90,8 @@ void PropagateBelow(const std::string& folder, const security::Acl* folderDacl,
 
 }  // namespace
 
-err::Win32Error PropagateInheritance(const std::string& folder,
-                                     const security::SecurityDescriptor& folderSd) {
+[[nodiscard]] err::Win32Error PropagateInheritance(const std::string& folder,
+                                                   const security::SecurityDescriptor& folderSd) {
   err::Win32Error first = err::kSuccess;
   const security::Acl* dacl = folderSd.HasDacl() && folderSd.dacl ? &*folderSd.dacl : nullptr;
   PropagateBelow(folder, dacl, first);

@@ -181,8 +181,8 @@ bool StillCurrent(const std::string& native, const samba::NtAclBlob& blob) {
 
 }  // namespace
 
-err::Win32Error LoadStoredDescriptor(const std::string& native,
-                                     std::optional<security::SecurityDescriptor>& sd) {
+[[nodiscard]] err::Win32Error LoadStoredDescriptor(
+    const std::string& native, std::optional<security::SecurityDescriptor>& sd) {
   sd.reset();
   // Most descriptors fit the first buffer, so one call reads them; a larger one is measured.
   std::array<std::uint8_t, 1024> first;  // only the bytes the call reports are read
@@ -233,7 +233,8 @@ err::Win32Error LoadStoredDescriptor(const std::string& native,
   return err::kSuccess;
 }
 
-err::Win32Error StoreDescriptor(const std::string& native, const security::SecurityDescriptor& sd) {
+[[nodiscard]] err::Win32Error StoreDescriptor(const std::string& native,
+                                              const security::SecurityDescriptor& sd) {
   struct stat info {};
   if (LstatBeneath(native, info) != 0) return Win32ErrorFromErrno(errno);
   // Links and special files keep no Windows security, as before the server's format was used.

@@ -36,9 +36,10 @@ std::optional<security::SecurityDescriptor> ParentDescriptor(const std::string& 
 
 // Places `dacl` (nothing: the NULL DACL) into `sd` as a write with `protection` does. A protected
 // DACL leaves SE_DACL_AUTO_INHERITED to the caller; an unprotected one always sets it.
-err::Win32Error PlaceDacl(const std::string& native, bool isFolder,
-                          const std::optional<security::Acl>& dacl, DaclProtection protection,
-                          security::SecurityDescriptor& sd) {
+[[nodiscard]] err::Win32Error PlaceDacl(const std::string& native, bool isFolder,
+                                        const std::optional<security::Acl>& dacl,
+                                        DaclProtection protection,
+                                        security::SecurityDescriptor& sd) {
   if (protection == DaclProtection::kKeep) {
     protection = (sd.control & security::kSeDaclProtected) != 0 ? DaclProtection::kProtected
                                                                 : DaclProtection::kUnprotected;
@@ -120,21 +121,22 @@ void ChangePosixOwner(const std::string& native, const struct stat& info,
 
 }  // namespace
 
-err::Win32Error ObjectPathError(const std::string& native, int errnum) {
+[[nodiscard]] err::Win32Error ObjectPathError(const std::string& native, int errnum) {
   if (errnum != ENOENT) return Win32ErrorFromErrno(errnum);
   const std::string parent = ParentOf(native);
   if (!IsFolderBeneath(parent)) return err::kPathNotFound;
   return err::kFileNotFound;
 }
 
-err::Win32Error StatObject(const std::string& native, struct stat& info,
-                           const NativeStatus& status) {
+[[nodiscard]] err::Win32Error StatObject(const std::string& native, struct stat& info,
+                                         const NativeStatus& status) {
   if (LstatKnown(native, status, info) != 0) return ObjectPathError(native, errno);
   return err::kSuccess;
 }
 
-err::Win32Error ReadObjectDescriptor(const std::string& native, const struct stat& info,
-                                     security::SecurityDescriptor& sd) {
+[[nodiscard]] err::Win32Error ReadObjectDescriptor(const std::string& native,
+                                                   const struct stat& info,
+                                                   security::SecurityDescriptor& sd) {
   std::optional<security::SecurityDescriptor> stored;
   const err::Win32Error error = LoadStoredDescriptor(native, stored);
   if (error != err::kSuccess) return error;
@@ -142,7 +144,8 @@ err::Win32Error ReadObjectDescriptor(const std::string& native, const struct sta
   return err::kSuccess;
 }
 
-err::Win32Error ReadObjectDescriptor(const std::string& native, security::SecurityDescriptor& sd) {
+[[nodiscard]] err::Win32Error ReadObjectDescriptor(const std::string& native,
+                                                   security::SecurityDescriptor& sd) {
   std::optional<security::SecurityDescriptor> stored;
   const err::Win32Error loaded = LoadStoredDescriptor(native, stored);
   if (loaded == err::kSuccess && stored) {
@@ -156,8 +159,9 @@ err::Win32Error ReadObjectDescriptor(const std::string& native, security::Securi
   return err::kSuccess;
 }
 
-err::Win32Error WriteObjectSecurity(const std::string& native, const SecurityWrite& write,
-                                    const NativeStatus& status) {
+[[nodiscard]] err::Win32Error WriteObjectSecurity(const std::string& native,
+                                                  const SecurityWrite& write,
+                                                  const NativeStatus& status) {
   struct stat info {};
   if (const err::Win32Error error = StatObject(native, info, status)) return error;
   if (write.writeOwner && !write.owner) return err::kInvalidOwner;
@@ -188,8 +192,8 @@ err::Win32Error WriteObjectSecurity(const std::string& native, const SecurityWri
   return err::kSuccess;
 }
 
-err::Win32Error StoreNewObjectSecurity(const std::string& native,
-                                       const security::SecurityDescriptor& given) {
+[[nodiscard]] err::Win32Error StoreNewObjectSecurity(const std::string& native,
+                                                     const security::SecurityDescriptor& given) {
   struct stat info {};
   if (const err::Win32Error error = StatObject(native, info)) return error;
   security::SecurityDescriptor sd;
@@ -213,7 +217,7 @@ err::Win32Error StoreNewObjectSecurity(const std::string& native,
   return StoreDescriptor(native, sd);
 }
 
-err::Win32Error InheritNewObjectSecurity(const std::string& native) {
+[[nodiscard]] err::Win32Error InheritNewObjectSecurity(const std::string& native) {
   struct stat info {};
   if (const err::Win32Error error = StatObject(native, info)) return error;
   return StoreDescriptor(native, ChildDescriptor(native, info, std::nullopt));

@@ -44,7 +44,8 @@ bool IsFullyQualified(std::wstring_view path) {
 
 // mkdir, then the descriptor when one is given; a descriptor that cannot be stored removes the
 // new folder again, as a creation with SECURITY_ATTRIBUTES succeeds or fails as a whole.
-err::Win32Error MakeFolder(const std::string& native, const security::SecurityDescriptor* sd) {
+[[nodiscard]] err::Win32Error MakeFolder(const std::string& native,
+                                         const security::SecurityDescriptor* sd) {
   if (posix::MakeFolderBeneath(native, 0777) != 0) {
     const int errnum = errno;
     if (errnum == EEXIST) return err::kAlreadyExists;
@@ -81,8 +82,8 @@ class PosixSecurityPort final : public SecurityPort {
     return security::UnixUserSid(static_cast<std::uint32_t>(::geteuid()));
   }
 
-  err::Win32Error ReadNamedSecurity(std::wstring_view path,
-                                    security::SecurityDescriptor& sd) override {
+  [[nodiscard]] err::Win32Error ReadNamedSecurity(std::wstring_view path,
+                                                  security::SecurityDescriptor& sd) override {
     return posix::OnExistingObject(path, [&sd](const std::string& native) {
       security::SecurityDescriptor whole;
       const err::Win32Error error = posix::ReadObjectDescriptor(native, whole);
@@ -91,13 +92,14 @@ class PosixSecurityPort final : public SecurityPort {
     });
   }
 
-  err::Win32Error ReadOpenedObjectSecurity(FileHandle handle, std::wstring_view path,
-                                           security::SecurityDescriptor& sd) override {
+  [[nodiscard]] err::Win32Error ReadOpenedObjectSecurity(
+      FileHandle handle, std::wstring_view path, security::SecurityDescriptor& sd) override {
     if (handle == kInvalidFileHandle) return err::kInvalidHandle;
     return ReadNamedSecurity(path, sd);
   }
 
-  err::Win32Error WriteNamedSecurity(std::wstring_view path, const SecurityWrite& write) override {
+  [[nodiscard]] err::Win32Error WriteNamedSecurity(std::wstring_view path,
+                                                   const SecurityWrite& write) override {
     if (write.RequestsNothing()) return err::kSuccess;
     std::string native;
     err::Win32Error error = err::kSuccess;
@@ -109,8 +111,8 @@ class PosixSecurityPort final : public SecurityPort {
   // Linux has no call that writes the whole stored security through a descriptor, so the write
   // goes through the name, and only while the name still names the object the handle holds (the
   // same device and inode): an object put in its place after the open is never written.
-  err::Win32Error WriteOpenedObjectSecurity(FileHandle handle, std::wstring_view path,
-                                            const SecurityWrite& write) override {
+  [[nodiscard]] err::Win32Error WriteOpenedObjectSecurity(FileHandle handle, std::wstring_view path,
+                                                          const SecurityWrite& write) override {
     struct stat opened {};
     if (handle == kInvalidFileHandle || !posix::StatOpenFile(handle, opened)) {
       return err::kInvalidHandle;
@@ -128,8 +130,8 @@ class PosixSecurityPort final : public SecurityPort {
     return posix::WriteObjectSecurity(native, write, status);
   }
 
-  err::Win32Error CreateFolderWithSecurity(std::wstring_view path,
-                                           const security::SecurityDescriptor* sd) override {
+  [[nodiscard]] err::Win32Error CreateFolderWithSecurity(
+      std::wstring_view path, const security::SecurityDescriptor* sd) override {
     std::string native;
     err::Win32Error error = err::kSuccess;
     if (!posix::ToNativePathForCreation(path, native, error)) return error;
@@ -140,8 +142,8 @@ class PosixSecurityPort final : public SecurityPort {
   // (every folder the call creates gets it, as SHCreateDirectoryExW hands the same attributes
   // to each creation). A file in place of the last folder gives kFileExists; one on the way
   // kPathNotFound.
-  err::Win32Error CreateFolderPathWithSecurity(std::wstring_view path,
-                                               const security::SecurityDescriptor* sd) override {
+  [[nodiscard]] err::Win32Error CreateFolderPathWithSecurity(
+      std::wstring_view path, const security::SecurityDescriptor* sd) override {
     if (!IsFullyQualified(path)) return err::kBadPathname;
     if (path.size() >= kMaxCreatePathLength) return err::kFilenameExcedRange;
     std::string native;
@@ -171,8 +173,8 @@ class PosixSecurityPort final : public SecurityPort {
   }
 
   // O_NOFOLLOW: a symbolic link in the file's place is refused, never written through.
-  err::Win32Error CreateFileWithSecurity(std::wstring_view path, bool failIfExists,
-                                         const security::SecurityDescriptor* sd) override {
+  [[nodiscard]] err::Win32Error CreateFileWithSecurity(
+      std::wstring_view path, bool failIfExists, const security::SecurityDescriptor* sd) override {
     std::string native;
     err::Win32Error error = err::kSuccess;
     if (!posix::ToNativePath(path, native, error)) return error;
