@@ -33,12 +33,12 @@ class Win32SurveyPort final : public SurveyPort {
     HANDLE file = ::CreateFileW(name.c_str(), GENERIC_READ,
                                 FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                 OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return ::GetLastError();
+    if (file == INVALID_HANDLE_VALUE) return err::Win32Error{::GetLastError()};
     BY_HANDLE_FILE_INFORMATION info{};
     if (!::GetFileInformationByHandle(file, &info) ||
         (info.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)) != 0) {
       ::CloseHandle(file);
-      return ERROR_FILE_NOT_FOUND;
+      return err::kFileNotFound;
     }
     bytes.resize(count);
     std::size_t done = 0;
@@ -50,7 +50,7 @@ class Win32SurveyPort final : public SurveyPort {
     }
     ::CloseHandle(file);
     bytes.resize(done);
-    return ERROR_SUCCESS;
+    return err::kSuccess;
   }
 
   std::wstring AccountNameOf(const security::Sid& sid) override {
