@@ -131,6 +131,25 @@ std::string ProfileList::EntryPath(const std::string& sidText) const {
   return Win32ErrorFromErrno(errno);
 }
 
+bool ProfileList::RecordsFolder(const std::string& folder) const {
+  DIR* stream = ::opendir(folder_.c_str());
+  if (stream == nullptr) return false;
+  const std::string recorded = folder + "\n";
+  bool found = false;
+  while (const struct dirent* item = ::readdir(stream)) {
+    const std::string name(item->d_name);
+    if (name == "." || name == "..") continue;
+    const int fd =
+        ::openat(::dirfd(stream), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) continue;
+    found = ReadEntry(fd) == recorded;
+    ::close(fd);
+    if (found) break;
+  }
+  ::closedir(stream);
+  return found;
+}
+
 void ProfileList::RemoveAbandoned() const {
   std::vector<std::string> names;
   if (DIR* stream = ::opendir(folder_.c_str())) {

@@ -55,6 +55,11 @@ class ProfileList {
   // go the same way.
   void RemoveAbandoned() const;
 
+  // Whether any entry, held or not, records `folder`. Its owner deletes that folder by name when
+  // it deletes its profile, so a folder of that name must not be made for another profile in
+  // the meantime (another run's profile would be deleted under it).
+  bool RecordsFolder(const std::string& folder) const;
+
   std::string EntryPath(const std::string& sidText) const;
 
  private:

@@ -79,14 +79,18 @@ bool IsFolder(const std::string& native) {
   return ::stat(native.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-[[nodiscard]] HResult CreateProfileFolder(const ProfileSettings& settings, const std::string& root,
-                                          std::wstring_view userName, std::uint32_t cchProfilePath,
-                                          std::string& folder, std::wstring& windowsPath) {
+[[nodiscard]] HResult CreateProfileFolder(const ProfileSettings& settings, const ProfileList& list,
+                                          const std::string& root, std::wstring_view userName,
+                                          std::uint32_t cchProfilePath, std::string& folder,
+                                          std::wstring& windowsPath) {
   for (int attempt = 0;; ++attempt) {
     const std::wstring name = ProfileFolderCandidate(userName, settings.computerName, attempt);
     if (name.empty()) return HResultFromWin32(err::kFileExists);
     if (HasEntryNoCase(root, name)) continue;
     folder = root + (root == "/" ? "" : "/") + WideToUtf8(name);
+    // A name another profile's entry still records is taken: its owner may have emptied the
+    // folder already but deletes it by name once more when it deletes its profile.
+    if (list.RecordsFolder(folder)) continue;
     windowsPath = ToWindowsPath(folder);
     if (windowsPath.size() + 1 > cchProfilePath) return HResultFromWin32(err::kInsufficientBuffer);
     const err::Win32Error error = MakeNativeFolder(folder);
@@ -223,7 +227,7 @@ bool IsThisComputer(const ProfileSettings& settings, const wchar_t* computerName
   std::string folder;
   std::wstring windowsPath;
   const HResult made =
-      CreateProfileFolder(settings, root, userName, cchProfilePath, folder, windowsPath);
+      CreateProfileFolder(settings, list, root, userName, cchProfilePath, folder, windowsPath);
   if (Failed(made)) return made;
 
   err::Win32Error error = ProfileList::Record(reservation.fd(), folder);

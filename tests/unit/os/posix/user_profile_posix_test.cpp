@@ -243,6 +243,25 @@ TEST_F(UserProfilePosixTest, DeleteSucceedsWhenTheCallerRemovedTheFolderFirst) {
   EXPECT_FALSE(fs::exists(root_ / "[ProfileList]" / kSidText));
 }
 
+// Two runs at once, one profile each for the same user name: the first run empties its folder
+// and then deletes its profile. A second profile made in between must not get the emptied
+// folder's name, or the first run's delete would take the second run's profile with it.
+TEST_F(UserProfilePosixTest, ANameStillRecordedByAnotherProfileIsNotReused) {
+  ASSERT_EQ(Create(kSid), hr::kOk);
+  const std::wstring first = Path();
+  fs::remove_all(root_ / "_tarnwick_");
+  ASSERT_EQ(Create(kOtherSid), hr::kOk);
+  const fs::path second = root_ / "_tarnwick_.TESTPC";
+  EXPECT_EQ(Path(), WindowsPathOf(second));
+  EXPECT_FALSE(fs::exists(root_ / "_tarnwick_"));
+  EXPECT_EQ(DeleteUserProfile(settings_, kSid, first.c_str(), nullptr), err::kSuccess);
+  EXPECT_EQ(testing::ReadWholeFile(second / "ntuser.dat"), "user hive");
+  // Once the first profile's entry is gone, its name is free again.
+  ASSERT_EQ(DeleteUserProfile(settings_, kOtherSid, nullptr, nullptr), err::kSuccess);
+  ASSERT_EQ(Create(kSid), hr::kOk);
+  EXPECT_EQ(Path(), WindowsPathOf(root_ / "_tarnwick_"));
+}
+
 TEST_F(UserProfilePosixTest, DeleteWithoutAPathTakesTheRegisteredOne) {
   ASSERT_EQ(Create(kSid), hr::kOk);
   EXPECT_EQ(DeleteUserProfile(settings_, kSid, nullptr, nullptr), err::kSuccess);
