@@ -6,6 +6,8 @@
 #include "base/shell_path.h"
 #include "migration/migration_context.h"
 #include "migration/migration_settings.h"
+#include "ports/file_system.h"
+#include "ports/security_port.h"
 #include "profile/target_profile.h"
 #include "registry/hive_migration.h"
 #include "run/run_flow.h"
@@ -180,6 +182,15 @@ std::vector<const SurveyRow*> SourcesOf(const SurveyResult& result, Mode mode) {
   for (const SurveyRow& row : result.rows)
     if (row.kind == SourceKindOf(mode)) sources.push_back(&row);
   return sources;
+}
+
+std::wstring TargetPathOf(const std::wstring& source, Mode mode, const std::wstring& targetRoot) {
+  MigrationSettings settings;
+  settings.targetPath = targetRoot;
+  MigrationContext context{&settings, ProcessFileSystem(), ProcessSecurityPort(), g_offreg};
+  std::wstring target;
+  if (GetTargetPath(context, source, target, TargetVersionOf(mode)) != hr::kOk) return {};
+  return target;
 }
 
 }  // namespace tw::survey

@@ -38,6 +38,10 @@ struct SurveyServices {
 // Surveys one folder (the row of SurveyShare for it).
 SurveyRow SurveyFolder(const SurveyServices& services, const std::wstring& folderPath);
 
+// The target tarnwick makes for the profile at `source` in `mode`, by the tool's own naming
+// (GetTargetPath), under `targetRoot` when it is not empty; empty when it can make none.
+std::wstring TargetPathOf(const std::wstring& source, Mode mode, const std::wstring& targetRoot);
+
 // The rows that a batch of `mode` would run: folders of the mode's source kind, in order.
 std::vector<const SurveyRow*> SourcesOf(const SurveyResult& result, Mode mode);
 
