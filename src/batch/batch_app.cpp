@@ -178,7 +178,7 @@ int BatchMain(const std::vector<std::string>& arguments, const BatchSystem& syst
   LogFollower log(system.programLogFile(settings.tarnwick, false),
                   system.programLogFile(settings.tarnwick, true));
   ProgressDisplay display(plan, system.standardOutputIsTerminal(), Print);
-  BatchRunner runner(system.launcher, log, settings);
+  BatchRunner runner(system.launcher, log, settings, &system.readAhead);
   const std::vector<ProfileRun> runs = runner.Run(plan, display, [&display, &system] {
     const int interrupts = system.interruptCount();
     display.NoteInterrupts(interrupts);

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ports/child_process.h"
+#include "ports/read_ahead.h"
 #include "ports/survey_port.h"
 
 namespace tw::batch {
@@ -20,6 +21,8 @@ inline constexpr int kExitBadUsage = 2;    // bad command line, no tool to run, 
 struct BatchSystem {
   ChildProcessLauncher& launcher;
   SurveyPort& survey;
+  // Reads the next profiles in line ahead of their runs.
+  ReadAheadPort& readAhead;
   // The running program's own file (its folder holds the programs the build made beside it).
   std::filesystem::path (*ownProgramFile)();
   // The log file the tool at `program` writes; `previous` names the rotated log instead.

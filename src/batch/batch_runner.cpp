@@ -4,12 +4,22 @@
 #include <chrono>
 #include <condition_variable>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <thread>
 
+#include "base/text_encoding.h"
+#include "batch/read_ahead_queue.h"
+
 namespace tw::batch {
 namespace {
+
+// How far the sources are read ahead of the runs: this many profiles per run at once (and two
+// more), by two walks at once. Enough for the disk to keep busy while runs work on the cache;
+// little enough that what is read ahead is still cached when its run comes.
+constexpr std::size_t kReadAheadPerJob = 2;
+constexpr unsigned kReadAheadWalks = 2;
 
 // The state the workers share with the scheduling thread.
 struct Shared {
@@ -26,10 +36,12 @@ struct Shared {
 // reads its child's output and collects its log entries.
 class BatchRun {
  public:
-  BatchRun(ChildProcessLauncher& launcher, LogFollower& log, const RunSettings& settings,
-           const std::vector<PlannedProfile>& plan, RunObserver& observer)
+  BatchRun(ChildProcessLauncher& launcher, LogFollower& log, ReadAheadPort* readAhead,
+           const RunSettings& settings, const std::vector<PlannedProfile>& plan,
+           RunObserver& observer)
       : launcher_(launcher),
         log_(log),
+        readAhead_(readAhead),
         settings_(settings),
         plan_(plan),
         observer_(observer),
@@ -37,9 +49,13 @@ class BatchRun {
 
   std::vector<ProfileRun> Run(const std::function<bool()>& stopRequested) {
     std::vector<std::size_t> pending = TellUnrunnable();
+    StartReadingAhead(pending);
     std::unique_lock<std::mutex> hold(shared_.lock);
     bool stopped = false;
     while (!pending.empty() && !(stopped = stopRequested())) StartNext(pending, hold);
+    hold.unlock();
+    queue_.reset();  // every run started, or none will be: nothing more to read ahead
+    hold.lock();
     while (shared_.active > 0) {
       shared_.changed.wait_for(hold, std::chrono::milliseconds(200));
       stopped = stopRequested() || stopped;  // asked again only to let it tell about interrupts
@@ -70,6 +86,16 @@ class BatchRun {
     return pending;
   }
 
+  // Reads the sources of the pending entries ahead of their runs, the next few in line at a time.
+  void StartReadingAhead(const std::vector<std::size_t>& pending) {
+    if (readAhead_ == nullptr || pending.empty()) return;
+    std::vector<std::wstring> sources;
+    sources.reserve(pending.size());
+    for (const std::size_t index : pending) sources.push_back(Utf8ToWide(plan_[index].source));
+    queue_ = std::make_unique<ReadAheadQueue>(*readAhead_, std::move(sources),
+                                              kReadAheadPerJob * settings_.jobs + 2, kReadAheadWalks);
+  }
+
   // Starts the first pending entry whose owner has no run going, or waits a while when none
   // may start (lock held).
   void StartNext(std::vector<std::size_t>& pending, std::unique_lock<std::mutex>& hold) {
@@ -91,6 +117,7 @@ class BatchRun {
     std::unique_ptr<ChildProcess> child =
         launcher_.Start(settings_.tarnwick, run.command, run.startError);
     observer_.Started(index);
+    if (queue_ != nullptr) queue_->RunStarted();
     if (child == nullptr) {
       Judge(run);
       observer_.Finished(index, run);
@@ -138,25 +165,28 @@ class BatchRun {
 
   ChildProcessLauncher& launcher_;
   LogFollower& log_;
+  ReadAheadPort* readAhead_;
   const RunSettings& settings_;
   const std::vector<PlannedProfile>& plan_;
   RunObserver& observer_;
   std::vector<ProfileRun> runs_;
   Shared shared_;
   std::vector<std::thread> workers_;
+  std::unique_ptr<ReadAheadQueue> queue_;
 };
 
 }  // namespace
 
-BatchRunner::BatchRunner(ChildProcessLauncher& launcher, LogFollower& log, RunSettings settings)
-    : launcher_(launcher), log_(log), settings_(std::move(settings)) {
+BatchRunner::BatchRunner(ChildProcessLauncher& launcher, LogFollower& log, RunSettings settings,
+                         ReadAheadPort* readAhead)
+    : launcher_(launcher), log_(log), readAhead_(readAhead), settings_(std::move(settings)) {
   if (settings_.jobs == 0) settings_.jobs = 1;
 }
 
 std::vector<ProfileRun> BatchRunner::Run(const std::vector<PlannedProfile>& plan,
                                          RunObserver& observer,
                                          const std::function<bool()>& stopRequested) {
-  return BatchRun(launcher_, log_, settings_, plan, observer).Run(stopRequested);
+  return BatchRun(launcher_, log_, readAhead_, settings_, plan, observer).Run(stopRequested);
 }
 
 }  // namespace tw::batch

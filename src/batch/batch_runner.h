@@ -13,6 +13,7 @@
 #include "batch/log_entries.h"
 #include "batch/profile_run.h"
 #include "ports/child_process.h"
+#include "ports/read_ahead.h"
 
 namespace tw::batch {
 
@@ -38,7 +39,10 @@ struct RunSettings {
 
 class BatchRunner {
  public:
-  BatchRunner(ChildProcessLauncher& launcher, LogFollower& log, RunSettings settings);
+  // With a read-ahead port, the sources of the next runs in line are read ahead of them
+  // (read_ahead_queue.h).
+  BatchRunner(ChildProcessLauncher& launcher, LogFollower& log, RunSettings settings,
+              ReadAheadPort* readAhead = nullptr);
 
   // One ProfileRun per entry of `plan`, in its order. Entries that are not runnable, and those
   // not started because of a stop, get UnrunProfile's outcome.
@@ -48,6 +52,7 @@ class BatchRunner {
  private:
   ChildProcessLauncher& launcher_;
   LogFollower& log_;
+  ReadAheadPort* readAhead_;
   RunSettings settings_;
 };
 

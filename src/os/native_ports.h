@@ -14,6 +14,7 @@
 #include "ports/file_system.h"
 #include "ports/module_loader.h"
 #include "ports/network_port.h"
+#include "ports/read_ahead.h"
 #include "ports/process_ports.h"
 #include "ports/security_port.h"
 #include "ports/survey_port.h"
@@ -35,6 +36,8 @@ SurveyPort& NativeSurveyPort();
 // The companion programs' own system services (tarnwick-batch hands them to its library).
 // The launcher of the real system.
 ChildProcessLauncher& NativeChildLauncher();
+// The read-ahead of the real system.
+ReadAheadPort& NativeReadAheadPort();
 
 // The running program's own file (its folder holds the programs the build made beside it).
 std::filesystem::path OwnProgramFile();

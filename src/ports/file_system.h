@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/win32_error.h"
 
@@ -184,6 +185,16 @@ class FileSystem {
 
   // FindClose(search). A search that is not running gives kInvalidHandle.
   [[nodiscard]] virtual err::Win32Error CloseSearch(SearchHandle search) = 0;
+
+  // A quick listing of the folder at path, for walks of whole trees (an addition to the Windows
+  // calls above): its entries without "." and "..", in the file system's order, each with its
+  // name, its size (files only) and, of the attributes, only kReparsePoint (a link, a junction or
+  // anything that is neither a file nor a folder), else kDirectory, else kNormal; times are 0.
+  // Nothing but the listing and at most one look at each entry is read. Gives kSuccess (no
+  // entries for an empty folder) or FindFirstEntry's error for the folder. The default lists
+  // through FindFirstEntry; the POSIX adapter reads no stored attributes.
+  [[nodiscard]] virtual err::Win32Error ListFolder(std::wstring_view path,
+                                                   std::vector<FindEntry>& entries);
 
   // GetFileAttributesW(path): on success attributes holds the FILE_ATTRIBUTE_* bits; on failure
   // file_attr::kInvalid, with kFileNotFound / kPathNotFound for what is missing.

@@ -29,7 +29,8 @@ struct WalkFacts {
   std::map<std::wstring, bool, NoCaseLess> links;  // entries of the folder itself that are links
 };
 
-// Walks folder's tree with one directory search per folder and no other look at any entry:
+// Walks folder's tree with one quick listing per folder (FileSystem::ListFolder), which looks at
+// each entry at most once and reads no stored attribute:
 // counts files and bytes into row, and records as the copy of the migration would meet them: names
 // that differ from an earlier one only in case (case_twins.h), items whose path or whose target
 // path (the same relative path below targetFolder) does not fit MAX_PATH, and folders that cannot

@@ -1,6 +1,8 @@
 #include "survey/survey_scan.h"
 
 #include <algorithm>
+#include <atomic>
+#include <thread>
 
 #include "base/format.h"
 #include "base/shell_path.h"
@@ -92,6 +94,25 @@ void AddRefusals(SurveyRow& row) {
     row.wouldFail.push_back(L"UsrClass.dat is corrupt: " + row.usrClass.reason);
 }
 
+// Surveys folders, up to services.parallelFolders at once, appending their rows.
+void SurveyFolders(const SurveyServices& services, const std::vector<std::wstring>& folders,
+                   std::vector<SurveyRow>& rows) {
+  std::vector<SurveyRow> surveyed(folders.size());
+  std::atomic<std::size_t> next{0};
+  const auto work = [&]() {
+    for (std::size_t index = next++; index < folders.size(); index = next++)
+      surveyed[index] = SurveyFolder(services, folders[index]);
+  };
+  const std::size_t helpers =
+      std::min<std::size_t>(std::max(services.parallelFolders, 1U), folders.size() + 1) - 1;
+  std::vector<std::thread> threads;
+  threads.reserve(helpers);
+  for (std::size_t i = 0; i < helpers; ++i) threads.emplace_back(work);
+  work();
+  for (std::thread& thread : threads) thread.join();
+  for (SurveyRow& row : surveyed) rows.push_back(std::move(row));
+}
+
 }  // namespace
 
 SurveyRow SurveyFolder(const SurveyServices& services, const std::wstring& folderPath) {
@@ -159,6 +180,7 @@ SurveyRow SurveyFolder(const SurveyServices& services, const std::wstring& folde
       if (!IsDotEntry(entry.name)) entries.emplace_back(entry.name, entry.attributes);
     } while (services.files.FindNextEntry(search, entry) == err::kSuccess);
   }
+  std::vector<std::wstring> folders;
   for (const auto& [name, attributes] : entries) {
     if ((attributes & file_attr::kReparsePoint) != 0) {
       SurveyRow row;
@@ -168,9 +190,9 @@ SurveyRow SurveyFolder(const SurveyServices& services, const std::wstring& folde
       result.rows.push_back(std::move(row));
       continue;
     }
-    if ((attributes & file_attr::kDirectory) == 0) continue;
-    result.rows.push_back(SurveyFolder(services, root + L"\\" + name));
+    if ((attributes & file_attr::kDirectory) != 0) folders.push_back(root + L"\\" + name);
   }
+  SurveyFolders(services, folders, result.rows);
   std::sort(result.rows.begin(), result.rows.end(), [](const SurveyRow& a, const SurveyRow& b) {
     return CompareNoCase(a.name, b.name) < 0;
   });

@@ -1,6 +1,7 @@
 // The survey of a share: one row per folder of the share (or of the parent folder) that a UNC
 // path names, read without changing anything and without following any link. Each entry is
-// stat-ed once (by its directory search), hives are judged by their base blocks only.
+// looked at once at most (a quick listing of its folder), hives are judged by their base blocks;
+// the folders of a share are surveyed several at once.
 #pragma once
 
 #include <string>
@@ -26,6 +27,9 @@ struct SurveyServices {
   // Whether each clean profile's ntuser.dat is opened to find special folders redirected to UNC
   // paths (the only look past a hive's base block).
   bool readRedirects = true;
+  // How many folders of a share are surveyed at once. A walk waits mostly for the disk to bring
+  // in directories and inodes, so several at once pay even on one core.
+  unsigned parallelFolders = 8;
 };
 
 // Surveys the folders under sharePath (a UNC path of a share or of a parent folder), or

@@ -1,4 +1,5 @@
 #include <string>
+#include <vector>
 
 #include "base/format.h"
 #include "base/shell_path.h"
@@ -7,8 +8,6 @@
 
 namespace tw::survey {
 namespace {
-
-bool IsDotEntry(const std::wstring& name) { return name == L"." || name == L".."; }
 
 struct Walker {
   FileSystem& files;
@@ -19,25 +18,22 @@ struct Walker {
 
   void Walk(const std::wstring& folder, const std::wstring& target) {
     const bool keepFiles = EqualsNoCase(folder, root) || EqualsNoCase(folder, classesFolder);
+    // The copy searches "<folder>\*": a folder whose pattern does not fit is not copied.
     std::wstring pattern;
     if (!PathCombineW(pattern, folder, L"*")) {
       row.longPaths.push_back(folder);
       return;
     }
-    SearchHandle search = kInvalidSearchHandle;
-    FindEntry entry;
-    const err::Win32Error error = files.FindFirstEntry(pattern, search, entry);
+    std::vector<FindEntry> entries;
+    const err::Win32Error error = files.ListFolder(folder, entries);
     if (error != err::kSuccess) {
       if (error != err::kFileNotFound) {
         row.unreadable.push_back(Format(L"%s (error %u)", folder, error));
       }
       return;
     }
-    const UniqueSearchHandle searching(files, search);
     CaseTwins names;
-    err::Win32Error next = err::kSuccess;
-    for (; next == err::kSuccess; next = files.FindNextEntry(search, entry)) {
-      if (IsDotEntry(entry.name)) continue;
+    for (const FindEntry& entry : entries) {
       if ((entry.attributes & file_attr::kReparsePoint) != 0) {
         // Never followed, never copied.
         if (keepFiles) facts.links[folder + L"\\" + entry.name] = true;
@@ -61,9 +57,6 @@ struct Walker {
       ++row.files;
       row.bytes += entry.size;
       if (keepFiles) facts.files[item] = entry.size;
-    }
-    if (next != err::kNoMoreFiles) {
-      row.unreadable.push_back(Format(L"%s (error %u)", folder, next));
     }
   }
 };

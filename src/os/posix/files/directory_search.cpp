@@ -24,10 +24,12 @@ class DirectoryStream {
   explicit DirectoryStream(DIR* stream) : stream_(stream) {}
   DirectoryStream(const DirectoryStream&) = delete;
   DirectoryStream& operator=(const DirectoryStream&) = delete;
-  ~DirectoryStream() {
-    if (stream_ != nullptr) ::closedir(stream_);
-  }
+  ~DirectoryStream() { reset(nullptr); }
   DIR* get() const { return stream_; }
+  void reset(DIR* stream) {
+    if (stream_ != nullptr) ::closedir(stream_);
+    stream_ = stream;
+  }
 
  private:
   DIR* stream_;
@@ -65,6 +67,53 @@ void AddEntry(const std::string& native, std::wstring name, std::vector<FindEntr
   entries.push_back(std::move(entry));
 }
 
+// Opens the folder that path names (the current folder when path is empty) for a listing,
+// never through a symbolic link; folder becomes its native path.
+[[nodiscard]] err::Win32Error OpenFolderStream(std::wstring_view path, std::string& folder,
+                                               DirectoryStream& stream) {
+  folder = ".";
+  int fd = -1;
+  const auto open = [&folder, &fd](const std::string& native) {
+    folder = native;
+    fd = OpenBeneath(folder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    return fd < 0 ? OpenFolderError(folder, errno) : err::kSuccess;
+  };
+  const err::Win32Error opened = path.empty() ? open(folder) : OnExistingObject(path, open);
+  if (opened != err::kSuccess) return opened;
+  stream.reset(::fdopendir(fd));
+  if (stream.get() == nullptr) {
+    const int errnum = errno;
+    ::close(fd);
+    return Win32ErrorFromErrno(errnum);
+  }
+  return err::kSuccess;
+}
+
+// A quick listing's entry for name in the folder of stream; false when it is gone since readdir.
+bool ListedEntry(DIR* stream, const struct dirent& item, std::wstring name, FindEntry& entry) {
+  entry = FindEntry{};
+  entry.name = std::move(name);
+  if (item.d_type == DT_DIR) {
+    entry.attributes = file_attr::kDirectory;
+    return true;
+  }
+  if (item.d_type != DT_REG && item.d_type != DT_UNKNOWN) {
+    entry.attributes = file_attr::kReparsePoint;
+    return true;
+  }
+  struct stat info {};
+  if (::fstatat(::dirfd(stream), item.d_name, &info, AT_SYMLINK_NOFOLLOW) != 0) return false;
+  if (S_ISDIR(info.st_mode)) {
+    entry.attributes = file_attr::kDirectory;
+  } else if (S_ISREG(info.st_mode)) {
+    entry.attributes = file_attr::kNormal;
+    entry.size = static_cast<std::uint64_t>(info.st_size);
+  } else {
+    entry.attributes = file_attr::kReparsePoint;
+  }
+  return true;
+}
+
 }  // namespace
 
 [[nodiscard]] err::Win32Error CollectSearchEntries(std::wstring_view pattern,
@@ -72,22 +121,11 @@ void AddEntry(const std::string& native, std::wstring name, std::vector<FindEntr
   entries.clear();
   const SearchPatternParts parts = SplitSearchPattern(pattern);
   if (parts.name.empty()) return err::kFileNotFound;
-  std::string folder = ".";
-  int fd = -1;
-  const auto open = [&folder, &fd](const std::string& native) {
-    folder = native;
-    fd = OpenBeneath(folder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    return fd < 0 ? OpenFolderError(folder, errno) : err::kSuccess;
-  };
-  const err::Win32Error opened =
-      parts.folder.empty() ? open(folder) : OnExistingObject(parts.folder, open);
-  if (opened != err::kSuccess) return opened;
-  DirectoryStream stream(::fdopendir(fd));
-  if (stream.get() == nullptr) {
-    const int errnum = errno;
-    ::close(fd);
-    return Win32ErrorFromErrno(errnum);
-  }
+  std::string folder;
+  DirectoryStream stream(nullptr);
+  if (const err::Win32Error opened = OpenFolderStream(parts.folder, folder, stream);
+      opened != err::kSuccess)
+    return opened;
 
   if (folder != "/") {
     if (MatchesSearchPattern(parts.name, L".")) AddEntry(folder, L".", entries);
@@ -111,6 +149,27 @@ void AddEntry(const std::string& native, std::wstring name, std::vector<FindEntr
     AddEntry(child, std::move(name), entries);
   }
   return entries.empty() ? err::kFileNotFound : err::kSuccess;
+}
+
+[[nodiscard]] err::Win32Error ListFolderEntries(std::wstring_view path,
+                                                std::vector<FindEntry>& entries) {
+  entries.clear();
+  std::string folder;
+  DirectoryStream stream(nullptr);
+  if (const err::Win32Error opened = OpenFolderStream(path, folder, stream);
+      opened != err::kSuccess)
+    return opened;
+  for (;;) {
+    errno = 0;
+    const struct dirent* item = ::readdir(stream.get());
+    if (item == nullptr) return errno != 0 ? Win32ErrorFromErrno(errno) : err::kSuccess;
+    const std::string_view native(item->d_name);
+    if (native == "." || native == "..") continue;
+    std::wstring name = Utf8ToWide(native);
+    if (!IsPlainWindowsName(name)) continue;
+    FindEntry entry;
+    if (ListedEntry(stream.get(), *item, std::move(name), entry)) entries.push_back(std::move(entry));
+  }
 }
 
 }  // namespace tw::posix

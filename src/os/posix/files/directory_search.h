@@ -19,4 +19,11 @@ namespace tw::posix {
 [[nodiscard]] err::Win32Error CollectSearchEntries(std::wstring_view pattern,
                                                    std::vector<FindEntry>& entries);
 
+// FileSystem::ListFolder over a Linux folder: the entries of the folder that path (Windows form)
+// names, never entered through a symbolic link, with the same names left out as above. Each
+// entry's type comes from the listing where it tells one, else from one lstat; the size from one
+// lstat of each file. No stored attribute is read.
+[[nodiscard]] err::Win32Error ListFolderEntries(std::wstring_view path,
+                                                std::vector<FindEntry>& entries);
+
 }  // namespace tw::posix

@@ -306,6 +306,11 @@ class PosixFileSystem final : public FileSystem {
     return err::kSuccess;
   }
 
+  [[nodiscard]] err::Win32Error ListFolder(std::wstring_view path,
+                                           std::vector<FindEntry>& entries) override {
+    return posix::ListFolderEntries(path, entries);
+  }
+
   [[nodiscard]] err::Win32Error CloseSearch(SearchHandle search) override {
     const std::lock_guard<std::mutex> guard(mutex_);
     return searches_.erase(search) == 1 ? err::kSuccess : err::kInvalidHandle;

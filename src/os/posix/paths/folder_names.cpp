@@ -10,6 +10,7 @@
 #include "base/text_encoding.h"
 #include "base/wide_string.h"
 #include "os/posix/paths/beneath_path.h"
+#include "os/posix/paths/case_memo.h"
 
 namespace tw::posix {
 namespace {
@@ -167,6 +168,7 @@ void NoteNameCreated(const std::string& native) { ProcessListings().Created(nati
 
 void NoteNameRemoved(const std::string& native) {
   ProcessListings().Removed(native);
+  ForgetCaseResolutions();  // what a name was resolved to may be gone
   ForgetBeneathFolders();  // a folder kept open may be the one removed
 }
 

@@ -6,6 +6,7 @@
 
 #include "base/text_encoding.h"
 #include "os/posix/paths/beneath_path.h"
+#include "os/posix/paths/case_memo.h"
 #include "os/posix/paths/folder_names.h"
 #include "os/posix/paths/unc_path.h"
 
@@ -109,6 +110,7 @@ std::string ResolveByWalk(const std::string& native) {
           resolving = false;  // the rest does not exist: kept as given
         } else {
           candidate = Join(resolved, other);
+          RememberCaseResolution(native.substr(0, end), candidate);
         }
       }
     }
@@ -125,6 +127,8 @@ std::string ResolveNameCase(const std::string& native, NativeStatus* status) {
   if (native.empty()) return native;
   std::string resolved;
   if (ResolveAsGiven(native, status, resolved)) return resolved;
+  const std::string remembered = ApplyCaseResolution(native);
+  if (!remembered.empty() && ResolveAsGiven(remembered, status, resolved)) return resolved;
   return ResolveByWalk(native);
 }
 
