@@ -37,7 +37,10 @@ err::Win32Error FakeSecurityPort::Failure(SecurityOp op, std::wstring_view path)
 }
 
 err::Win32Error FakeSecurityPort::Enter(SecurityOp op, std::wstring_view path) {
-  ++calls_[op];
+  {
+    const std::lock_guard<std::mutex> hold(callsMutex_);  // reads may come from several threads
+    ++calls_[op];
+  }
   return Failure(op, path);
 }
 

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <map>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -108,6 +109,7 @@ class FakeSecurityPort : public SecurityPort {
 
   std::map<std::wstring, security::SecurityDescriptor, std::less<>> objects_;
   std::map<std::pair<SecurityOp, std::wstring>, err::Win32Error> failures_;
+  std::mutex callsMutex_;
   std::map<SecurityOp, int> calls_;
   std::vector<std::wstring> privilegeCalls_;
   std::vector<std::pair<std::wstring, SecurityWrite>> writes_;

@@ -175,5 +175,27 @@ TEST_F(SurveyScanTest, JsonAndCsvCarryTheRows) {
   EXPECT_EQ(TotalsOf(result, std::nullopt).v1, 2u);
 }
 
+TEST_F(SurveyScanTest, SeveralFoldersAtOnceGiveTheRowsOfOneAtATime) {
+  for (int i = 0; i < 40; ++i) {
+    const std::wstring name = L"user" + std::to_wstring(i) + (i % 3 == 1 ? L".V2" : L"");
+    if (i % 7 == 3) {
+      AddProfile(name, "not a hive");
+    } else if (i % 11 == 5) {
+      files.AddFolder(std::wstring(kShare) + L"\\" + name + L"\\Documents");
+    } else {
+      AddProfile(name);
+      files.SetFile(std::wstring(kShare) + L"\\" + name + L"\\a.txt", std::string(i, 'a'));
+    }
+  }
+  files.AddReparsePoint(std::wstring(kShare) + L"\\link", true);
+  services.parallelFolders = 1;
+  const std::string one = SurveyJson(Survey(), std::nullopt);
+  services.parallelFolders = 8;
+  const SurveyResult several = Survey();
+  EXPECT_EQ(several.rows.size(), 41u);
+  EXPECT_EQ(SurveyJson(several, std::nullopt), one);
+  EXPECT_EQ(TotalsOf(several, std::nullopt).v2, 12u);  // user16.V2 holds no ntuser.dat
+}
+
 }  // namespace
 }  // namespace tw::survey

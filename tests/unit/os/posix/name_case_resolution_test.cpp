@@ -185,3 +185,52 @@ TEST_F(NameCaseResolutionTest, NamesToBeCreatedAreLookedUpInTheirFolder) {
 
 }  // namespace
 }  // namespace tw::posix
+
+namespace tw::posix {
+namespace {
+
+// A path handed over in another case (the command line lower-cases it) resolves to the entries
+// every time, through the remembered resolution after the first; the memo never overrides what
+// exists as written, and what it found being gone sends the path through the walk again.
+class RememberedCaseTest : public ::testing::Test {
+ protected:
+  void SetUp() override { temp_.WriteFile("Profiles/Anna.V5/Documents/letter.txt", "letter"); }
+  std::string Root() const { return temp_.path().string(); }
+  testing::TempFolder temp_;
+};
+
+TEST_F(RememberedCaseTest, TheSameAnswerEveryTime) {
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(ResolveNameCase(Root() + "/profiles/anna.v5/documents/letter.txt"),
+              Root() + "/Profiles/Anna.V5/Documents/letter.txt");
+    EXPECT_EQ(ResolveNameCase(Root() + "/profiles/anna.v5/Documents/new.txt"),
+              Root() + "/Profiles/Anna.V5/Documents/new.txt");
+    EXPECT_EQ(ResolveNameCase(Root() + "/profiles/anna.v5/missing/new.txt"),
+              Root() + "/Profiles/Anna.V5/missing/new.txt");
+  }
+}
+
+TEST_F(RememberedCaseTest, WhatExistsAsWrittenWins) {
+  EXPECT_EQ(ResolveNameCase(Root() + "/profiles/anna.v5/Documents/letter.txt"),
+            Root() + "/Profiles/Anna.V5/Documents/letter.txt");
+  // A folder of exactly the asked name appears (Linux keeps both).
+  fs::create_directories(temp_.path() / "profiles" / "anna.v5");
+  EXPECT_EQ(ResolveNameCase(Root() + "/profiles/anna.v5/Documents/letter.txt"),
+            Root() + "/profiles/anna.v5/Documents/letter.txt");
+  EXPECT_EQ(ResolveNameCase(Root() + "/profiles/anna.v5/Documents/other.txt"),
+            Root() + "/profiles/anna.v5/Documents/other.txt");
+}
+
+TEST_F(RememberedCaseTest, AFoundFolderThatWentIsLookedForAgain) {
+  EXPECT_EQ(ResolveNameCase(Root() + "/profiles/anna.v5/Documents/letter.txt"),
+            Root() + "/Profiles/Anna.V5/Documents/letter.txt");
+  fs::rename(temp_.path() / "Profiles" / "Anna.V5", temp_.path() / "Profiles" / "ANNA.v5");
+  EXPECT_EQ(ResolveNameCase(Root() + "/profiles/anna.v5/Documents/letter.txt"),
+            Root() + "/Profiles/ANNA.v5/Documents/letter.txt");
+  fs::rename(temp_.path() / "Profiles", temp_.path() / "PROFILES");
+  EXPECT_EQ(ResolveNameCase(Root() + "/profiles/anna.v5/Documents/new.txt"),
+            Root() + "/PROFILES/ANNA.v5/Documents/new.txt");
+}
+
+}  // namespace
+}  // namespace tw::posix
