@@ -4,6 +4,7 @@
 #   bench/survey/run_survey_bench.sh [BUILD_DIR] [PROFILES]
 #     BUILD_DIR default build/bench (configured Release without tests), PROFILES default 1000
 #   TARNWICK_BENCH_ROUNDS  rounds of every timed step (default 3); the medians are compared
+#   TARNWICK_BENCH_CACHE=warm  reads the share before each step instead of dropping the caches
 # The share: PROFILES V1 profiles of the sample layout, each with its own owner. The survey runs
 # twice: as it is (every clean ntuser.dat opened to find redirected folders) and with
 # --base-blocks-only (hives read by their base blocks alone).
@@ -46,8 +47,19 @@ echo "share: $files files, $(du -sk "$work/v1/share" | cut -f1) KB"
 now() { date +%s.%N; }
 elapsed() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.3f", b - a }'; }
 record() { echo "$2" >>"$work/times.$1"; }
-# Each step reads the share once beforehand (warm page cache), so that every step starts alike.
-prepare() { find "$work/v1/share" -type f -exec cat {} + >/dev/null; }
+# Every step starts from the same state of the page cache: as root the caches are dropped before
+# each step (cold: the share is read from the disk, as on a server that has not served it for a
+# while); otherwise, or with TARNWICK_BENCH_CACHE=warm, the share is read once beforehand (warm).
+if [ -w /proc/sys/vm/drop_caches ]; then cache=cold; else cache=warm; fi
+[ "${TARNWICK_BENCH_CACHE:-}" = warm ] && cache=warm
+prepare() {
+  sync
+  if [ "$cache" = cold ]; then
+    echo 3 >/proc/sys/vm/drop_caches
+  else
+    find "$work/v1/share" -type f -exec cat {} + >/dev/null
+  fi
+}
 
 round=1
 while [ "$round" -le "$rounds" ]; do
@@ -77,7 +89,7 @@ median() {
 }
 cp_time=$(median cp)
 echo
-echo "$count profiles, rounds: $rounds, page cache: warm"
+echo "$count profiles, rounds: $rounds, page cache before each step: $cache"
 printf '%-44s %9s %11s %6s\n' run "median s" profiles/s ratio
 for step in cp survey survey-fast; do
   t=$(median "$step")

@@ -92,8 +92,8 @@ class BatchRun {
     std::vector<std::wstring> sources;
     sources.reserve(pending.size());
     for (const std::size_t index : pending) sources.push_back(Utf8ToWide(plan_[index].source));
-    queue_ = std::make_unique<ReadAheadQueue>(*readAhead_, std::move(sources),
-                                              kReadAheadPerJob * settings_.jobs + 2, kReadAheadWalks);
+    queue_ = std::make_unique<ReadAheadQueue>(
+        *readAhead_, std::move(sources), kReadAheadPerJob * settings_.jobs + 2, kReadAheadWalks);
   }
 
   // Starts the first pending entry whose owner has no run going, or waits a while when none

@@ -18,10 +18,10 @@ namespace {
 
 // The system's own services, for the batch's library.
 tw::batch::BatchSystem NativeBatchSystem() {
-  return tw::batch::BatchSystem{tw::NativeChildLauncher(),    tw::NativeSurveyPort(),
-                                tw::NativeReadAheadPort(),    tw::OwnProgramFile,
-                                tw::ProgramLogFile,           tw::StandardOutputIsTerminal,
-                                tw::WatchInterrupts,          tw::InterruptCount};
+  return tw::batch::BatchSystem{tw::NativeChildLauncher(), tw::NativeSurveyPort(),
+                                tw::NativeReadAheadPort(), tw::OwnProgramFile,
+                                tw::ProgramLogFile,        tw::StandardOutputIsTerminal,
+                                tw::WatchInterrupts,       tw::InterruptCount};
 }
 
 }  // namespace

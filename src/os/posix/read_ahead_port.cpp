@@ -1,12 +1,11 @@
 // The read-ahead port on Linux: the tree's files read ahead through the page cache
 // (os/posix/files/tree_read_ahead.h), the path mapped through the share map as for every port.
-#include "ports/read_ahead.h"
-
 #include <string>
 
 #include "os/native_ports.h"
 #include "os/posix/files/tree_read_ahead.h"
 #include "os/posix/paths/native_path.h"
+#include "ports/read_ahead.h"
 
 namespace tw {
 namespace {

@@ -1,13 +1,12 @@
 // The read-ahead port on Windows: the tree walked with FindFirstFileExW (reparse points never
 // entered or opened), each regular file read once through CreateFileW with sequential-scan
 // caching, so that the system cache holds it when the run copies it.
-#include "ports/read_ahead.h"
-
 #include <string>
 #include <vector>
 
 #include "os/native_ports.h"
 #include "os/win32/windows_headers.h"
+#include "ports/read_ahead.h"
 
 namespace tw {
 namespace {
@@ -46,10 +45,9 @@ class Win32ReadAheadPort final : public ReadAheadPort {
 
   static void File(const std::wstring& path, const std::function<bool()>& stop,
                    std::vector<char>& buffer) {
-    HANDLE file = ::CreateFileW(path.c_str(), GENERIC_READ,
-                                FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                OPEN_EXISTING,
-                                FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+    HANDLE file = ::CreateFileW(
+        path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+        OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
     if (file == INVALID_HANDLE_VALUE) return;
     BY_HANDLE_FILE_INFORMATION info{};
     if (::GetFileInformationByHandle(file, &info) &&

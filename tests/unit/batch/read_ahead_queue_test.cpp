@@ -126,7 +126,7 @@ TEST(ReadAheadQueueTest, TheRunnerReadsAheadOnlyWhatItWillRun) {
   runner.Run(plan, observer, [] { return false; });
   const std::vector<std::wstring> read = port.Read();
   EXPECT_FALSE(read.empty());
-  EXPECT_EQ(AsSet(read).size(), read.size());  // none twice
+  EXPECT_EQ(AsSet(read).size(), read.size());             // none twice
   EXPECT_EQ(AsSet(read).count(L"\\\\fs\\p\\user1"), 0u);  // finished: no run, no read-ahead
   for (const std::wstring& source : read) EXPECT_EQ(source.rfind(L"\\\\fs\\p\\user", 0), 0u);
   // Every walk ended with the runs: nothing is read after Run returns.

@@ -168,7 +168,8 @@ bool ListedEntry(DIR* stream, const struct dirent& item, std::wstring name, Find
     std::wstring name = Utf8ToWide(native);
     if (!IsPlainWindowsName(name)) continue;
     FindEntry entry;
-    if (ListedEntry(stream.get(), *item, std::move(name), entry)) entries.push_back(std::move(entry));
+    if (ListedEntry(stream.get(), *item, std::move(name), entry))
+      entries.push_back(std::move(entry));
   }
 }
 

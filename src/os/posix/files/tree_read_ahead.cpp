@@ -85,8 +85,8 @@ struct Walk {
       if (entry.type == EntryType::kFile) {
         if (ReadFileAhead(folder, entry.name)) ++counts.files;
       } else if (entry.type == EntryType::kFolder && depth < kReadAheadDepth) {
-        const int sub = ::openat(folder, entry.name.c_str(),
-                                 O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        const int sub =
+            ::openat(folder, entry.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
         if (sub >= 0) Folder(sub, depth + 1);
       }
     }

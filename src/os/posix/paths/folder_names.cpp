@@ -169,7 +169,7 @@ void NoteNameCreated(const std::string& native) { ProcessListings().Created(nati
 void NoteNameRemoved(const std::string& native) {
   ProcessListings().Removed(native);
   ForgetCaseResolutions();  // what a name was resolved to may be gone
-  ForgetBeneathFolders();  // a folder kept open may be the one removed
+  ForgetBeneathFolders();   // a folder kept open may be the one removed
 }
 
 }  // namespace tw::posix
