@@ -315,6 +315,26 @@ else
   fail "batch: tarnwick-batch.exe or the Linux tarnwick-batch not built"
 fi
 
+echo "== tarnwick-survey.exe sees the share as the Linux survey does"
+# Several folders surveyed at once through the Windows adapters: the same rows as on Linux.
+survey_exe=$mingw/src/tarnwick-survey.exe
+if [ -f "$survey_exe" ] && [ -x "$linux/src/tarnwick-survey" ]; then
+  cp "$survey_exe" "$work/app/"
+  (cd "$work" && TARNWICK_SHARES="$work/linux-sample/shares.conf" \
+    "$linux/src/tarnwick-survey" --json '\\sample\profiles' >"$work/survey-linux.json" 2>/dev/null)
+  linux_survey_status=$?
+  (cd "$work" && "$wine" "$work/app/tarnwick-survey.exe" --json '\\sample\profiles' \
+    >"$work/survey-wine.json" 2>/dev/null)
+  wine_survey_status=$?
+  check "survey: exit value as on Linux" "$linux_survey_status" "$wine_survey_status"
+  linux_rows=$("$python" "$here/survey_rows.py" "$work/survey-linux.json" 2>&1)
+  wine_rows=$("$python" "$here/survey_rows.py" "$work/survey-wine.json" 2>&1)
+  contains "survey: rows of the migrated profiles" "$linux_rows" "ivy.V2|V2|"
+  check "survey: rows as on Linux" "$linux_rows" "$wine_rows"
+else
+  fail "survey: tarnwick-survey.exe or the Linux tarnwick-survey not built"
+fi
+
 echo "== one run per target: an interrupted target is rebuilt, a failed one deleted"
 # hank.V2 carries the marker of a run that has ended (nothing holds it); gina's hive is not a hive,
 # so her migration fails after the target was made and marked, and the target, whose marker the
