@@ -16,9 +16,11 @@ namespace tw::batch {
 namespace {
 
 // How far the sources are read ahead of the runs: this many profiles per run at once (and two
-// more), by two walks at once. Enough for the disk to keep busy while runs work on the cache;
-// little enough that what is read ahead is still cached when its run comes.
+// more), and no more than 1 GiB of them (by the survey's sizes) beyond the very next one, by two
+// walks at once. Enough for the disk to keep busy while runs work on the cache; little enough
+// that what is read ahead is still cached when its run comes.
 constexpr std::size_t kReadAheadPerJob = 2;
+constexpr std::uint64_t kReadAheadBytes = std::uint64_t{1} << 30;
 constexpr unsigned kReadAheadWalks = 2;
 
 // The state the workers share with the scheduling thread.
@@ -89,11 +91,13 @@ class BatchRun {
   // Reads the sources of the pending entries ahead of their runs, the next few in line at a time.
   void StartReadingAhead(const std::vector<std::size_t>& pending) {
     if (readAhead_ == nullptr || pending.empty()) return;
-    std::vector<std::wstring> sources;
+    std::vector<ReadAheadSource> sources;
     sources.reserve(pending.size());
-    for (const std::size_t index : pending) sources.push_back(Utf8ToWide(plan_[index].source));
-    queue_ = std::make_unique<ReadAheadQueue>(
-        *readAhead_, std::move(sources), kReadAheadPerJob * settings_.jobs + 2, kReadAheadWalks);
+    for (const std::size_t index : pending)
+      sources.push_back(ReadAheadSource{Utf8ToWide(plan_[index].source), plan_[index].bytes});
+    queue_ = std::make_unique<ReadAheadQueue>(*readAhead_, std::move(sources),
+                                              kReadAheadPerJob * settings_.jobs + 2,
+                                              kReadAheadBytes, kReadAheadWalks);
   }
 
   // Starts the first pending entry whose owner has no run going, or waits a while when none

@@ -5,9 +5,12 @@
 
 namespace tw::batch {
 
-ReadAheadQueue::ReadAheadQueue(ReadAheadPort& port, std::vector<std::wstring> sources,
-                               std::size_t window, unsigned walks)
-    : port_(port), sources_(std::move(sources)), window_(std::max<std::size_t>(window, 1)) {
+ReadAheadQueue::ReadAheadQueue(ReadAheadPort& port, std::vector<ReadAheadSource> sources,
+                               std::size_t window, std::uint64_t budget, unsigned walks)
+    : port_(port),
+      sources_(std::move(sources)),
+      window_(std::max<std::size_t>(window, 1)),
+      budget_(budget) {
   const std::size_t count = std::min<std::size_t>(std::max(walks, 1U), sources_.size());
   walks_.reserve(count);
   for (std::size_t i = 0; i < count; ++i) walks_.emplace_back(&ReadAheadQueue::Work, this);
@@ -25,9 +28,16 @@ ReadAheadQueue::~ReadAheadQueue() {
 void ReadAheadQueue::RunStarted() {
   {
     const std::lock_guard<std::mutex> hold(mutex_);
+    if (started_ < next_) bytesAhead_ -= sources_[started_].bytes;  // it was read ahead
     ++started_;
   }
   changed_.notify_all();
+}
+
+bool ReadAheadQueue::MayReadNext() const {
+  if (next_ >= started_ + window_) return false;
+  // The very next profile is always read ahead, however large.
+  return next_ == started_ || bytesAhead_ + sources_[next_].bytes <= budget_;
 }
 
 void ReadAheadQueue::Work() {
@@ -37,12 +47,13 @@ void ReadAheadQueue::Work() {
     next_ = std::max(next_, started_);  // a run that has started reads its profile itself
     changed_.wait(hold, [this] {
       next_ = std::max(next_, started_);
-      return stopping_ || next_ >= sources_.size() || next_ < started_ + window_;
+      return stopping_ || next_ >= sources_.size() || MayReadNext();
     });
     if (stopping_ || next_ >= sources_.size()) return;
     const std::size_t index = next_++;
+    bytesAhead_ += sources_[index].bytes;
     hold.unlock();
-    port_.ReadTreeAhead(sources_[index], stop);
+    port_.ReadTreeAhead(sources_[index].path, stop);
     hold.lock();
   }
 }

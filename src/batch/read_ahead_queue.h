@@ -2,12 +2,16 @@
 // the next profiles in line are walked through the read-ahead port, so that the disk brings in
 // many files at once and a run finds most of its profile in the system's cache. The window of
 // profiles read ahead moves with the runs started, so the cache holds little more than the next
-// few profiles; a profile whose run has already started is not read ahead.
+// few profiles: at most `window` profiles and, beyond the very next one, at most `budget` bytes
+// (by the survey's sizes) read ahead and not yet started, so that a large profile next in line
+// does not push what was read for the others out of the cache. A profile whose run has already
+// started is not read ahead.
 #pragma once
 
 #include <atomic>
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -17,12 +21,18 @@
 
 namespace tw::batch {
 
+// A profile to read ahead: its folder (Windows-form path) and its size in bytes.
+struct ReadAheadSource {
+  std::wstring path;
+  std::uint64_t bytes = 0;
+};
+
 class ReadAheadQueue {
  public:
-  // Reads sources (Windows-form paths, in the order their runs will start) ahead: up to `window`
-  // profiles beyond the runs started, `walks` of them at once.
-  ReadAheadQueue(ReadAheadPort& port, std::vector<std::wstring> sources, std::size_t window,
-                 unsigned walks);
+  // Reads sources (in the order their runs will start) ahead: up to `window` profiles and
+  // `budget` bytes beyond the runs started, `walks` of them at once.
+  ReadAheadQueue(ReadAheadPort& port, std::vector<ReadAheadSource> sources, std::size_t window,
+                 std::uint64_t budget, unsigned walks);
   ReadAheadQueue(const ReadAheadQueue&) = delete;
   ReadAheadQueue& operator=(const ReadAheadQueue&) = delete;
   // Stops the walks at their next entry and waits for them.
@@ -33,10 +43,14 @@ class ReadAheadQueue {
 
  private:
   void Work();
+  // Whether the walk of the next source may start (mutex_ held).
+  bool MayReadNext() const;
 
   ReadAheadPort& port_;
-  const std::vector<std::wstring> sources_;
+  const std::vector<ReadAheadSource> sources_;
   const std::size_t window_;
+  const std::uint64_t budget_;
+  std::uint64_t bytesAhead_ = 0;  // of the sources read ahead whose runs have not started
   std::mutex mutex_;
   std::condition_variable changed_;
   std::size_t next_ = 0;     // the next source to read ahead

@@ -1,6 +1,6 @@
-// Reading ahead of the runs: no further than the window beyond the runs started, never a source
-// whose run has started, every walk stopped when the queue goes; the runner reads ahead only the
-// sources it will run.
+// Reading ahead of the runs: no further than the window (profiles and bytes) beyond the runs
+// started, never a source whose run has started, every walk stopped when the queue goes; the
+// runner reads ahead only the sources it will run.
 #include "batch/read_ahead_queue.h"
 
 #include <gtest/gtest.h>
@@ -49,10 +49,18 @@ class RecordingReadAhead : public ReadAheadPort {
   std::vector<std::wstring> read_;
 };
 
-std::vector<std::wstring> Sources(int count) {
-  std::vector<std::wstring> sources;
-  for (int i = 0; i < count; ++i) sources.push_back(L"\\\\fs\\p\\user" + std::to_wstring(i));
+constexpr std::uint64_t kNoBudget = ~std::uint64_t{0};
+
+// count sources of `bytes` bytes each.
+std::vector<ReadAheadSource> Sources(int count, std::uint64_t bytes = 1000) {
+  std::vector<ReadAheadSource> sources;
+  for (int i = 0; i < count; ++i)
+    sources.push_back(ReadAheadSource{L"\\\\fs\\p\\user" + std::to_wstring(i), bytes});
   return sources;
+}
+
+std::wstring PathOf(const std::vector<ReadAheadSource>& sources, std::size_t index) {
+  return sources[index].path;
 }
 
 std::set<std::wstring> AsSet(const std::vector<std::wstring>& list) {
@@ -61,38 +69,64 @@ std::set<std::wstring> AsSet(const std::vector<std::wstring>& list) {
 
 TEST(ReadAheadQueueTest, NoFurtherThanTheWindowBeyondTheRunsStarted) {
   RecordingReadAhead port;
-  const std::vector<std::wstring> sources = Sources(10);
-  ReadAheadQueue queue(port, sources, 3, 2);
+  const std::vector<ReadAheadSource> sources = Sources(10);
+  ReadAheadQueue queue(port, sources, 3, kNoBudget, 2);
   ASSERT_TRUE(port.WaitFor(3));
   std::this_thread::sleep_for(50ms);
-  EXPECT_EQ(AsSet(port.Read()), AsSet({sources[0], sources[1], sources[2]}));
+  EXPECT_EQ(AsSet(port.Read()),
+            AsSet({PathOf(sources, 0), PathOf(sources, 1), PathOf(sources, 2)}));
   queue.RunStarted();
   queue.RunStarted();
   ASSERT_TRUE(port.WaitFor(5));
   std::this_thread::sleep_for(50ms);
   EXPECT_EQ(port.Read().size(), 5u);
-  EXPECT_EQ(AsSet(port.Read()).count(sources[4]), 1u);
-  EXPECT_EQ(AsSet(port.Read()).count(sources[5]), 0u);
+  EXPECT_EQ(AsSet(port.Read()).count(PathOf(sources, 4)), 1u);
+  EXPECT_EQ(AsSet(port.Read()).count(PathOf(sources, 5)), 0u);
+}
+
+TEST(ReadAheadQueueTest, NoMoreBytesThanTheBudgetBeyondTheVeryNextProfile) {
+  RecordingReadAhead port;
+  // 600 + 600 + 100 + 100 + 900 bytes against a budget of 1,000.
+  std::vector<ReadAheadSource> sources = Sources(6);
+  const std::uint64_t sizes[] = {600, 600, 100, 100, 900, 50};
+  for (std::size_t i = 0; i < sources.size(); ++i) sources[i].bytes = sizes[i];
+  ReadAheadQueue queue(port, sources, 10, 1000, 2);
+  ASSERT_TRUE(port.WaitFor(1));
+  std::this_thread::sleep_for(50ms);
+  EXPECT_EQ(port.Read(), std::vector<std::wstring>{PathOf(sources, 0)});
+  queue.RunStarted();  // user0's run: 0 bytes ahead, user1 (600) fits, then user2 and user3
+  ASSERT_TRUE(port.WaitFor(4));
+  std::this_thread::sleep_for(50ms);
+  EXPECT_EQ(AsSet(port.Read()), AsSet({PathOf(sources, 0), PathOf(sources, 1), PathOf(sources, 2),
+                                       PathOf(sources, 3)}));
+  queue.RunStarted();  // user1's run: 200 bytes ahead, user4 (900) does not fit
+  std::this_thread::sleep_for(50ms);
+  EXPECT_EQ(port.Read().size(), 4u);
+  queue.RunStarted();
+  queue.RunStarted();  // nothing ahead: user4, however large, is the very next one
+  ASSERT_TRUE(port.WaitFor(6));
+  EXPECT_EQ(AsSet(port.Read()).count(PathOf(sources, 4)), 1u);
+  EXPECT_EQ(AsSet(port.Read()).size(), 6u);
 }
 
 TEST(ReadAheadQueueTest, ASourceWhoseRunHasStartedIsNotReadAhead) {
   RecordingReadAhead port;
-  const std::vector<std::wstring> sources = Sources(6);
+  const std::vector<ReadAheadSource> sources = Sources(6);
   port.hold = true;  // the first walk lasts until the runs have started
-  ReadAheadQueue queue(port, sources, 1, 1);
+  ReadAheadQueue queue(port, sources, 1, kNoBudget, 1);
   ASSERT_TRUE(port.WaitFor(1));
   for (int i = 0; i < 4; ++i) queue.RunStarted();
   port.hold = false;
   ASSERT_TRUE(port.WaitFor(2));
   std::this_thread::sleep_for(50ms);
-  EXPECT_EQ(port.Read(), (std::vector<std::wstring>{sources[0], sources[4]}));
+  EXPECT_EQ(port.Read(), (std::vector<std::wstring>{PathOf(sources, 0), PathOf(sources, 4)}));
 }
 
 TEST(ReadAheadQueueTest, GoingStopsTheWalks) {
   RecordingReadAhead port;
   port.hold = true;
   {
-    ReadAheadQueue queue(port, Sources(8), 4, 2);
+    ReadAheadQueue queue(port, Sources(8), 4, kNoBudget, 2);
     ASSERT_TRUE(port.WaitFor(2));
   }
   EXPECT_EQ(port.stopped, 2);
